@@ -1,0 +1,30 @@
+# The libraries that scripts/bootstrap put into the dependency prefix, as targets deps::*.
+if(WIN32)
+  set(deps_prefix ${CMAKE_SOURCE_DIR}/build/deps/windows)
+else()
+  set(deps_prefix ${CMAKE_SOURCE_DIR}/build/deps/native)
+endif()
+if(NOT EXISTS ${deps_prefix}/include/miniz.h)
+  message(FATAL_ERROR "No libraries in ${deps_prefix}: run scripts/bootstrap first.")
+endif()
+
+add_library(deps_headers INTERFACE)
+target_include_directories(deps_headers SYSTEM INTERFACE ${deps_prefix}/include)
+add_library(deps::headers ALIAS deps_headers)
+
+add_library(deps::miniz STATIC IMPORTED)
+set_target_properties(deps::miniz PROPERTIES IMPORTED_LOCATION ${deps_prefix}/lib/libminiz.a)
+target_link_libraries(deps::miniz INTERFACE deps_headers)
+
+if(WIN32)
+  add_library(deps::curl STATIC IMPORTED)
+  set_target_properties(deps::curl PROPERTIES IMPORTED_LOCATION ${deps_prefix}/lib/libcurl.a)
+  target_compile_definitions(deps::curl INTERFACE CURL_STATICLIB)
+  target_link_libraries(deps::curl INTERFACE deps_headers /usr/x86_64-w64-mingw32/lib/libz.a ws2_32
+                                             crypt32 bcrypt)
+  find_package(GTest REQUIRED CONFIG PATHS ${deps_prefix} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+else()
+  find_package(CURL REQUIRED)
+  add_library(deps::curl ALIAS CURL::libcurl)
+  find_package(GTest REQUIRED)
+endif()

@@ -1,0 +1,91 @@
+// The log sink: one call writes a line to VOSK.log, to the recent lines and to the console.
+#pragma once
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <string>
+#include <string_view>
+
+namespace vosk::platform {
+class Clock;
+class Console;
+class Files;
+class System;
+}  // namespace vosk::platform
+
+namespace vosk::console {
+
+class LogSink {
+ public:
+  // While `menu_visible` is set, lines stay off the console. All references outlive the sink.
+  LogSink(platform::Console& console, platform::Files& files, platform::System& system,
+          platform::Clock& clock, const bool& menu_visible);
+  ~LogSink();
+
+  // Opens VOSK.log in the temporary directory for appending. Failures go to standard error and
+  // leave the file part of every later write out.
+  void OpenLogFile();
+
+  // Switches escape sequences on for both standard streams and sets the colour flag when either
+  // accepted them. Returns the flag's previous value.
+  bool EnableVirtualTerminal();
+
+  // Level and message are UTF-8. Every level but "WARN" and "ERROR" is treated like "INFO".
+  void LogMessage(std::string_view level, std::string_view message);
+  void LogInfo(std::string_view message) { LogMessage("INFO", message); }
+  void LogWarn(std::string_view message) { LogMessage("WARN", message); }
+  void LogError(std::string_view message) { LogMessage("ERROR", message); }
+  void LogInfo(std::u16string_view message);
+  void LogWarn(std::u16string_view message);
+  void LogError(std::u16string_view message);
+
+  // One transient line of a transfer: it shows even over the menu and is not kept as a recent line.
+  void LogProgress(std::string_view text);
+
+  // Called under the console lock after every console line; set once.
+  void SetRedrawHook(std::function<void()> redraw) { redraw_ = std::move(redraw); }
+  // Asks for a fresh status bar, where there is one.
+  void RedrawStatusBar();
+
+  // Remembers that standard output is there to position a cursor on.
+  void SetConsoleOutputValid(bool valid) { console_output_valid_ = valid; }
+  [[nodiscard]] bool ConsoleOutputValid() const { return console_output_valid_; }
+
+  [[nodiscard]] bool ColourEnabled() const { return colour_flag_.load(); }
+  // The sequence itself, or nothing where the console does not understand it.
+  [[nodiscard]] std::string_view Colour(std::string_view sequence) const {
+    return ColourEnabled() ? sequence : std::string_view{};
+  }
+
+  // Serialises everything that goes to the console. Recursive: a log line redraws the status bar
+  // while it holds the lock.
+  [[nodiscard]] std::recursive_mutex& ConsoleLock() { return console_lock_; }
+  // The last lines, oldest first, as they stand on the console; guarded by the console lock.
+  [[nodiscard]] const std::deque<std::string>& RecentLogLines() const { return recent_log_lines_; }
+
+ private:
+  void TryOpenLogFile();
+  void PrintStartupError(std::string_view text);
+  void WriteToFile(std::string_view line);
+  void WriteToConsole(std::string_view level, const std::string& line);
+  [[nodiscard]] std::string ConsoleLine(std::string_view time, std::string_view level,
+                                        std::string_view message) const;
+
+  platform::Console& console_;
+  platform::Files& files_;
+  platform::System& system_;
+  platform::Clock& clock_;
+  const bool& menu_visible_;
+  std::unique_ptr<std::ostream> log_file_;
+  std::atomic<bool> colour_flag_{false};
+  bool console_output_valid_ = false;
+  std::recursive_mutex console_lock_;
+  std::deque<std::string> recent_log_lines_;
+  std::function<void()> redraw_;
+};
+
+}  // namespace vosk::console

@@ -1,0 +1,23 @@
+// Who VOSK is and whom it serves. Every name, place and address of a site stands here; the
+// addresses are set when VOSK is built (cmake -D VOSK_COLLECTION_URL=...), nothing is read at run
+// time.
+#pragma once
+
+#include <string_view>
+
+namespace vosk::identity {
+
+inline constexpr std::string_view kVersion = "3.3";
+inline constexpr std::u16string_view kSupervisorExecutable = u"VOSK.exe";
+inline constexpr std::u16string_view kCoreExecutable = u"VELDRAN Core.exe";
+
+inline constexpr std::string_view kDefaultTargetPath =
+    R"(C:\Program Files\VELDRAN Inc\VELDRAN Core\VELDRAN Core.exe)";
+
+inline constexpr std::string_view kLogFileName = "VOSK.log";
+inline constexpr std::string_view kDumpStorageName = "VELDRAN_VOSK_Dumps";
+
+// The TUS creation endpoint of the crash-collection server.
+extern const std::string_view kCollectionUrl;
+
+}  // namespace vosk::identity

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <string_view>
+
+#include "platform/types.h"
+
+namespace vosk::platform {
+
+enum class StandardStream { output, error };
+
+inline constexpr std::uint32_t kUtf8CodePage = 65001;
+// The bit of a console's output mode that makes it interpret escape sequences.
+inline constexpr std::uint32_t kVirtualTerminalProcessing = 4;
+
+// The visible window in buffer coordinates, edges included, and the current text attribute.
+struct ConsoleInfo {
+  int left = 0;
+  int top = 0;
+  int right = 0;
+  int bottom = 0;
+  std::uint16_t attributes = 0;
+
+  [[nodiscard]] int Width() const { return right - left + 1; }
+  [[nodiscard]] int Height() const { return bottom - top + 1; }
+};
+
+class Console {
+ public:
+  virtual ~Console() = default;
+  virtual Result<> SetOutputCodePage(std::uint32_t code_page) = 0;
+  // Whether the process has a handle for the stream at all.
+  virtual bool HasStream(StandardStream stream) = 0;
+  // Mode and information fail for a stream that is no console.
+  virtual Result<std::uint32_t> Mode(StandardStream stream) = 0;
+  virtual Result<> SetMode(StandardStream stream, std::uint32_t mode) = 0;
+  virtual Result<ConsoleInfo> Info() = 0;  // of standard output
+  virtual Result<> SetTextAttributes(std::uint16_t attributes) = 0;
+  virtual Result<> SetCursor(int column, int row) = 0;  // buffer coordinates, from 0
+  virtual Result<> SetCursorVisible(bool visible) = 0;
+  // Writes UTF-8 text and flushes it; "\n" ends a line. A failed write is dropped: there is nobody
+  // left to tell.
+  virtual void Write(StandardStream stream, std::string_view text) = 0;
+  virtual bool KeyWaiting() = 0;
+  // The next key as the C runtime gives it, without echo; call only when one is waiting.
+  virtual int ReadKey() = 0;
+};
+
+}  // namespace vosk::platform

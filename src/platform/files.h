@@ -1,0 +1,49 @@
+#pragma once
+
+#include <filesystem>
+#include <istream>
+#include <memory>
+#include <optional>
+#include <ostream>
+
+#include "platform/types.h"
+
+namespace vosk::platform {
+
+enum class FileType { regular, directory, other };
+enum class WalkDepth { direct_entries, whole_tree };
+
+// Walks the entries of a directory one by one, in the system's order; links are not followed. A
+// directory of a whole tree comes before its entries.
+class DirectoryWalk {
+ public:
+  virtual ~DirectoryWalk() = default;
+  // The next entry, or nothing at the end. After an error the walk is over.
+  virtual FileResult<std::optional<std::filesystem::path>> Next() = 0;
+};
+
+class Files {
+ public:
+  virtual ~Files() = default;
+  // A missing file or folder is an answer (false), not an error.
+  virtual FileResult<bool> Exists(const std::filesystem::path& path) = 0;
+  virtual FileResult<FileType> TypeOf(const std::filesystem::path& path) = 0;
+  virtual FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) = 0;
+  // Removes one file or empty directory; false when there was nothing to remove.
+  virtual FileResult<bool> Remove(const std::filesystem::path& path) = 0;
+  // Replaces nothing: a file at the new name is an error.
+  virtual FileResult<> Rename(const std::filesystem::path& from,
+                              const std::filesystem::path& to) = 0;
+  // With missing parents; an existing directory is a success.
+  virtual FileResult<> CreateDirectories(const std::filesystem::path& path) = 0;
+  virtual FileResult<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
+                                                          WalkDepth depth) = 0;
+  // A binary stream at the file's start; others may read, write and delete the file meanwhile.
+  virtual FileResult<std::unique_ptr<std::istream>> OpenForReading(
+      const std::filesystem::path& path) = 0;
+  // A text stream at the file's end, created when missing; on failure the C library's errno.
+  virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+      const std::filesystem::path& path) = 0;
+};
+
+}  // namespace vosk::platform

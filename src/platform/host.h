@@ -1,0 +1,22 @@
+#pragma once
+
+namespace vosk::platform {
+
+class Clock;
+class Console;
+class DumpWriter;
+class Files;
+class Processes;
+class System;
+
+// Everything the supervisor asks of the operating system. The owner outlives the supervisor.
+struct Host {
+  Clock& clock;
+  Console& console;
+  DumpWriter& dump_writer;
+  Files& files;
+  Processes& processes;
+  System& system;
+};
+
+}  // namespace vosk::platform

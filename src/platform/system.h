@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "platform/types.h"
+
+namespace vosk::platform {
+
+// Longest path, in characters with its terminator, that the older calls of the system give back.
+inline constexpr std::size_t kMaxPath = 260;
+
+class System {
+ public:
+  virtual ~System() = default;
+  // The temporary directory as the system spells it; fails as well where it exceeds kMaxPath.
+  virtual Result<std::filesystem::path> TempPath() = 0;
+  // The file of the running program; fails as well where its name is longer than kMaxPath.
+  virtual Result<std::filesystem::path> ModulePath() = 0;
+  virtual tl::expected<std::filesystem::path, HResult> RoamingAppDataPath() = 0;
+  virtual Result<std::string> ComputerName() = 0;  // UTF-8
+  // Apartment-threaded, without OLE1/DDE. A call that did not fail wants one UninitializeCom.
+  virtual HResult InitializeCom() = 0;
+  virtual void UninitializeCom() = 0;
+  // A message box with an error icon and an OK button; returns when it is closed.
+  virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;
+};
+
+}  // namespace vosk::platform

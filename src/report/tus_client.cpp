@@ -1,0 +1,1 @@
+#include "report/tus_client.h"

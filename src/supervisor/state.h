@@ -1,0 +1,29 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "platform/types.h"
+
+namespace vosk::supervisor {
+
+// What the monitoring loop knows of the Core and of itself. Plain data; the loop and the sequences
+// that it starts change it, lower floors are handed what they need of it.
+struct SupervisorState {
+  using SteadyTime = std::chrono::steady_clock::time_point;
+
+  platform::ProcessId target_pid = 0;  // 0: no Core
+  platform::ProcessHandle hTargetProcess;
+  platform::ProcessHandle hProcDump;
+  SteadyTime target_launch_time{};  // zero: no Core; the time of attaching where it ran before us
+  SteadyTime monitoring_start_time{};
+  std::int64_t crash_count = 0;
+
+  std::atomic<bool> g_terminateMonitoring{false};
+  std::atomic<bool> red_alert_mode{false};
+  bool menu_visible = false;
+};
+
+}  // namespace vosk::supervisor

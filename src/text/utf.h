@@ -1,0 +1,36 @@
+// UTF-16 and UTF-8. Text is UTF-8 everywhere inside VOSK; UTF-16 lives in paths and system calls.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <tl/expected.hpp>
+
+namespace vosk::text {
+
+// The system's number for text that has no counterpart in the other encoding.
+inline constexpr std::uint32_t kNoUnicodeTranslation = 1113;
+
+// Converts strictly: a lone surrogate gives kNoUnicodeTranslation.
+[[nodiscard]] tl::expected<std::string, std::uint32_t> Utf16ToUtf8(std::u16string_view wide);
+
+// Converts leniently: every malformed sequence becomes U+FFFD.
+[[nodiscard]] std::u16string Utf8ToUtf16(std::string_view narrow);
+
+// Never throws; where the text cannot be converted, a marker with the system's code stands for it.
+[[nodiscard]] std::string WideToUtf8(std::u16string_view wide);
+[[nodiscard]] std::string PathToUtf8(const std::filesystem::path& path);
+
+// The path, or the error where its name is not valid Unicode.
+[[nodiscard]] tl::expected<std::string, std::uint32_t> TryPathToUtf8(
+    const std::filesystem::path& path);
+
+// Backslashes separate on every machine.
+[[nodiscard]] std::filesystem::path PathFromUtf8(std::string_view narrow);
+
+// Lower-cases A to Z and nothing else, as the C runtime's comparisons do in the "C" locale.
+[[nodiscard]] std::string ToLowerAscii(std::string_view text);
+[[nodiscard]] std::u16string ToLowerAscii(std::u16string_view text);
+
+}  // namespace vosk::text
