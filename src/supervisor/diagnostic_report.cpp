@@ -1,0 +1,78 @@
+#include "supervisor/diagnostic_report.h"
+
+#include <fmt/format.h>
+
+#include "supervisor/report_files.h"
+#include "text/utf.h"
+
+namespace vosk::supervisor {
+
+DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log,
+                                   dumps::DumpCapture& dump_capture, report::HostInfo& host_info,
+                                   report::ReportArchive& archive, report::Uploader& uploader,
+                                   const std::atomic<bool>& red_alert_mode)
+    : files_(files),
+      log_(log),
+      dump_capture_(dump_capture),
+      host_info_(host_info),
+      archive_(archive),
+      uploader_(uploader),
+      red_alert_mode_(red_alert_mode) {}
+
+void DiagnosticReport::Submit(platform::ProcessId core_pid, const Places& places) {
+  log_.LogInfo("=== Submitting Diagnostic Report ===");
+  log_.LogInfo(
+      fmt::format("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid));
+  const auto dump = dump_capture_.CreateImmediateDump(core_pid, places.dump_storage_directory);
+  if (!dump) {
+    log_.LogError("Failed to create memory dump for diagnostic report.");
+    return;
+  }
+  log_.LogInfo(fmt::format("Dump created: {}", text::PathToUtf8(*dump)));
+  const auto additional_files = GatherAdditionalFiles(*dump, places.log_root_directory);
+  const auto archive =
+      archive_.MakeReportZipPath(*dump, red_alert_mode_.load() ? "LIVE_FD" : "LIVE");
+  const bool packed = archive_.CreateReportZip(archive, *dump, additional_files);
+  if (packed) {
+    log_.LogInfo(fmt::format("ZIP archive created: {}", text::PathToUtf8(archive)));
+  } else {
+    log_.LogError("Failed to create ZIP archive for diagnostic report.");
+  }
+  if (const auto removed = files_.Remove(*dump); !removed) {
+    log_.LogWarn(fmt::format("Could not delete the dump of the diagnostic report: {}. Error: {}",
+                             text::PathToUtf8(*dump), removed.error().text));
+  }
+  if (packed) Upload(archive);
+  log_.LogInfo("=====================================");
+}
+
+std::vector<std::filesystem::path> DiagnosticReport::GatherAdditionalFiles(
+    const std::filesystem::path& dump, const std::filesystem::path& log_root_directory) {
+  std::vector<std::filesystem::path> additional_files;
+  const auto host_info = HostInfoPathFor(dump);
+  static_cast<void>(host_info_.GenerateHostInfoFile(host_info));
+  if (files_.Exists(host_info).value_or(false)) {
+    log_.LogInfo(fmt::format("Generated host info: {}", text::PathToUtf8(host_info)));
+    additional_files.push_back(host_info);
+  }
+  const auto type = log_root_directory.empty() ? tl::unexpected(platform::FileError{})
+                                               : files_.TypeOf(log_root_directory);
+  if (type && *type == platform::FileType::directory) {
+    log_.LogInfo(fmt::format("Adding logs from: {}", text::PathToUtf8(log_root_directory)));
+    additional_files.push_back(log_root_directory);
+  }
+  return additional_files;
+}
+
+void DiagnosticReport::Upload(const std::filesystem::path& archive) {
+  log_.LogInfo("Uploading diagnostic report...");
+  if (uploader_.TusUpload(archive)) {
+    log_.LogInfo("=== Diagnostic report submitted successfully! ===");
+    return;
+  }
+  log_.LogError("Failed to upload diagnostic report.");
+  // A rename that fails leaves the archive under its own name; it is not lost.
+  static_cast<void>(ReplaceFile(files_, archive, WithSuffix(archive, ".failed_upload")));
+}
+
+}  // namespace vosk::supervisor

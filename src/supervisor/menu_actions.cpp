@@ -1,0 +1,187 @@
+#include "supervisor/menu_actions.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "identity.h"
+
+namespace vosk::supervisor {
+namespace {
+
+// The arrow keys arrive as one of these and a second code.
+constexpr int kArrowPrefix = 224;
+constexpr int kKeypadPrefix = 0;
+constexpr int kUp = 72;
+constexpr int kDown = 80;
+constexpr int kEnter = 13;
+
+}  // namespace
+
+MenuActions::MenuActions(platform::Console& console, console::LogSink& log,
+                         console::Screen& screen, const MenuServices& services,
+                         const Places& places, SupervisorState& state)
+    : console_(console),
+      log_(log),
+      screen_(screen),
+      menu_(console, log),
+      services_(services),
+      places_(places),
+      state_(state) {}
+
+void MenuActions::ReadKeyboard() {
+  if (!console_.KeyWaiting()) return;
+  const int key = console_.ReadKey();
+  if (state_.menu_visible) {
+    HandleMenuKey(key);
+  } else {
+    HandleLogKey(key);
+  }
+}
+
+void MenuActions::HandleLogKey(int key) {
+  if (key == 'M' || key == 'm') {
+    OpenMenu();
+  } else if (key == 'Q' || key == 'q') {
+    log_.LogWarn("Quit signal received by user. Shutting down...");
+    state_.g_terminateMonitoring.store(true);
+  }
+}
+
+void MenuActions::HandleMenuKey(int key) {
+  switch (key) {
+    case kArrowPrefix:
+    case kKeypadPrefix: {
+      const int code = console_.ReadKey();
+      if (code == kUp) MoveSelection(-1);
+      if (code == kDown) MoveSelection(+1);
+      break;
+    }
+    case kEnter:
+      CloseMenu();
+      RunSelectedItem();
+      break;
+    case 'M':
+    case 'm':
+      CloseMenu();
+      break;
+    case 'Q':
+    case 'q':
+      CloseMenu();
+      log_.LogWarn("Menu: Quit VOSK & VELDRAN Core requested via 'Q'.");
+      state_.g_terminateMonitoring.store(true);
+      break;
+    default:
+      break;
+  }
+}
+
+void MenuActions::MoveSelection(int steps) {
+  state_.menu_selection = std::clamp(state_.menu_selection + steps, 1, console::kMenuItems);
+  menu_needs_redraw_ = true;
+}
+
+void MenuActions::OpenMenu() {
+  state_.menu_visible = true;
+  state_.menu_selection = 1;
+  menu_needs_redraw_ = true;
+}
+
+void MenuActions::CloseMenu() {
+  state_.menu_visible = false;
+  screen_.ClearScreen();
+  screen_.SetupScrollRegion();
+  log_.RedrawStatusBar();
+}
+
+void MenuActions::RefreshMenu(bool redraw) {
+  if (!state_.menu_visible) return;
+  // What was logged meanwhile shows below the items.
+  const bool new_lines = lines_shown_ != log_.LinesLogged();
+  if (!menu_needs_redraw_ && !new_lines && !redraw) return;
+  menu_needs_redraw_ = false;
+  lines_shown_ = log_.LinesLogged();
+  menu_.RenderMenu(state_.menu_selection, state_.red_alert_mode.load());
+}
+
+void MenuActions::RunSelectedItem() {
+  switch (state_.menu_selection) {
+    case 1:
+      return Restart();
+    case 2:
+      return Quit();
+    case 3:
+      return ShowVersions();
+    case 4:
+      return SubmitDiagnosticReport();
+    case 5:
+      return RefuseReinstall();
+    default:
+      return ToggleRedAlert();
+  }
+}
+
+bool MenuActions::CoreRuns() const {
+  return state_.target_pid != 0 && static_cast<bool>(state_.hTargetProcess);
+}
+
+void MenuActions::Restart() {
+  if (!CoreRuns()) {
+    log_.LogWarn("Menu: Restart requested, but Core not running.");
+    return;
+  }
+  log_.LogWarn("Menu: Forced restart of VELDRAN Core requested.");
+  services_.restart.InitiateGracefulRestart("Forced by User via Menu", state_.target_pid,
+                                            state_.hTargetProcess, state_.hProcDump);
+}
+
+void MenuActions::Quit() {
+  log_.LogWarn("Menu: Quit VOSK & VELDRAN Core requested.");
+  state_.g_terminateMonitoring.store(true);
+}
+
+void MenuActions::ShowVersions() {
+  const std::string& core = services_.core_version.Current();
+  const bool known = !core.empty() && core != install::kUnknownVersion;
+  log_.LogInfo("=== Version Information ===");
+  log_.LogInfo(fmt::format("VOSK Version: {}", identity::kVersion));
+  log_.LogInfo(
+      fmt::format("VELDRAN Core Version: {}", known ? core : "Not detected or not running"));
+  log_.LogInfo("===========================");
+}
+
+void MenuActions::SubmitDiagnosticReport() {
+  if (!CoreRuns()) {
+    log_.LogError("Menu: Cannot submit diagnostic report - VELDRAN Core is not running.");
+    return;
+  }
+  services_.diagnostic_report.Submit(state_.target_pid, places_);
+}
+
+void MenuActions::RefuseReinstall() {
+  log_.LogWarn("Menu: This version of VOSK cannot reinstall VELDRAN Core.");
+}
+
+void MenuActions::ToggleRedAlert() {
+  const bool active = !state_.red_alert_mode.load();
+  state_.red_alert_mode.exchange(active);
+  if (active) {
+    log_.LogWarn(
+        "RED ALERT MODE ACTIVATED - Full heap dumps (-ma) will be captured on crash.");
+  } else {
+    log_.LogInfo("Red Alert Mode DEACTIVATED - Returning to normal dump mode (-mc 1064).");
+  }
+  if (!CoreRuns()) return;
+  log_.LogInfo(fmt::format("Re-attaching ProcDump monitor with {} dump settings...",
+                           active ? "FULL MEMORY (-ma)" : "normal (-mc 1064)"));
+  state_.hProcDump.Reset();
+  state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,
+                                                                  places_.dump_storage_directory);
+  if (state_.hProcDump) {
+    log_.LogInfo("ProcDump monitor re-attached successfully.");
+  } else {
+    log_.LogError("Failed to re-attach ProcDump monitor. Crash dumps may not be captured.");
+  }
+}
+
+}  // namespace vosk::supervisor
