@@ -1,19 +1,18 @@
 // Starts a program in a console window of its own, as an operator would, and types into it.
 //
-// usage: console_driver [--out FILE] [--err FILE] [--cwd DIR] [--env NAME=VALUE]... -- PROGRAM
-//                       [ARGUMENT]...
+// usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] [--env NAME=VALUE]... --
+//                       PROGRAM [ARGUMENT]...
+//        console_driver press PID KEY
 //
-// Prints "pid N" when the program runs and "exit N" when it has ended. Each line on standard input
-// is an order: "key C" presses the key of the character C, "terminate" ends the program the hard
-// way. The end of standard input changes nothing.
+// "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" types one
+// character into the console of a running program.
 #include <windows.h>
 
 #include <cstdio>
-#include <iostream>
+#include <cwchar>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 
 namespace {
 
@@ -45,7 +44,7 @@ bool TakeOption(std::wstring_view name, const wchar_t* value, Order& order) {
 
 std::optional<Order> Parse(int count, wchar_t** arguments) {
   Order order;
-  int i = 1;
+  int i = 2;
   while (i + 1 < count && std::wstring_view(arguments[i]) != L"--") {
     if (!TakeOption(arguments[i], arguments[i + 1], order)) return std::nullopt;
     i += 2;
@@ -109,38 +108,31 @@ bool PressKey(DWORD pid, char key) {
   return done && written == 2;
 }
 
-void FollowOrders(const PROCESS_INFORMATION& process) {
-  for (std::string line; std::getline(std::cin, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (line.starts_with("key ") && line.size() == 5) {
-      if (PressKey(process.dwProcessId, line[4])) std::printf("pressed %c\n", line[4]);
-    } else if (line == "terminate") {
-      TerminateProcess(process.hProcess, 1);
-    } else {
-      std::fprintf(stderr, "Unknown order: %s\n", line.c_str());
-    }
-    std::fflush(stdout);
-  }
+int RunInNewConsole(const Order& order) {
+  const std::optional<PROCESS_INFORMATION> process = Start(order);
+  if (!process) return 1;
+  std::printf("pid %lu\n", process->dwProcessId);
+  std::fflush(stdout);
+  WaitForSingleObject(process->hProcess, INFINITE);
+  DWORD code = 0;
+  GetExitCodeProcess(process->hProcess, &code);
+  std::printf("exit %lu\n", code);
+  return 0;
 }
 
 }  // namespace
 
 int wmain(int count, wchar_t** arguments) {
-  const std::optional<Order> order = Parse(count, arguments);
-  if (!order) {
-    std::fprintf(stderr, "usage: console_driver [options] -- PROGRAM [ARGUMENT]...\n");
-    return 2;
+  const std::wstring_view verb = count > 1 ? arguments[1] : L"";
+  if (verb == L"press" && count == 4) {
+    const DWORD pid = std::wcstoul(arguments[2], nullptr, 10);
+    return PressKey(pid, static_cast<char>(arguments[3][0])) ? 0 : 1;
   }
-  const std::optional<PROCESS_INFORMATION> process = Start(*order);
-  if (!process) return 1;
-  std::printf("pid %lu\n", process->dwProcessId);
-  std::fflush(stdout);
-  std::thread([&process] { FollowOrders(*process); }).detach();
-  WaitForSingleObject(process->hProcess, INFINITE);
-  DWORD code = 0;
-  GetExitCodeProcess(process->hProcess, &code);
-  std::printf("exit %lu\n", code);
-  std::fflush(stdout);
-  // The other thread still waits for orders.
-  ExitProcess(0);
+  const std::optional<Order> order = Parse(count, arguments);
+  if (verb == L"start" && order) return RunInNewConsole(*order);
+  std::fprintf(stderr,
+               "usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] "
+               "[--env NAME=VALUE]... -- PROGRAM [ARGUMENT]...\n"
+               "       console_driver press PID KEY\n");
+  return 2;
 }

@@ -65,6 +65,7 @@ export async function startTusServer({ folder, port = loopbackPort, onEvent = ()
       limit = setTimeout(() => reject(new Error(`No server on port ${port}.`)), startLimitMs);
       server = new TusServer(options, (event) => {
         if (event.event === 'listening') resolve();
+        if (event.event === 'failed') reject(new Error(event.reason));
         onEvent(event);
       });
       server.start();

@@ -61,5 +61,10 @@ const server = https.createServer(
     tus.handle(request, response);
   },
 );
+server.on('error', (error) => {
+  tell({ event: 'failed', reason: error.message });
+  process.exitCode = 1;
+  process.disconnect?.();
+});
 server.listen(port, 'localhost', () => tell({ event: 'listening', port }));
-process.on('disconnect', () => process.exit(0));
+process.on('disconnect', () => process.exit());

@@ -1,0 +1,92 @@
+// One life of VOSK.exe in a folder of its own: the folder holds VOSK, the dump monitor and the
+// Core, and below tmp/ everything that VOSK writes into the temporary directory.
+import { openSync } from 'node:fs';
+import { copyFile, mkdir, readdir, readFile, rm } from 'node:fs/promises';
+import path from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+
+import { coreImage, orderCore } from './core.mjs';
+import { LogFollower } from './log_follower.mjs';
+import { windowsPath } from './wine_machine.mjs';
+
+export const monitorImage = 'procdump64.exe';
+const startLimitMs = 20_000;
+const pollMs = 50;
+
+/**
+ * Makes `folder` afresh with VOSK, the sample Core and the sample monitor from a build folder.
+ * @param {string} buildFolder the release build
+ */
+export async function layOut(folder, buildFolder, { monitor = true, core = true } = {}) {
+  await rm(folder, { recursive: true, force: true });
+  await mkdir(path.join(folder, 'tmp'), { recursive: true });
+  await copyFile(path.join(buildFolder, 'loopback/VOSK.exe'), path.join(folder, 'VOSK.exe'));
+  if (core) await copyFile(path.join(buildFolder, 'tools', coreImage), path.join(folder, coreImage));
+  if (monitor) await installMonitor(folder, buildFolder);
+}
+
+export const installMonitor = (folder, buildFolder) =>
+  copyFile(path.join(buildFolder, 'tools', monitorImage), path.join(folder, monitorImage));
+
+export class VoskRun {
+  constructor(machine, folder, driver, { onLine } = {}) {
+    this.machine = machine;
+    this.folder = folder;
+    this.driver = driver;
+    this.dumpFolder = path.join(folder, 'tmp/VELDRAN_VOSK_Dumps');
+    this.log = new LogFollower(path.join(folder, 'tmp/VOSK.log'), onLine);
+    this.driverLog = path.join(folder, 'driver.log');
+  }
+
+  /**
+   * Starts VOSK in a console window of its own and resolves with its Windows PID.
+   * @param {{out?: string, err?: string, args?: string[]}} [redirected] files (absolute) that take
+   *   its standard output and error
+   */
+  async start({ out, err, args = [] } = {}) {
+    const temporary = windowsPath(path.join(this.folder, 'tmp'));
+    const options = ['--cwd', windowsPath(this.folder), '--env', `TMP=${temporary}`,
+      '--env', `TEMP=${temporary}`];
+    if (out) options.push('--out', windowsPath(out));
+    if (err) options.push('--err', windowsPath(err));
+    await rm(this.driverLog, { force: true });
+    const output = openSync(this.driverLog, 'a');
+    const child = this.machine.spawn(this.driver,
+      ['start', ...options, '--', windowsPath(path.join(this.folder, 'VOSK.exe')), ...args],
+      { detached: true, stdio: ['ignore', output, output] });
+    child.unref();
+    this.pid = await this.#driverSays(/pid (\d+)/, startLimitMs);
+    return this.pid;
+  }
+
+  async #driverSays(pattern, limitMs) {
+    for (const deadline = Date.now() + limitMs; ;) {
+      const text = await readFile(this.driverLog, 'utf8').catch(() => '');
+      const match = pattern.exec(text);
+      if (match) return Number(match[1]);
+      if (Date.now() > deadline) throw new Error(`No "${pattern}" within ${limitMs} ms: ${text}`);
+      await sleep(pollMs);
+    }
+  }
+
+  /** Presses one key in VOSK's console. */
+  async press(key) {
+    const { code, stderr } = await this.machine.run('wine',
+      [this.driver, 'press', String(this.pid), key]);
+    if (code !== 0) throw new Error(`The key was not pressed: ${stderr}`);
+  }
+
+  /** VOSK's exit code, once it has ended. */
+  ended(limitMs) {
+    return this.#driverSays(/exit (\d+)/, limitMs);
+  }
+
+  order(line, pid) {
+    return orderCore(this.folder, line, pid);
+  }
+
+  /** The names of the files in the dump storage directory. */
+  async storedFiles() {
+    return (await readdir(this.dumpFolder).catch(() => [])).sort();
+  }
+}

@@ -1,0 +1,140 @@
+// A small Windows machine for one run: a Wine prefix of its own and a private display, so that
+// programs can have console windows. Nothing of the user's own Wine or screen is touched.
+import { execFile, spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { existsSync, openSync } from 'node:fs';
+import { mkdir, readdir, readFile, rm, writeFile } from 'node:fs/promises';
+import os from 'node:os';
+import path from 'node:path';
+import { promisify } from 'node:util';
+
+const prefixLimitMs = 120_000;
+const programLimitMs = 60_000;
+const displayLimitMs = 15_000;
+
+/** The name under which programs on the machine know an absolute path. */
+export const windowsPath = (file) => `Z:${file.replaceAll('/', '\\')}`;
+
+/** Rejects with `message` when `promise` takes longer than `limitMs`. */
+export async function within(limitMs, promise, message) {
+  let timer;
+  const limit = new Promise((_, reject) => {
+    timer = setTimeout(() => reject(new Error(message)), limitMs);
+  });
+  try {
+    return await Promise.race([promise, limit]);
+  } finally {
+    clearTimeout(timer);
+  }
+}
+
+async function startDisplay(logFile) {
+  const log = openSync(logFile, 'a');
+  const xvfb = spawn('Xvfb', ['-displayfd', '3', '-screen', '0', '1280x1024x24',
+    '-nolisten', 'tcp'], { detached: true, stdio: ['ignore', log, log, 'pipe'] });
+  xvfb.unref();
+  const [number] = await within(displayLimitMs, once(xvfb.stdio[3], 'data'),
+    'The display server did not start.');
+  xvfb.stdio[3].destroy();
+  return { display: `:${number.toString().trim()}`, xvfbPid: xvfb.pid };
+}
+
+export class WineMachine {
+  constructor(folder, { display, xvfbPid }) {
+    this.prefix = path.join(folder, 'wine');
+    this.display = display;
+    this.xvfbPid = xvfbPid;
+    this.environment = {
+      ...process.env,
+      WINEPREFIX: this.prefix,
+      WINEDEBUG: '-all',
+      // No menu entries on the host, no offers to install Mono or Gecko.
+      WINEDLLOVERRIDES: 'winemenubuilder.exe,mscoree,mshtml=',
+      DISPLAY: display,
+    };
+  }
+
+  /** Starts a machine below `folder`. The first start there takes some seconds more. */
+  static async start(folder) {
+    await mkdir(folder, { recursive: true });
+    const screen = await startDisplay(path.join(folder, 'display.log'));
+    const machine = new WineMachine(folder, screen);
+    try {
+      await machine.#makePrefix();
+    } catch (error) {
+      await machine.stop();
+      throw error;
+    }
+    return machine;
+  }
+
+  /** What another process needs to take the machine over with `new WineMachine(folder, ...)`. */
+  get screen() {
+    return { display: this.display, xvfbPid: this.xvfbPid };
+  }
+
+  async #makePrefix() {
+    const ready = path.join(this.prefix, 'ready');
+    // Whatever an interrupted run left behind in this prefix.
+    if (existsSync(this.prefix)) await this.#endPrograms();
+    if (existsSync(ready)) return;
+    await rm(this.prefix, { recursive: true, force: true });
+    await this.run('wineboot', ['-i'], prefixLimitMs);
+    // As on a server: no debugger waits to be started by a crash.
+    await this.run('wine', ['reg', 'delete',
+      'HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug', '/v', 'Debugger', '/f']);
+    await writeFile(ready, '');
+  }
+
+  /** Runs a program of the host or, through wine, of the machine to its end. */
+  async run(program, args, limitMs = programLimitMs) {
+    const options = { env: this.environment, timeout: limitMs };
+    try {
+      const { stdout, stderr } = await promisify(execFile)(program, args, options);
+      return { code: 0, stdout, stderr };
+    } catch (error) {
+      if (error.killed) throw new Error(`${program} ${args[0]} took more than ${limitMs} ms.`);
+      if (typeof error.code !== 'number') throw error;
+      return { code: error.code, stdout: error.stdout, stderr: error.stderr };
+    }
+  }
+
+  /** Starts a Windows program and leaves it running; output goes to pipes or as `stdio` says. */
+  spawn(program, args, options = {}) {
+    return spawn('wine', [program, ...args],
+      { env: this.environment, stdio: ['ignore', 'pipe', 'pipe'], ...options });
+  }
+
+  /** The roaming application data folder of the machine's user. */
+  get roamingFolder() {
+    return path.join(this.prefix, 'drive_c/users', os.userInfo().username, 'AppData/Roaming');
+  }
+
+  get statsFolder() {
+    return path.join(this.roamingFolder, 'VELDRAN/stats/TestNet');
+  }
+
+  /** The host's process ids of the machine's running programs of one name. */
+  async processes(imageName) {
+    const found = [];
+    for (const pid of (await readdir('/proc')).filter((name) => /^\d+$/.test(name))) {
+      const [image] = (await readFile(`/proc/${pid}/cmdline`, 'utf8').catch(() => '')).split('\0');
+      if (image.split(/[\\/]/).pop().toLowerCase() !== imageName.toLowerCase()) continue;
+      const environment = await readFile(`/proc/${pid}/environ`, 'utf8').catch(() => '');
+      if (environment.split('\0').includes(`WINEPREFIX=${this.prefix}`)) found.push(Number(pid));
+    }
+    return found;
+  }
+
+  async #endPrograms() {
+    await this.run('wineserver', ['-k']);
+    await this.run('wineserver', ['-w']);
+  }
+
+  /** Ends every program of the machine, then its display. */
+  async stop() {
+    await this.#endPrograms().catch(() => {});
+    const image = await readFile(`/proc/${this.xvfbPid}/cmdline`, 'utf8').catch(() => '');
+    if (image.startsWith('Xvfb\0')) process.kill(this.xvfbPid);
+  }
+}
