@@ -18,7 +18,6 @@ struct SupervisorState {
   platform::ProcessHandle hTargetProcess;
   platform::ProcessHandle hProcDump;
   SteadyTime target_launch_time{};  // zero: no Core; the time of attaching where it ran before us
-  SteadyTime monitoring_start_time{};
   std::int64_t crash_count = 0;
 
   std::atomic<bool> g_terminateMonitoring{false};

@@ -1,0 +1,17 @@
+#include "process/process_walk.h"
+
+namespace vosk::process {
+
+std::optional<WalkFailure> WalkProcesses(
+    platform::Processes& processes,
+    const std::function<void(const platform::ProcessEntry&)>& visit) {
+  const auto snapshot = processes.TakeSnapshot();
+  if (!snapshot) return WalkFailure{WalkStep::snapshot, snapshot.error()};
+  auto entry = (*snapshot)->First();
+  if (!entry) return WalkFailure{WalkStep::first_entry, entry.error()};
+  for (; entry; entry = (*snapshot)->Next()) visit(*entry);
+  if (entry.error() == platform::kNoMoreFiles) return std::nullopt;
+  return WalkFailure{WalkStep::next_entry, entry.error()};
+}
+
+}  // namespace vosk::process

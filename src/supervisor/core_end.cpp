@@ -1,0 +1,88 @@
+// The monitoring loop when the Core, or the monitor that watches it, has ended.
+#include <fmt/format.h>
+
+#include "platform/clock.h"
+#include "supervisor/monitoring_loop.h"
+
+namespace vosk::supervisor {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds kDumpWriteWait{2500};
+constexpr milliseconds kMonitorExitWait{1000};
+// A monitor ends a moment before the Core whose crash it has written down; only one that is gone
+// for longer has left the Core unwatched.
+constexpr seconds kMonitorLossGrace{5};
+constexpr std::uint32_t kTerminatedExitCode = 1;
+
+}  // namespace
+
+void MonitoringLoop::HandleCoreEnd() {
+  log_.LogWarn(fmt::format("Previously monitored target process (PID {}) has terminated.",
+                           state_.target_pid));
+  const CoreEnd end = JudgeCoreEnd();
+  state_.hTargetProcess.Reset();
+  EndMonitorOfDeadCore();
+  state_.target_launch_time = {};
+  crash_processing_.ProcessNewDumps(places_.dump_storage_directory, places_.log_root_directory,
+                                    end);
+  ForgetCore();
+}
+
+CoreEnd MonitoringLoop::JudgeCoreEnd() {
+  CoreEnd end;
+  if (const auto exit_code = host_.processes.ExitCode(state_.hTargetProcess)) {
+    end.exit_code = *exit_code;
+  } else {
+    log_.LogWarn(fmt::format("Failed to get exit code for terminated PID {}. Error: {}",
+                             state_.target_pid, exit_code.error().value));
+  }
+  log_.LogInfo(fmt::format("Target process final exit code: {} (0x{:x})", ExitCodeText(end),
+                           end.exit_code.value_or(0)));
+  end.is_crash =
+      !end.exit_code || (*end.exit_code != 0 && *end.exit_code != platform::kStillActive);
+  if (!end.is_crash) {
+    log_.LogInfo("Target process exited normally (Code 0).");
+    return end;
+  }
+  ++state_.crash_count;
+  log_.LogError(fmt::format("Target process exited abnormally (Code: {}). Assuming crash #{}",
+                            ExitCodeText(end), state_.crash_count));
+  log_.LogInfo(fmt::format("Waiting {}ms for dump file generation...", kDumpWriteWait.count()));
+  host_.clock.SleepFor(kDumpWriteWait);
+  return end;
+}
+
+void MonitoringLoop::EndMonitorOfDeadCore() {
+  monitor_lost_at_.reset();
+  if (!state_.hProcDump) return;
+  log_.LogInfo("Terminating ProcDump monitor...");
+  processes_.TerminateProcessL(state_.hProcDump, kTerminatedExitCode);
+  static_cast<void>(host_.processes.WaitFor(state_.hProcDump, kMonitorExitWait));
+  state_.hProcDump.Reset();
+  log_.LogInfo("ProcDump monitor terminated/handle closed.");
+}
+
+void MonitoringLoop::WatchMonitor(SteadyTime now) {
+  if (state_.hProcDump) {
+    const auto exit_code = host_.processes.ExitCode(state_.hProcDump);
+    if (!exit_code || *exit_code == platform::kStillActive) return;
+    log_.LogWarn(
+        fmt::format("ProcDump monitor of PID {} has ended (exit code {}) although the "
+                    "target is running.",
+                    state_.target_pid, *exit_code));
+    state_.hProcDump.Reset();
+    monitor_lost_at_ = now;
+    return;
+  }
+  if (!monitor_lost_at_ || now - *monitor_lost_at_ < kMonitorLossGrace) return;
+  log_.LogWarn(fmt::format("Target PID {} is not watched. Attaching a new ProcDump monitor.",
+                           state_.target_pid));
+  monitor_lost_at_ = now;
+  state_.hProcDump =
+      dump_capture_.LaunchProcDumpMonitor(state_.target_pid, places_.dump_storage_directory);
+}
+
+}  // namespace vosk::supervisor

@@ -1,0 +1,74 @@
+// The monitoring loop when there is no Core: it launches one and has it watched.
+#include <fmt/format.h>
+
+#include "console/colours.h"
+#include "platform/clock.h"
+#include "supervisor/monitoring_loop.h"
+#include "text/utf.h"
+
+namespace vosk::supervisor {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kRelaunchDelay{5000};
+// How long a fresh Core gets before a monitor is attached to it.
+constexpr milliseconds kSettlingPause{2000};
+constexpr std::uint32_t kTerminatedExitCode = 1;
+
+}  // namespace
+
+void MonitoringLoop::Relaunch() {
+  if (core_was_running_) log_.LogInfo("--- Target process is not running ---");
+  core_was_running_ = false;
+  log_.LogInfo(fmt::format("Crash Count So Far: {}", state_.crash_count));
+  log_.LogInfo(fmt::format("Attempting relaunch of VELDRAN Core after {}ms delay...",
+                           kRelaunchDelay.count()));
+  host_.clock.SleepFor(kRelaunchDelay);
+  // A Core that runs although we do not hold it (started by hand meanwhile, or refused to us) must
+  // not get a twin; the next cycle attaches to it.
+  if (const auto running = processes_.FindCoreProcesses(); !running.empty()) {
+    log_.LogWarn(fmt::format(
+        "VELDRAN Core is already running (PID: {}). Not launching another one.", running.front()));
+    return;
+  }
+  if (LaunchCore()) WatchLaunchedCore();
+}
+
+bool MonitoringLoop::LaunchCore() {
+  const std::string command_line = text::PathToUtf8(places_.target_path);
+  log_.LogInfo(fmt::format("Executing Command Line: {}", command_line));
+  log_.LogInfo(fmt::format("Working Directory: {}", text::PathToUtf8(places_.target_directory)));
+  auto started = host_.processes.Start({.command_line = command_line,
+                                        .working_directory = places_.target_directory,
+                                        .console = platform::ConsoleOfChild::new_console});
+  if (!started) {
+    log_.LogError(fmt::format("Failed to launch target process: {}.", started.error().value));
+    return false;
+  }
+  log_.LogInfo("VELDRAN Core relaunched successfully.");
+  state_.hTargetProcess = std::move(started->handle);
+  state_.target_pid = started->pid;
+  state_.target_launch_time = host_.clock.SteadyNow();
+  return true;
+}
+
+void MonitoringLoop::WatchLaunchedCore() {
+  const platform::ProcessId pid = state_.target_pid;
+  host_.clock.SleepFor(kSettlingPause);
+  log_.LogInfo(fmt::format("New Target Process PID: {}{}{}", log_.Colour(console::kMagenta), pid,
+                           log_.Colour(console::kReset)));
+  state_.hProcDump = dump_capture_.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
+  if (state_.hProcDump) {
+    log_.LogInfo(fmt::format("ProcDump monitor started for new target PID {}", pid));
+    return;
+  }
+  log_.LogError(fmt::format(
+      "Successfully relaunched target PID {}, but FAILED to launch ProcDump monitor!", pid));
+  log_.LogWarn("Crash dump generation will NOT occur.");
+  log_.LogError("Terminating the newly launched target process.");
+  processes_.TerminateProcessL(state_.hTargetProcess, kTerminatedExitCode);
+  ForgetCore();
+}
+
+}  // namespace vosk::supervisor

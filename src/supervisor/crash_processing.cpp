@@ -1,0 +1,218 @@
+#include "supervisor/crash_processing.h"
+
+#include <fmt/format.h>
+
+#include "text/utf.h"
+
+namespace vosk::supervisor {
+namespace {
+
+constexpr std::uint64_t kBytesPerMegabyte = 1'048'576;
+constexpr std::string_view kRule = "-------------------------------------------------------";
+static_assert(kRule.size() == 55);
+
+std::filesystem::path WithSuffix(const std::filesystem::path& path, std::string_view suffix) {
+  auto renamed = path;
+  renamed += suffix;
+  return renamed;
+}
+
+}  // namespace
+
+std::string ExitCodeText(const CoreEnd& end) {
+  return end.exit_code ? fmt::to_string(*end.exit_code) : "N/A";
+}
+
+CrashProcessing::CrashProcessing(platform::Files& files, console::LogSink& log,
+                                 report::ReportArchive& archive, report::Uploader& uploader,
+                                 const std::atomic<bool>& red_alert_mode)
+    : files_(files),
+      log_(log),
+      archive_(archive),
+      uploader_(uploader),
+      red_alert_mode_(red_alert_mode) {}
+
+void CrashProcessing::ProcessNewDumps(const std::filesystem::path& dump_directory,
+                                      const std::filesystem::path& log_root_directory,
+                                      const CoreEnd& end) {
+  log_.LogInfo(fmt::format("Scanning dump storage for new crash dumps: {}",
+                           text::PathToUtf8(dump_directory)));
+  const Paths dumps = FindDumps(dump_directory);
+  if (dumps.empty()) {
+    log_.LogInfo("No new dump files found in storage directory.");
+    if (end.is_crash) {
+      log_.LogWarn(
+          fmt::format("CRITICAL: Target process termination indicated a crash (Exit "
+                      "Code: {}), but NO DUMP FILE was found!",
+                      ExitCodeText(end)));
+    }
+    return;
+  }
+  log_.LogInfo(fmt::format("Found {} new dump file(s) to process.", dumps.size()));
+  for (const auto& dump : dumps) ProcessDump(dump, log_root_directory);
+}
+
+CrashProcessing::Paths CrashProcessing::FindDumps(const std::filesystem::path& dump_directory) {
+  Paths dumps;
+  try {
+    CollectDumps(dump_directory, dumps);
+  } catch (const std::exception& problem) {
+    log_.LogError(fmt::format("Exception during dump directory iteration: {}", problem.what()));
+  }
+  return dumps;
+}
+
+void CrashProcessing::CollectDumps(const std::filesystem::path& dump_directory, Paths& dumps) {
+  const auto walk = files_.Walk(dump_directory, platform::WalkDepth::direct_entries);
+  if (!walk) {
+    log_.LogError(fmt::format("Error iterating dump directory: {}", walk.error().text));
+    return;
+  }
+  while (true) {
+    const auto entry = (*walk)->Next();
+    if (!entry) {
+      log_.LogError(fmt::format("Error iterating dump directory: {}", entry.error().text));
+      return;
+    }
+    if (!*entry) return;
+    try {
+      AddIfDump(**entry, dumps);
+    } catch (const std::exception& problem) {
+      log_.LogError(fmt::format("Exception processing potential dump file: {}", problem.what()));
+    }
+  }
+}
+
+void CrashProcessing::AddIfDump(const std::filesystem::path& path, Paths& dumps) {
+  const auto type = files_.TypeOf(path);
+  if (!type) {
+    log_.LogError(fmt::format("Error checking file type for {}: {}", text::PathToUtf8(path),
+                              type.error().text));
+    return;
+  }
+  if (*type == platform::FileType::regular && path.extension() == ".dmp") dumps.push_back(path);
+}
+
+void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
+                                  const std::filesystem::path& log_root_directory) {
+  if (const auto exists = files_.Exists(dump); exists && !*exists) return;
+  log_.LogInfo(kRule);
+  log_.LogInfo(fmt::format("Processing dump file: {}", text::PathToUtf8(dump)));
+  Paths additional_files;
+  AddLogs(log_root_directory, additional_files);
+  const auto archive =
+      archive_.MakeReportZipPath(dump, red_alert_mode_.load() ? "CRASH_FD" : "CRASH");
+  if (!archive_.CreateReportZip(archive, dump, additional_files)) {
+    KeepUnpackedDump(dump);
+    log_.LogInfo(kRule);
+    return;
+  }
+  log_.LogInfo(
+      "ZIP archive created successfully. Deleting original dump file to save disk space during "
+      "upload...");
+  const bool dump_deleted = DeletePackedDump(dump);
+  log_.LogInfo(fmt::format("Attempting TUS upload: {}", text::PathToUtf8(archive)));
+  if (uploader_.TusUpload(archive)) {
+    log_.LogInfo(fmt::format("Successfully uploaded and processed: {}", text::PathToUtf8(archive)));
+  } else {
+    KeepUnsentArchive(archive, dump_deleted);
+  }
+  log_.LogInfo(kRule);
+}
+
+void CrashProcessing::AddLogs(const std::filesystem::path& log_root_directory,
+                              Paths& additional_files) {
+  if (log_root_directory.empty()) return;
+  const std::string path = text::PathToUtf8(log_root_directory);
+  const auto type = files_.TypeOf(log_root_directory);
+  if (type && *type == platform::FileType::directory) {
+    log_.LogInfo(fmt::format("Adding log directory to zip list: {}", path));
+    additional_files.push_back(log_root_directory);
+    return;
+  }
+  log_.LogWarn(fmt::format("Log root dir path set but not found/accessible, logs not added: {}{}",
+                           path, type ? "" : fmt::format(" Error: {}", type.error().text)));
+}
+
+platform::FileResult<> CrashProcessing::Replace(const std::filesystem::path& from,
+                                                const std::filesystem::path& to) {
+  if (files_.Exists(to).value_or(true)) {
+    if (const auto removed = files_.Remove(to); !removed) return tl::unexpected(removed.error());
+  }
+  return files_.Rename(from, to);
+}
+
+void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump) {
+  log_.LogError("Failed to create ZIP archive. Renaming dump to .dmp.failed_zip");
+  const std::string path = text::PathToUtf8(dump);
+  try {
+    const auto kept = WithSuffix(dump, ".failed_zip");
+    if (const auto renamed = Replace(dump, kept); !renamed) {
+      log_.LogError(fmt::format("Failed to rename dump after zip failure '{}'. Error: {}", path,
+                                renamed.error().text));
+      return;
+    }
+    log_.LogInfo(fmt::format("Renamed dump after zip failure to: {}", text::PathToUtf8(kept)));
+  } catch (const std::exception& problem) {
+    log_.LogError(
+        fmt::format("Exception while handling zip failure for '{}': {}", path, problem.what()));
+  }
+}
+
+bool CrashProcessing::DeletePackedDump(const std::filesystem::path& dump) {
+  const std::string path = text::PathToUtf8(dump);
+  try {
+    const auto exists = files_.Exists(dump);
+    if (!exists) {
+      log_.LogError(fmt::format("Error checking dump file existence: {}", exists.error().text));
+      return false;
+    }
+    if (!*exists) return false;
+    const std::uint64_t size = files_.SizeOf(dump).value_or(0);
+    if (const auto removed = files_.Remove(dump); !removed) {
+      log_.LogError(
+          fmt::format("Failed to delete original dump file: {}. Error: {}. Upload will "
+                      "proceed but disk space not optimized.",
+                      path, removed.error().text));
+      return false;
+    }
+    log_.LogInfo(
+        fmt::format("Successfully deleted original dump file: {} (freed {} MB during upload)", path,
+                    size / kBytesPerMegabyte));
+    return true;
+  } catch (const std::exception& problem) {
+    log_.LogError(
+        fmt::format("Exception while deleting original dump file '{}': {}. Upload will proceed.",
+                    path, problem.what()));
+    return false;
+  }
+}
+
+void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted) {
+  const std::string path = text::PathToUtf8(archive);
+  log_.LogError(
+      fmt::format("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", path));
+  try {
+    const auto kept = WithSuffix(archive, ".failed_upload");
+    if (const auto renamed = Replace(archive, kept); !renamed) {
+      log_.LogError(fmt::format("Failed to rename failed upload zip '{}' to '{}'. Error: {}", path,
+                                text::PathToUtf8(kept), renamed.error().text));
+      return;
+    }
+    log_.LogInfo(fmt::format("Renamed failed upload to: {}", text::PathToUtf8(kept)));
+  } catch (const std::exception& problem) {
+    log_.LogError(
+        fmt::format("Exception while renaming failed upload zip '{}': {}", path, problem.what()));
+    return;
+  }
+  if (dump_deleted) {
+    log_.LogWarn(
+        "IMPORTANT: Original dump was already deleted. The failed upload ZIP contains the only "
+        "copy of the crash dump!");
+  } else {
+    log_.LogInfo(
+        "Original dump file was not deleted due to earlier error, preserving data redundancy.");
+  }
+}
+
+}  // namespace vosk::supervisor

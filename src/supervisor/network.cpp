@@ -1,0 +1,27 @@
+#include "supervisor/network.h"
+
+#include <curl/curl.h>
+
+#include "identity.h"
+#include "report/tus_client.h"
+
+namespace vosk::supervisor {
+
+tl::expected<void, std::string> CurlNetwork::Initialize() {
+  const CURLcode code = curl_global_init(CURL_GLOBAL_ALL);
+  if (code != CURLE_OK) return tl::unexpected<std::string>(curl_easy_strerror(code));
+  return {};
+}
+
+void CurlNetwork::CleanUp() {
+  curl_global_cleanup();
+}
+
+std::unique_ptr<report::Uploader> CurlNetwork::MakeUploader(const platform::Host& host,
+                                                            console::LogSink& log,
+                                                            console::TransferProgress& progress) {
+  return std::make_unique<report::TusClient>(std::string(identity::kCollectionUrl), host.files,
+                                             host.clock, log, progress);
+}
+
+}  // namespace vosk::supervisor
