@@ -29,13 +29,13 @@ export const installMonitor = (folder, buildFolder) =>
   copyFile(path.join(buildFolder, 'tools', monitorImage), path.join(folder, monitorImage));
 
 export class VoskRun {
-  constructor(machine, folder, driver, { onLine } = {}) {
+  constructor(machine, folder, driver, { onLine, driverLog = 'driver.log' } = {}) {
     this.machine = machine;
     this.folder = folder;
     this.driver = driver;
     this.dumpFolder = path.join(folder, 'tmp/VELDRAN_VOSK_Dumps');
     this.log = new LogFollower(path.join(folder, 'tmp/VOSK.log'), onLine);
-    this.driverLog = path.join(folder, 'driver.log');
+    this.driverLog = path.join(folder, driverLog);
   }
 
   /**

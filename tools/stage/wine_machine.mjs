@@ -76,7 +76,7 @@ export class WineMachine {
   async #makePrefix() {
     const ready = path.join(this.prefix, 'ready');
     // Whatever an interrupted run left behind in this prefix.
-    if (existsSync(this.prefix)) await this.#endPrograms();
+    if (existsSync(this.prefix)) await this.endPrograms();
     if (existsSync(ready)) return;
     await rm(this.prefix, { recursive: true, force: true });
     await this.run('wineboot', ['-i'], prefixLimitMs);
@@ -126,14 +126,15 @@ export class WineMachine {
     return found;
   }
 
-  async #endPrograms() {
+  /** Ends every program of the machine; the next one starts it anew. */
+  async endPrograms() {
     await this.run('wineserver', ['-k']);
     await this.run('wineserver', ['-w']);
   }
 
   /** Ends every program of the machine, then its display. */
   async stop() {
-    await this.#endPrograms().catch(() => {});
+    await this.endPrograms().catch(() => {});
     const image = await readFile(`/proc/${this.xvfbPid}/cmdline`, 'utf8').catch(() => '');
     if (image.startsWith('Xvfb\0')) process.kill(this.xvfbPid);
   }
