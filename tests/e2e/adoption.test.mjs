@@ -81,7 +81,7 @@ test('a second VOSK.exe ends the first and takes over its Core', async (t) => {
 });
 
 test('of two running Cores the first is taken; one that resists stays alive', async () => {
-  const site = await stage.folder('two_cores', { stats: false });
+  const site = await stage.folder('two_cores');
   const cores = [await startCore(stage.machine, site), await startCore(stage.machine, site)];
   const vosk = stage.vosk(site);
   await vosk.start();

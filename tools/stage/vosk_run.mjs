@@ -17,12 +17,16 @@ const pollMs = 50;
  * Makes `folder` afresh with VOSK, the sample Core and the sample monitor from a build folder.
  * @param {string} buildFolder the release build
  */
-export async function layOut(folder, buildFolder, { monitor = true, core = true } = {}) {
+export async function layOut(folder, buildFolder,
+  { vosk = true, monitor = true, core = true } = {}) {
+  const parts = [
+    vosk && 'loopback/VOSK.exe', core && `tools/${coreImage}`, monitor && `tools/${monitorImage}`,
+  ];
   await rm(folder, { recursive: true, force: true });
   await mkdir(path.join(folder, 'tmp'), { recursive: true });
-  await copyFile(path.join(buildFolder, 'loopback/VOSK.exe'), path.join(folder, 'VOSK.exe'));
-  if (core) await copyFile(path.join(buildFolder, 'tools', coreImage), path.join(folder, coreImage));
-  if (monitor) await installMonitor(folder, buildFolder);
+  for (const part of parts.filter(Boolean)) {
+    await copyFile(path.join(buildFolder, part), path.join(folder, path.basename(part)));
+  }
 }
 
 export const installMonitor = (folder, buildFolder) =>
@@ -79,6 +83,11 @@ export class VoskRun {
   /** VOSK's exit code, once it has ended. */
   ended(limitMs) {
     return this.#driverSays(/exit (\d+)/, limitMs);
+  }
+
+  /** The dump storage directory as VOSK logs it. */
+  get windowsDumpFolder() {
+    return windowsPath(this.dumpFolder);
   }
 
   order(line, pid) {
