@@ -7,9 +7,9 @@ import { test } from 'node:test';
 import { startTusServer } from '../../tools/servers/tus_server.mjs';
 import { coreImage, orderCore, startCore } from '../../tools/stage/core.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
-import { within } from '../../tools/stage/wine_machine.mjs';
+import { until, within } from '../../tools/stage/waiting.mjs';
 import { seconds, serverFolder, useStage } from './support/stage.mjs';
-import { eventually, quit, terminated } from './support/steps.mjs';
+import { quit, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -48,8 +48,8 @@ test('a second VOSK.exe ends the first and takes over its Core', async (t) => {
   assert.equal(await first.ended(seconds(20)), 1, 'the first was terminated');
   await adopted(second, core.pid);
   assert.equal((await stage.machine.processes(coreImage)).length, 1, 'the Core was not restarted');
-  await eventually('one monitor for the Core',
-    async () => (await stage.machine.processes(monitorImage)).length === 1, seconds(5));
+  await until(async () => (await stage.machine.processes(monitorImage)).length === 1, seconds(5),
+    'one monitor for the Core');
 
   await orderCore(site, 'crash');
   await terminated(second, core.pid, 0xc0000005);
@@ -82,7 +82,8 @@ test('a second VOSK.exe ends the first and takes over its Core', async (t) => {
 
 test('of two running Cores the first is taken; one that resists stays alive', async () => {
   const site = await stage.folder('two_cores');
-  const cores = [await startCore(stage.machine, site), await startCore(stage.machine, site)];
+  const cores = [await startCore(stage.machine, site, 'one.out'),
+    await startCore(stage.machine, site, 'two.out')];
   const vosk = stage.vosk(site);
   await vosk.start();
   const [, text] = await vosk.log.next(/^\[WARN\] Multiple instances of 'VELDRAN Core\.exe' found\. Monitoring first detected \(PID: (\d+)\)\.$/, seconds(30));
@@ -93,9 +94,10 @@ test('of two running Cores the first is taken; one that resists stays alive', as
   assert.equal((await stage.machine.processes(coreImage)).length, 2, 'no third Core');
 
   await orderCore(site, 'protect', pid);
-  await eventually('the order is taken', async () =>
+  await until(async () =>
     (await readFile(path.join(stage.machine.statsFolder, 'core.log'), 'utf8'))
-      .includes(`[${pid}] command: protect`), seconds(5));
+      .includes(`[${pid}] command: protect`), seconds(5),
+    'the order is taken');
   await vosk.press('q');
   await vosk.log.next(/^\[INFO\] Terminating monitored target process \(if still running\) during shutdown\.\.\.$/, seconds(20));
   await vosk.log.next(/^\[ERROR\] TerminateProcessL: TerminateProcess API failed\. Error: 5$/, seconds(5));

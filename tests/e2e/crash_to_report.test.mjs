@@ -11,8 +11,9 @@ import { startTusServer } from '../../tools/servers/tus_server.mjs';
 import { checkArchive, listEntries, readEntry } from '../../tools/servers/zip_archive.mjs';
 import { coreImage } from '../../tools/stage/core.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
+import { until } from '../../tools/stage/waiting.mjs';
 import { seconds, serverFolder, useStage } from './support/stage.mjs';
-import { eventually, launched, quit, terminated } from './support/steps.mjs';
+import { launched, quit, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -27,7 +28,8 @@ async function twoDumpsBecomeTwoReports(vosk, pid, received) {
     await vosk.log.next(/^\[INFO\] Successfully uploaded and processed: .*_CRASH\.zip$/, seconds(30));
   }
   await writeFile(behaviour, 'one_dump');
-  await eventually('two reports on the server', () => received.length === 2, seconds(5));
+  await until(() => received.length === 2, seconds(5),
+    'two reports on the server');
   assert.notEqual(received[0].fileName, received[1].fileName);
   assert.deepEqual(await vosk.storedFiles(), [], 'nothing is left behind');
 }
@@ -71,8 +73,8 @@ async function crashWithoutDump(vosk, pid) {
 async function exitWith259(vosk) {
   const before = vosk.log.lines.length;
   await vosk.order('exit 259');
-  await eventually('the Core has ended',
-    async () => (await stage.machine.processes(coreImage)).length === 0, seconds(10));
+  await until(async () => (await stage.machine.processes(coreImage)).length === 0, seconds(10),
+    'the Core has ended');
   await sleep(seconds(3));
   await vosk.log.update();
   const since = vosk.log.lines.slice(before).map((line) => line.text);

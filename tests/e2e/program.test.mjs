@@ -55,9 +55,9 @@ for (const { option, file, core } of [
     const log = path.join(stage.machine.prefix, 'drive_c/users',
       path.basename(path.resolve(stage.machine.roamingFolder, '../..')), 'Temp/VOSK.log');
     await rm(log, { force: true });
-    const { code, stdout } = await stage.machine.run('wine', [path.join(folder, 'VOSK.exe'), option]);
+    const { code, output } = await stage.machine.run('wine', [path.join(folder, 'VOSK.exe'), option]);
     assert.equal(code, 0);
-    assert.deepEqual(stdout.split(/\r?\n/),
+    assert.deepEqual(output.split(/\r?\n/),
       ['VOSK (Vigilant Oversight & Supervision Kit) v3.3', `VELDRAN Core: ${core}`, '']);
     assert.ok(!existsSync(log), 'no log session was begun');
   });

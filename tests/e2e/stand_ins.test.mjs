@@ -7,7 +7,8 @@ import { test } from 'node:test';
 import { readMinidump } from '../../tools/servers/minidump.mjs';
 import { orderCore, startCore } from '../../tools/stage/core.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
-import { windowsPath, within } from '../../tools/stage/wine_machine.mjs';
+import { textIn, within } from '../../tools/stage/waiting.mjs';
+import { windowsPath } from '../../tools/stage/wine_machine.mjs';
 import { seconds, useStage } from './support/stage.mjs';
 
 const stage = useStage();
@@ -44,10 +45,10 @@ test('a full-memory dump, a second debugger refused, the exit code of a real cra
   const { site, dumps, monitor } = await monitorSite('monitor_watches');
   const core = await startCore(stage.machine, site);
   const args = ['-accepteula', '-ma', '-e', String(core.pid), windowsPath(dumps)];
-  const watching = stage.machine.spawn(monitor, args);
+  const output = path.join(site, 'monitor.out');
+  const watching = stage.machine.spawn(monitor, args, output);
   const ended = new Promise((resolve) => watching.on('exit', resolve));
-  await within(seconds(10), new Promise((resolve) => watching.stdout.once('data', resolve)),
-    'The monitor did not attach.');
+  await textIn(output, /Watching process/, seconds(10));
   assert.equal((await stage.machine.run('wine', [monitor, ...args])).code, 1);
 
   await orderCore(site, 'crash');

@@ -6,8 +6,9 @@ import { test } from 'node:test';
 
 import { coreImage } from '../../tools/stage/core.mjs';
 import { installMonitor, monitorImage } from '../../tools/stage/vosk_run.mjs';
+import { until } from '../../tools/stage/waiting.mjs';
 import { buildFolder, seconds, useStage } from './support/stage.mjs';
-import { eventually, launched, quit } from './support/steps.mjs';
+import { launched, quit } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -19,8 +20,8 @@ async function launchedInVain(vosk, reason) {
   await vosk.log.next(/^\[WARN\] Crash dump generation will NOT occur\.$/, seconds(5));
   await vosk.log.next(/^\[ERROR\] Terminating the newly launched target process\.$/, seconds(5));
   await vosk.log.next(/^\[INFO\] TerminateProcessL: TerminateProcess API succeeded for PID: /, seconds(5));
-  await eventually('no Core is left',
-    async () => (await stage.machine.processes(coreImage)).length === 0, seconds(3));
+  await until(async () => (await stage.machine.processes(coreImage)).length === 0, seconds(3),
+    'no Core is left');
   return Number(pid);
 }
 

@@ -11,7 +11,8 @@ import { fileURLToPath } from 'node:url';
 
 import { coreImage, orderCore, startCore } from '../stage/core.mjs';
 import { layOut, VoskRun } from '../stage/vosk_run.mjs';
-import { WineMachine, within } from '../stage/wine_machine.mjs';
+import { textIn, until, within } from '../stage/waiting.mjs';
+import { WineMachine } from '../stage/wine_machine.mjs';
 import { describeReport, examineReport, judgeReport } from './received_report.mjs';
 
 const root = fileURLToPath(new URL('../../', import.meta.url));
@@ -43,14 +44,8 @@ async function startServer() {
   const server = spawn(process.execPath, [serverProgram, receivedFolder],
     { detached: true, stdio: ['ignore', output, output] });
   server.unref();
-  for (const deadline = Date.now() + seconds(20); ;) {
-    const text = await readFile(serverLog, 'utf8');
-    if (text.includes('"listening"')) return server.pid;
-    if (server.exitCode !== null || Date.now() > deadline) {
-      throw new Error(`The collection server did not start:\n${text}`);
-    }
-    await sleep(100);
-  }
+  await textIn(serverLog, /"listening"/, seconds(20));
+  return server.pid;
 }
 
 async function readState() {
@@ -134,11 +129,8 @@ async function showQuit(vosk, machine) {
   await vosk.log.next(/VELDRAN Core Autonomous VOSK shutting down\./, seconds(20));
   await vosk.ended(seconds(20));
   await vosk.log.update();
-  const deadline = Date.now() + seconds(5);
-  while ((await machine.processes(coreImage)).length > 0) {
-    if (Date.now() > deadline) throw new Error('The Core outlived VOSK.');
-    await sleep(100);
-  }
+  await until(async () => (await machine.processes(coreImage)).length === 0, seconds(5),
+    'the Core is gone with VOSK');
 }
 
 async function showReceived(knownRecords) {

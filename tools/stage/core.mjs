@@ -2,7 +2,7 @@
 import { rename, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 
-import { within } from './wine_machine.mjs';
+import { textIn } from './waiting.mjs';
 
 export const coreImage = 'VELDRAN Core.exe';
 const startLimitMs = 20_000;
@@ -19,17 +19,14 @@ export async function orderCore(folder, order, pid) {
   await rename(`${file}.part`, file);
 }
 
-/** Starts a Core as a user would, before VOSK. Resolves with its Windows PID once it runs. */
-export async function startCore(machine, folder) {
-  const child = machine.spawn(path.join(folder, coreImage), [], { cwd: folder });
+/**
+ * Starts a Core as a user would, before VOSK. Resolves with its Windows PID once it runs; `ended`
+ * is the lower byte of its exit code, later.
+ */
+export async function startCore(machine, folder, outputName = 'core.out') {
+  const output = path.join(folder, outputName);
+  const child = machine.spawn(path.join(folder, coreImage), [], output, { cwd: folder });
   const ended = new Promise((resolve) => child.on('exit', resolve));
-  const pid = await within(startLimitMs, new Promise((resolve) => {
-    let output = '';
-    child.stdout.on('data', (text) => {
-      output += text;
-      const match = /PID (\d+)/.exec(output);
-      if (match) resolve(Number(match[1]));
-    });
-  }), 'The Core did not start.');
-  return { pid, ended };
+  const [, pid] = await textIn(output, /PID (\d+)/, startLimitMs);
+  return { pid: Number(pid), ended };
 }

@@ -1,17 +1,15 @@
 // One life of VOSK.exe in a folder of its own: the folder holds VOSK, the dump monitor and the
 // Core, and below tmp/ everything that VOSK writes into the temporary directory.
-import { openSync } from 'node:fs';
-import { copyFile, mkdir, readdir, readFile, rm } from 'node:fs/promises';
+import { copyFile, mkdir, readdir, rm } from 'node:fs/promises';
 import path from 'node:path';
-import { setTimeout as sleep } from 'node:timers/promises';
 
 import { coreImage, orderCore } from './core.mjs';
 import { LogFollower } from './log_follower.mjs';
+import { textIn } from './waiting.mjs';
 import { windowsPath } from './wine_machine.mjs';
 
 export const monitorImage = 'procdump64.exe';
 const startLimitMs = 20_000;
-const pollMs = 50;
 
 /**
  * Makes `folder` afresh with VOSK, the sample Core and the sample monitor from a build folder.
@@ -53,31 +51,23 @@ export class VoskRun {
       '--env', `TEMP=${temporary}`];
     if (out) options.push('--out', windowsPath(out));
     if (err) options.push('--err', windowsPath(err));
-    await rm(this.driverLog, { force: true });
-    const output = openSync(this.driverLog, 'a');
     const child = this.machine.spawn(this.driver,
       ['start', ...options, '--', windowsPath(path.join(this.folder, 'VOSK.exe')), ...args],
-      { detached: true, stdio: ['ignore', output, output] });
+      this.driverLog, { detached: true });
     child.unref();
     this.pid = await this.#driverSays(/pid (\d+)/, startLimitMs);
     return this.pid;
   }
 
   async #driverSays(pattern, limitMs) {
-    for (const deadline = Date.now() + limitMs; ;) {
-      const text = await readFile(this.driverLog, 'utf8').catch(() => '');
-      const match = pattern.exec(text);
-      if (match) return Number(match[1]);
-      if (Date.now() > deadline) throw new Error(`No "${pattern}" within ${limitMs} ms: ${text}`);
-      await sleep(pollMs);
-    }
+    return Number((await textIn(this.driverLog, pattern, limitMs))[1]);
   }
 
   /** Presses one key in VOSK's console. */
   async press(key) {
-    const { code, stderr } = await this.machine.run('wine',
+    const { code, output } = await this.machine.run('wine',
       [this.driver, 'press', String(this.pid), key]);
-    if (code !== 0) throw new Error(`The key was not pressed: ${stderr}`);
+    if (code !== 0) throw new Error(`The key was not pressed: ${output}`);
   }
 
   /** VOSK's exit code, once it has ended. */

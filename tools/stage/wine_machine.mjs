@@ -1,12 +1,13 @@
 // A small Windows machine for one run: a Wine prefix of its own and a private display, so that
 // programs can have console windows. Nothing of the user's own Wine or screen is touched.
-import { execFile, spawn } from 'node:child_process';
+import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { existsSync, openSync } from 'node:fs';
+import { closeSync, existsSync, openSync } from 'node:fs';
 import { mkdir, readdir, readFile, rm, writeFile } from 'node:fs/promises';
 import os from 'node:os';
 import path from 'node:path';
-import { promisify } from 'node:util';
+
+import { within } from './waiting.mjs';
 
 const prefixLimitMs = 120_000;
 const programLimitMs = 60_000;
@@ -14,19 +15,6 @@ const displayLimitMs = 15_000;
 
 /** The name under which programs on the machine know an absolute path. */
 export const windowsPath = (file) => `Z:${file.replaceAll('/', '\\')}`;
-
-/** Rejects with `message` when `promise` takes longer than `limitMs`. */
-export async function within(limitMs, promise, message) {
-  let timer;
-  const limit = new Promise((_, reject) => {
-    timer = setTimeout(() => reject(new Error(message)), limitMs);
-  });
-  try {
-    return await Promise.race([promise, limit]);
-  } finally {
-    clearTimeout(timer);
-  }
-}
 
 async function startDisplay(logFile) {
   const log = openSync(logFile, 'a');
@@ -40,7 +28,10 @@ async function startDisplay(logFile) {
 }
 
 export class WineMachine {
+  #runs = 0;
+
   constructor(folder, { display, xvfbPid }) {
+    this.folder = folder;
     this.prefix = path.join(folder, 'wine');
     this.display = display;
     this.xvfbPid = xvfbPid;
@@ -86,23 +77,35 @@ export class WineMachine {
     await writeFile(ready, '');
   }
 
-  /** Runs a program of the host or, through wine, of the machine to its end. */
-  async run(program, args, limitMs = programLimitMs) {
-    const options = { env: this.environment, timeout: limitMs };
-    try {
-      const { stdout, stderr } = await promisify(execFile)(program, args, options);
-      return { code: 0, stdout, stderr };
-    } catch (error) {
-      if (error.killed) throw new Error(`${program} ${args[0]} took more than ${limitMs} ms.`);
-      if (typeof error.code !== 'number') throw error;
-      return { code: error.code, stdout: error.stdout, stderr: error.stderr };
-    }
+  /** Starts a Windows program and leaves it running; its output goes to one file. */
+  spawn(program, args, outputFile, options = {}) {
+    return this.#spawn('wine', [program, ...args], outputFile, options);
   }
 
-  /** Starts a Windows program and leaves it running; output goes to pipes or as `stdio` says. */
-  spawn(program, args, options = {}) {
-    return spawn('wine', [program, ...args],
-      { env: this.environment, stdio: ['ignore', 'pipe', 'pipe'], ...options });
+  // Output goes to a file, not to a pipe: the machine's own services inherit it from the program
+  // that happens to come first, and would hold the pipe open as long as they run.
+  #spawn(program, args, outputFile, options = {}) {
+    const output = openSync(outputFile, 'w');
+    const child = spawn(program, args,
+      { env: this.environment, stdio: ['ignore', output, output], ...options });
+    closeSync(output);
+    return child;
+  }
+
+  /** Runs a program of the host or, through wine, of the machine to its end. */
+  async run(program, args, limitMs = programLimitMs) {
+    const outputFile = path.join(this.folder, `output.${++this.#runs}`);
+    const child = this.#spawn(program, args, outputFile);
+    try {
+      const [code] = await within(limitMs, once(child, 'exit'),
+        `${program} ${args[0]} took more than ${limitMs} ms.`);
+      return { code, output: await readFile(outputFile, 'utf8') };
+    } catch (error) {
+      child.kill('SIGKILL');
+      throw error;
+    } finally {
+      await rm(outputFile, { force: true });
+    }
   }
 
   /** The roaming application data folder of the machine's user. */

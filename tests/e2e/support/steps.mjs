@@ -29,12 +29,3 @@ export async function quit(vosk) {
   await vosk.log.next(/^\[INFO\] VELDRAN Core Autonomous VOSK shutting down\.$/, seconds(30));
   assert.equal(await vosk.ended(seconds(20)), 0, 'VOSK ends with 0');
 }
-
-/** Waits until a condition holds. */
-export async function eventually(what, condition, limitMs) {
-  const deadline = Date.now() + limitMs;
-  while (!(await condition())) {
-    assert.ok(Date.now() < deadline, `not within ${limitMs} ms: ${what}`);
-    await new Promise((resolve) => setTimeout(resolve, 100));
-  }
-}
