@@ -92,6 +92,10 @@ bool PressKey(DWORD pid, char key) {
   const HANDLE input =
       CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                   nullptr, OPEN_EXISTING, 0, nullptr);
+  if (input == INVALID_HANDLE_VALUE) {
+    std::fprintf(stderr, "Cannot open the console's input: error %lu\n", GetLastError());
+    return false;
+  }
   INPUT_RECORD records[2]{};
   for (INPUT_RECORD& record : records) {
     record.EventType = KEY_EVENT;

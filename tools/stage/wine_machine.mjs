@@ -21,10 +21,17 @@ async function startDisplay(logFile) {
   const xvfb = spawn('Xvfb', ['-displayfd', '3', '-screen', '0', '1280x1024x24',
     '-nolisten', 'tcp'], { detached: true, stdio: ['ignore', log, log, 'pipe'] });
   xvfb.unref();
-  const [number] = await within(displayLimitMs, once(xvfb.stdio[3], 'data'),
-    'The display server did not start.');
-  xvfb.stdio[3].destroy();
-  return { display: `:${number.toString().trim()}`, xvfbPid: xvfb.pid };
+  let number = '';
+  const numberCame = (async () => {
+    // Up to the line's end: the display server dies when it cannot write all of it.
+    for await (const text of xvfb.stdio[3]) {
+      number += text;
+      if (number.endsWith('\n')) return;
+    }
+    throw new Error('The display server ended.');
+  })();
+  await within(displayLimitMs, numberCame, 'The display server did not start.');
+  return { display: `:${number.trim()}`, xvfbPid: xvfb.pid };
 }
 
 export class WineMachine {
