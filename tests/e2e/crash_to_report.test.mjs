@@ -53,6 +53,7 @@ async function checkReport(folder, report) {
 }
 
 async function normalExit(vosk, pid) {
+  await sleep(seconds(1));  // one cycle must see it running, or its end is no news
   await vosk.order('exit 0');
   await terminated(vosk, pid, 0);
   await vosk.log.next(/^\[INFO\] Target process exited normally \(Code 0\)\.$/, seconds(5));
