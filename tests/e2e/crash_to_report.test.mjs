@@ -108,5 +108,5 @@ test('crash, normal exit, crash without a dump, exit code 259, quit', async (t) 
   assert.equal(received.length, 2, 'no report without a dump');
   assert.deepEqual(await stage.machine.processes(monitorImage), []);
   const log = await readFile(vosk.log.file, 'utf8');
-  assert.match(log, /^\n--- Log Session Start ---\n/);
+  assert.match(log, /^\r?\n--- Log Session Start ---\r?\n/);
 });

@@ -15,7 +15,7 @@ export function answer({ response }, status, headers = {}, body = '') {
 async function readBody(request, limit = Infinity) {
   const parts = [];
   let length = 0;
-  for await (const part of request) {
+  for await (const part of request.iterator({ destroyOnReturn: false })) {
     parts.push(part);
     length += part.length;
     if (length >= limit) break;

@@ -37,7 +37,7 @@ class FaultyServer {
 
   async listen(certificate) {
     this.#server = https.createServer(certificate, (request, response) =>
-      this.#serve(request, response).catch(() => request.socket.destroy()));
+      this.#serve(request, response).catch(() => request.destroy()));
     await new Promise((resolve, reject) => {
       this.#server.once('error', reject);
       this.#server.listen(this.port, 'localhost', resolve);

@@ -4,6 +4,7 @@ import { open } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 const pollMs = 50;
+const shownCharacters = 300;  // of one message in an error; some messages hold a whole reply
 const linePattern = /^\d{4}-\d\d-\d\d (\d\d:\d\d:\d\d) \[(\w+)\] ([^]*)$/;
 const escapes = /\x1b\[[\d;]*m/g;
 
@@ -74,7 +75,8 @@ export class LogFollower {
       const match = this.#findBehindCursor(pattern);
       if (match) return match;
       if (Date.now() > deadline) {
-        const tail = this.lines.slice(-25).map((line) => `  [${line.level}] ${line.text}`);
+        const tail = this.lines.slice(-25)
+          .map((line) => `  ${line.time} [${line.level}] ${line.text.slice(0, shownCharacters)}`);
         throw new Error(
           `No line like ${pattern} within ${limitMs} ms. The log ends:\n${tail.join('\n')}`);
       }
