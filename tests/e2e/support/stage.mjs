@@ -2,7 +2,7 @@
 // each test a fresh folder with VOSK, the Core and the monitor.
 import { mkdir, rm } from 'node:fs/promises';
 import path from 'node:path';
-import { after, afterEach, before } from 'node:test';
+import { after, before } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 import { layOut, VoskRun } from '../../../tools/stage/vosk_run.mjs';
@@ -23,6 +23,8 @@ class Stage {
 
   /** A fresh folder for one test. `stats` says whether the Core has run on this machine before. */
   async folder(name, { stats = true, ...parts } = {}) {
+    // Whatever a failed test left running must not meet this one.
+    await this.machine.endPrograms();
     const folder = path.join(e2eFolder, 'runs', name);
     await layOut(folder, buildFolder, parts);
     await rm(this.machine.statsFolder, { recursive: true, force: true });
@@ -42,8 +44,6 @@ export function useStage() {
   before(async () => {
     stage.machine = await WineMachine.start(e2eFolder);
   });
-  // Whatever a failed test left running must not meet the next one.
-  afterEach(() => stage.machine.endPrograms());
   after(() => stage.machine?.stop());
   return stage;
 }
