@@ -153,8 +153,8 @@ TEST_F(ReportArchiveTest, LeavesOptionalMisfitsOut) {
           "is denied.",
           "[ERROR] Error checking type of optional path [strange.log]: Access is denied.",
           "[WARN] Optional path is not a regular file, skipping: pipe",
-          "[ERROR] mz_zip_writer_add_file() failed for optional file [gone.log]. Error: stat "
-          "failed",
+          "[ERROR] mz_zip_writer_add_file() failed for optional file [gone.log]. Error: file "
+          "stat failed",
           "[ERROR] Failed to add file [TestNet/a_gone.log] as [TestNet/a_gone.log] to zip. Error: "
           "file stat failed",
           "[ERROR] Error checking file type for [TestNet/b_odd.log]. Error: Access is denied.",
