@@ -45,14 +45,15 @@ std::string ItemRow(int item, const MenuContents& contents, int columns) {
   const auto style = [selected](std::string_view colour) {
     return selected ? fmt::format("{}{}{}", kBold, kReverse, colour) : std::string(colour);
   };
+  const std::string_view state_colour = contents.red_alert ? kRed : kGreen;
+  const bool has_state = item == kRedAlertItem;
   StyledLine line(columns);
   line.Add(style(kYellow), selected ? " > " : "   ");
   line.Add(style(kYellow), kItems[item - 1]);
-  if (item == kRedAlertItem) {
-    line.Add(style(contents.red_alert ? kRed : kGreen),
-             contents.red_alert ? kRedAlertOn : kRedAlertOff);
+  if (has_state) line.Add(style(state_colour), contents.red_alert ? kRedAlertOn : kRedAlertOff);
+  if (selected) {
+    line.PadTo(style(has_state ? state_colour : kYellow), std::min(kItemWidth, columns));
   }
-  if (selected) line.PadTo(style(kYellow), std::min(kItemWidth, columns));
   return line.Bytes();
 }
 

@@ -25,8 +25,8 @@ struct FieldWidths {
 };
 
 // A Core is restarted after 12 hours, so "12h 59m 59s" is the longest uptime in normal service.
-constexpr FieldWidths kFieldWidths{.pid = 6, .version = 8, .crashes = 4, .uptime = 11};
-constexpr FieldWidths kWideFieldWidths{.pid = 8, .version = 9, .crashes = 6, .uptime = 15};
+constexpr FieldWidths kFieldWidths{.pid = 6, .version = 9, .crashes = 4, .uptime = 11};
+constexpr FieldWidths kWideFieldWidths{.pid = 8, .version = 10, .crashes = 6, .uptime = 15};
 // From here on the wide fields leave room for a transfer and Red Alert.
 constexpr int kWideWindow = 120;
 constexpr std::string_view kLongestActivity = "Downloading";

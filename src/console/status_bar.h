@@ -17,9 +17,9 @@ namespace vosk::console {
 // What the bar shows of the supervisor.
 struct StatusSnapshot {
   platform::ProcessId core_pid = 0;  // 0: no Core
-  std::string core_version;
+  std::string core_version = {};
   std::int64_t crash_count = 0;
-  std::optional<std::chrono::steady_clock::duration> uptime;  // none: no Core
+  std::optional<std::chrono::steady_clock::duration> uptime = {};  // none: no Core
   bool red_alert = false;
 };
 
