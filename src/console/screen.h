@@ -1,31 +1,40 @@
 // The layout of the console: log lines scroll above the bottom row.
 #pragma once
 
+#include <optional>
+
 #include "console/log.h"
 #include "platform/console.h"
 
 namespace vosk::console {
 
-// Draws only where the console accepts escape sequences; elsewhere every call does nothing.
+// The visible window where it can be drawn in: it takes escape sequences, can be asked for its size
+// and has at least one row and one column. None otherwise. The size may change between two calls.
+[[nodiscard]] std::optional<platform::ConsoleInfo> DrawableWindow(platform::Console& console,
+                                                                  const LogSink& log);
+
+// Draws only in a drawable window; elsewhere every call does nothing.
 class Screen {
  public:
   Screen(platform::Console& console, LogSink& log);
 
-  // Confines scrolling to all rows but the last and puts the cursor on the last of them.
+  // Confines scrolling to all rows but the last and puts the cursor on the last of them. A window
+  // of one row scrolls whole.
   void SetupScrollRegion();
-  // Lays the screen out again when the window's size is no longer the one laid out for.
-  void FollowWindowSize();
+  // Lays the screen out again when the window's size is no longer the one laid out for. True then,
+  // so that the caller can draw again what stood in the window.
+  bool FollowWindowSize();
   void ClearScreen();
   // Gives the whole window back to whoever uses the console next, cleared.
   void Release();
 
  private:
-  [[nodiscard]] bool CanDraw() const;
+  void LayOut(const platform::ConsoleInfo& window);
+  void Clear(std::string_view before);
 
   platform::Console& console_;
   LogSink& log_;
-  int width_ = 0;
-  int height_ = 0;
+  std::optional<platform::ConsoleInfo> laid_out_for_;
 };
 
 }  // namespace vosk::console

@@ -9,41 +9,6 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-void AppendUtf8(char32_t code_point, std::string& out) {
-  const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
-  if (code_point < 0x80) {
-    out += byte(code_point);
-  } else if (code_point < 0x800) {
-    out += {byte(0xC0 | code_point >> 6), byte(0x80 | (code_point & 0x3F))};
-  } else if (code_point < 0x10000) {
-    out += {byte(0xE0 | code_point >> 12), byte(0x80 | (code_point >> 6 & 0x3F)),
-            byte(0x80 | (code_point & 0x3F))};
-  } else {
-    out += {byte(0xF0 | code_point >> 18), byte(0x80 | (code_point >> 12 & 0x3F)),
-            byte(0x80 | (code_point >> 6 & 0x3F)), byte(0x80 | (code_point & 0x3F))};
-  }
-}
-
-// Reads one code point at `at` and moves past it; a malformed sequence is read as U+FFFD, one byte
-// at a time.
-char32_t NextCodePoint(std::string_view text, std::size_t& at) {
-  const auto lead = static_cast<unsigned char>(text[at++]);
-  if (lead < 0x80) return lead;
-  const int length = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
-  if (length == 0 || lead >= 0xF5 || at + length - 1 > text.size()) return kReplacement;
-  char32_t code_point = lead & (0x7F >> length);
-  for (int i = 0; i < length - 1; ++i) {
-    const auto next = static_cast<unsigned char>(text[at + i]);
-    if ((next & 0xC0) != 0x80) return kReplacement;
-    code_point = code_point << 6 | (next & 0x3F);
-  }
-  const char32_t smallest = length == 2 ? 0x80 : length == 3 ? 0x800 : 0x10000;
-  const bool surrogate = code_point >= 0xD800 && code_point < 0xE000;
-  if (code_point < smallest || code_point > 0x10FFFF || surrogate) return kReplacement;
-  at += length - 1;
-  return code_point;
-}
-
 template <typename Char>
 std::basic_string<Char> LowerAscii(std::basic_string_view<Char> text) {
   std::basic_string<Char> out(text);
@@ -63,6 +28,39 @@ std::basic_string<Char> LowerAscii(std::basic_string_view<Char> text) {
 }
 
 }  // namespace
+
+void AppendUtf8(char32_t code_point, std::string& out) {
+  const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
+  if (code_point < 0x80) {
+    out += byte(code_point);
+  } else if (code_point < 0x800) {
+    out += {byte(0xC0 | code_point >> 6), byte(0x80 | (code_point & 0x3F))};
+  } else if (code_point < 0x10000) {
+    out += {byte(0xE0 | code_point >> 12), byte(0x80 | (code_point >> 6 & 0x3F)),
+            byte(0x80 | (code_point & 0x3F))};
+  } else {
+    out += {byte(0xF0 | code_point >> 18), byte(0x80 | (code_point >> 12 & 0x3F)),
+            byte(0x80 | (code_point >> 6 & 0x3F)), byte(0x80 | (code_point & 0x3F))};
+  }
+}
+
+char32_t NextCodePoint(std::string_view text, std::size_t& at) {
+  const auto lead = static_cast<unsigned char>(text[at++]);
+  if (lead < 0x80) return lead;
+  const int length = lead >= 0xF0 && lead < 0xF5 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC2 ? 2 : 0;
+  if (length == 0 || lead >= 0xF5 || at + length - 1 > text.size()) return kReplacement;
+  char32_t code_point = lead & (0x7F >> length);
+  for (int i = 0; i < length - 1; ++i) {
+    const auto next = static_cast<unsigned char>(text[at + i]);
+    if ((next & 0xC0) != 0x80) return kReplacement;
+    code_point = code_point << 6 | (next & 0x3F);
+  }
+  const char32_t smallest = length == 2 ? 0x80 : length == 3 ? 0x800 : 0x10000;
+  const bool surrogate = code_point >= 0xD800 && code_point < 0xE000;
+  if (code_point < smallest || code_point > 0x10FFFF || surrogate) return kReplacement;
+  at += length - 1;
+  return code_point;
+}
 
 tl::expected<std::string, std::uint32_t> Utf16ToUtf8(std::u16string_view wide) {
   std::string out;

@@ -18,6 +18,11 @@ inline constexpr std::uint32_t kNoUnicodeTranslation = 1113;
 // Converts leniently: every malformed sequence becomes U+FFFD.
 [[nodiscard]] std::u16string Utf8ToUtf16(std::string_view narrow);
 
+// Reads the code point at `at`, which lies within the text, and moves past it. A malformed sequence
+// reads as U+FFFD, one byte at a time.
+[[nodiscard]] char32_t NextCodePoint(std::string_view text, std::size_t& at);
+void AppendUtf8(char32_t code_point, std::string& out);
+
 // Never throws; where the text cannot be converted, a marker with the system's code stands for it.
 [[nodiscard]] std::string WideToUtf8(std::u16string_view wide);
 [[nodiscard]] std::string PathToUtf8(const std::filesystem::path& path);

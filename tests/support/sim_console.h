@@ -43,6 +43,7 @@ class SimConsole : public platform::Console {
   // Everything written to one stream, or to both as they came.
   [[nodiscard]] std::string TextOf(platform::StandardStream stream) const;
   [[nodiscard]] std::string Text() const;
+  [[nodiscard]] const std::vector<WrittenText>& Written() const { return written_; }
   void Forget() { written_.clear(); }
   [[nodiscard]] std::uint32_t ModeOf(platform::StandardStream stream) { return State(stream).mode; }
 

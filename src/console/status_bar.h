@@ -1,0 +1,55 @@
+// The status bar on the bottom row of the console.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "console/log.h"
+#include "console/transfer_progress.h"
+#include "platform/console.h"
+#include "platform/types.h"
+
+namespace vosk::console {
+
+// What the bar shows of the supervisor.
+struct StatusSnapshot {
+  platform::ProcessId core_pid = 0;  // 0: no Core
+  std::string core_version = {};
+  std::int64_t crash_count = 0;
+  std::optional<std::chrono::steady_clock::duration> uptime = {};  // none: no Core
+  bool red_alert = false;
+};
+
+// The row for a window of that many columns, coloured to its right edge; nothing for a window
+// without columns. Fields keep their places while their values grow. A narrow window loses the
+// least important segments.
+[[nodiscard]] std::string BuildStatusRow(const StatusSnapshot& status,
+                                         const TransferProgress& progress, int window_width);
+
+class StatusBar {
+ public:
+  using SnapshotSource = std::function<StatusSnapshot()>;
+
+  // All references outlive the bar; the source is asked at each drawing.
+  StatusBar(platform::Console& console, LogSink& log, const TransferProgress& progress,
+            SnapshotSource snapshot);
+
+  // Draws the bar with one write and leaves the cursor where it was. Does nothing where the console
+  // takes no escape sequences.
+  void DrawStatusBar();
+
+ private:
+  // Wipes the row that the bar leaves behind inside a window that has grown.
+  [[nodiscard]] std::string EraseOldBar(const platform::ConsoleInfo& window) const;
+
+  platform::Console& console_;
+  LogSink& log_;
+  const TransferProgress& progress_;
+  SnapshotSource snapshot_;
+  std::optional<platform::ConsoleInfo> drawn_in_;
+};
+
+}  // namespace vosk::console

@@ -1,0 +1,56 @@
+// The console's pieces put together as the supervisor does, before a terminal of a given size.
+#pragma once
+
+#include <functional>
+#include <random>
+#include <string>
+
+#include "console/menu.h"
+#include "console/screen.h"
+#include "console/status_bar.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/simulated_host.h"
+#include "tests/support/terminal.h"
+
+namespace vosk::support {
+
+class ConsoleScene {
+ public:
+  ConsoleScene(int columns, int rows);
+
+  // What start-up does with the console once it knows what the console accepts.
+  void LayOut();
+  // The same, led by the boot animation.
+  void Start();
+  // What each cycle of the monitoring loop does with the console.
+  void Cycle();
+  void OpenMenu(int selection);
+  void CloseMenu();
+  // The operator drags the window to another size.
+  void Resize(int columns, int rows);
+  // A Core that has been up for an hour, after one crash.
+  void CoreRuns();
+  // The log from the end of another Core to the hour of this one.
+  void LogCrashAndRelaunch();
+  // Runs the action and gives what it writes, by call.
+  std::vector<std::string> WritesOf(const std::function<void()>& action);
+
+  // The terminal with all that was written so far.
+  Terminal& Shown();
+
+  SimulatedHost host;
+  LogRecorder recorder{host};
+  console::LogSink& log = recorder.Sink();
+  console::TransferProgress progress;
+  console::StatusSnapshot status{.core_version = "0.0.0"};
+  console::StatusBar bar{host.console, log, progress, [this] { return status; }};
+  console::Menu menu{host.console, log};
+  console::Screen screen{host.console, log};
+  std::mt19937 random{2025};
+
+ private:
+  Terminal terminal_;
+  int selection_ = 1;
+};
+
+}  // namespace vosk::support
