@@ -146,7 +146,7 @@ void WriteLoadedModules(const SectionContext& context, const ProcessModules& mod
 }
 
 void WriteRedistributables(const SectionContext& context) {
-  fmt::print(context.out, "Visual C++ Redistributables:\n");
+  fmt::print(context.out, "\nVisual C++ Redistributables:\n");
   bool any = false;
   for (const Redistributable& redistributable : kRedistributables) {
     any = WriteRedistributable(context, redistributable) || any;
@@ -157,7 +157,7 @@ void WriteRedistributables(const SectionContext& context) {
 }
 
 void WriteRuntimeLibraries(const SectionContext& context) {
-  fmt::print(context.out, "Runtime DLLs in System:\n");
+  fmt::print(context.out, "\nRuntime DLLs in System:\n");
   const auto directory = context.machine.SystemDirectory();
   if (!directory) {
     context.log.LogError(
@@ -169,7 +169,7 @@ void WriteRuntimeLibraries(const SectionContext& context) {
 }
 
 void WriteDotNetVersions(const SectionContext& context) {
-  fmt::print(context.out, ".NET Framework Versions:\n");
+  fmt::print(context.out, "\n.NET Framework Versions:\n");
   const auto key = OpenKey(context, std::string(kDotNetKey));
   auto names = key ? SubKeys(context.registry, *key) : tl::unexpected(key.error());
   if (!names) {
@@ -193,7 +193,7 @@ void WriteDotNetVersions(const SectionContext& context) {
 }
 
 void WriteWindowsVersion(const SectionContext& context) {
-  fmt::print(context.out, "Windows SDK/Runtime:\n");
+  fmt::print(context.out, "\nWindows SDK/Runtime:\n");
   const auto version = context.machine.OperatingSystem();
   if (!version) {
     context.log.LogError(fmt::format("RtlGetVersion failed: {}", version.error().value));

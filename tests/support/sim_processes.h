@@ -32,6 +32,8 @@ struct SimProcess {
   std::optional<platform::ErrorCode> open_error = {};  // for everybody who opens it
 
   std::vector<SimModule> modules = {};
+  platform::ProcessId debugger = 0;
+
   bool running = true;
   std::uint32_t exit_code = platform::kStillActive;
   int open_handles = 0;

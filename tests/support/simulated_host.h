@@ -83,6 +83,7 @@ class SimulatedHost {
   MapRegistry registry{choke};
 
  private:
+  bool AttachDebugger(platform::ProcessId debugger, platform::ProcessId target_pid);
   void RunMonitor(SimProcess& self, const MonitorBehaviour& behaviour);
   void WriteCrashDumps(const std::string& directory, const MonitorBehaviour& behaviour);
 
