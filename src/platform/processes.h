@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/types.h"
 
@@ -54,6 +55,9 @@ struct StartedProcess {
   ProcessId pid = 0;
 };
 
+// A module loaded in a process, by its address there.
+using ModuleId = std::uintptr_t;
+
 enum class WaitOutcome { finished, timed_out };
 
 // What the system says of a request to enable a privilege: the call's own result and the last
@@ -74,6 +78,11 @@ class Processes : public HandleCloser {
   virtual Result<WaitOutcome> WaitFor(const ProcessHandle& process,
                                       std::chrono::milliseconds limit) = 0;
   virtual Result<std::unique_ptr<ProcessSnapshot>> TakeSnapshot() = 0;
+  // The modules need a handle that may query information and read memory. The path fails for a
+  // module that was unloaded since it was listed.
+  virtual Result<std::vector<ModuleId>> Modules(const ProcessHandle& process) = 0;
+  virtual Result<std::filesystem::path> ModulePath(const ProcessHandle& process,
+                                                   ModuleId module) = 0;
   virtual ProcessId OwnId() = 0;
   // Runs one command line in the system's command interpreter and waits for it; its exit status.
   virtual int RunShellCommand(const std::string& command) = 0;

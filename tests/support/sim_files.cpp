@@ -278,14 +278,24 @@ FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::pat
   return stream;
 }
 
-tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForAppending(const fs::path& path) {
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenText(std::string_view operation,
+                                                                    const fs::path& path,
+                                                                    int flags) {
   using Answer = tl::expected<std::unique_ptr<std::ostream>, int>;
-  return choke_.Perform("files.OpenForAppending", path.string(), [&]() -> Answer {
+  return choke_.Perform(operation, path.string(), [&]() -> Answer {
     if (!MayRead(path)) return tl::unexpected(EACCES);
-    const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
     if (file < 0) return tl::unexpected(errno == EISDIR ? EACCES : errno);
     return std::make_unique<AppendingStream>(file, *this, path);
   });
+}
+
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForAppending(const fs::path& path) {
+  return OpenText("files.OpenForAppending", path, O_APPEND);
+}
+
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForWriting(const fs::path& path) {
+  return OpenText("files.OpenForWriting", path, O_TRUNC);
 }
 
 }  // namespace vosk::support

@@ -25,6 +25,8 @@ class SimFiles : public platform::Files {
       const std::filesystem::path& path) override;
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) override;
 
   // Another process holds the file: it lets others do what the flags say, and nothing else.
   struct Sharing {
@@ -41,6 +43,9 @@ class SimFiles : public platform::Files {
 
  private:
   friend class SimWalk;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenText(std::string_view operation,
+                                                            const std::filesystem::path& path,
+                                                            int flags);
   ChokePoint& choke_;
   std::multimap<std::filesystem::path, Sharing> held_;
 };

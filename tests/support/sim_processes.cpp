@@ -22,6 +22,7 @@ constexpr std::uint32_t kAllRights = 0x001F'FFFF;
 constexpr std::uint32_t kAnyQuery = access::kQueryInformation | access::kQueryLimitedInformation;
 constexpr std::uint64_t kDebugPrivilege = 20;
 constexpr ProcessId kSystemPid = 4;
+constexpr platform::ModuleId kFirstModule = 0x7ff6'0000'0000;
 
 bool IsFile(const std::string& path) {
   std::error_code ignored;
@@ -217,6 +218,36 @@ Result<std::unique_ptr<platform::ProcessSnapshot>> SimProcesses::TakeSnapshot() 
     }
     return std::make_unique<SimSnapshot>(*this, std::move(entries));
   });
+}
+
+Result<SimProcess*> SimProcesses::ReachModules(const ProcessHandle& process) {
+  return Reach(process, access::kQueryInformation).and_then([&](SimProcess*) {
+    return Reach(process, access::kReadMemory);
+  });
+}
+
+Result<std::vector<platform::ModuleId>> SimProcesses::Modules(const ProcessHandle& process) {
+  using Answer = Result<std::vector<platform::ModuleId>>;
+  return choke_.Perform("processes.Modules", Subject(process.Value()), [&]() -> Answer {
+    const auto target = ReachModules(process);
+    if (!target) return tl::unexpected(target.error());
+    if (!(*target)->running) return tl::unexpected(platform::ErrorCode{299});
+    std::vector<platform::ModuleId> modules((*target)->modules.size());
+    for (std::size_t i = 0; i < modules.size(); ++i) modules[i] = kFirstModule + i;
+    return modules;
+  });
+}
+
+Result<std::filesystem::path> SimProcesses::ModulePath(const ProcessHandle& process,
+                                                       platform::ModuleId module) {
+  return choke_.Perform("processes.ModulePath", Subject(process.Value()),
+                        [&]() -> Result<std::filesystem::path> {
+                          const auto target = ReachModules(process);
+                          if (!target) return tl::unexpected(target.error());
+                          const SimModule& found = (*target)->modules.at(module - kFirstModule);
+                          if (found.unloads) return tl::unexpected(platform::kInvalidHandle);
+                          return found.path;
+                        });
 }
 
 ProcessId SimProcesses::OwnId() {

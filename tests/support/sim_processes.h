@@ -14,6 +14,11 @@ namespace vosk::support {
 
 enum class OnTerminate { dies, access_denied, ignores };
 
+struct SimModule {
+  std::filesystem::path path;
+  bool unloads = false;  // as soon as it was listed
+};
+
 struct SimProcess {
   platform::ProcessId pid = 0;
   std::u16string executable_name;
@@ -26,6 +31,7 @@ struct SimProcess {
   bool survives_taskkill = false;
   std::optional<platform::ErrorCode> open_error = {};  // for everybody who opens it
 
+  std::vector<SimModule> modules = {};
   platform::ProcessId debugger = 0;
 
   bool running = true;
@@ -51,6 +57,10 @@ class SimProcesses : public platform::Processes {
   platform::Result<platform::WaitOutcome> WaitFor(const platform::ProcessHandle& process,
                                                   std::chrono::milliseconds limit) override;
   platform::Result<std::unique_ptr<platform::ProcessSnapshot>> TakeSnapshot() override;
+  platform::Result<std::vector<platform::ModuleId>> Modules(
+      const platform::ProcessHandle& process) override;
+  platform::Result<std::filesystem::path> ModulePath(const platform::ProcessHandle& process,
+                                                     platform::ModuleId module) override;
   platform::ProcessId OwnId() override;
   int RunShellCommand(const std::string& command) override;
   platform::Result<platform::TokenHandle> OpenOwnToken(std::uint32_t access_mask) override;
@@ -78,6 +88,7 @@ class SimProcesses : public platform::Processes {
 
  private:
   friend class SimSnapshot;
+  platform::Result<SimProcess*> ReachModules(const platform::ProcessHandle& process);
   struct OpenHandle {
     platform::ProcessId pid = 0;  // 0: the own token
     std::uint32_t rights = 0;

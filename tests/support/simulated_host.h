@@ -8,9 +8,11 @@
 
 #include "platform/host.h"
 #include "tests/support/choke_point.h"
+#include "tests/support/map_registry.h"
 #include "tests/support/sim_clock.h"
 #include "tests/support/sim_console.h"
 #include "tests/support/sim_files.h"
+#include "tests/support/sim_machine.h"
 #include "tests/support/sim_processes.h"
 #include "tests/support/sim_system.h"
 
@@ -35,7 +37,7 @@ class SimulatedHost {
   SimulatedHost& operator=(const SimulatedHost&) = delete;
 
   [[nodiscard]] platform::Host Bundle() {
-    return {clock, console, dump_writer, files, processes, system};
+    return {clock, console, dump_writer, files, machine, processes, registry, system};
   }
 
   // --- Setting the scene -------------------------------------------------------------------
@@ -77,6 +79,8 @@ class SimulatedHost {
   SimConsole console{choke};
   SimSystem system{choke};
   SimDumpWriter dump_writer{choke, processes, files};
+  SimMachine machine{choke};
+  MapRegistry registry{choke};
 
  private:
   bool AttachDebugger(platform::ProcessId debugger, platform::ProcessId target_pid);

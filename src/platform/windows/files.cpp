@@ -98,8 +98,19 @@ class WindowsFiles : public Files {
 
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) override {
+    return OpenText(path, _O_APPEND);
+  }
+
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) override {
+    return OpenText(path, _O_TRUNC);
+  }
+
+ private:
+  static tl::expected<std::unique_ptr<std::ostream>, int> OpenText(
+      const std::filesystem::path& path, int where) {
     int descriptor = -1;
-    const int flags = _O_WRONLY | _O_APPEND | _O_CREAT | _O_TEXT | _O_NOINHERIT;
+    const int flags = _O_WRONLY | _O_CREAT | _O_TEXT | _O_NOINHERIT | where;
     const errno_t failure =
         ::_wsopen_s(&descriptor, SystemPath(path).c_str(), flags, _SH_DENYNO, _S_IREAD | _S_IWRITE);
     if (failure != 0) return tl::unexpected(failure);

@@ -1,12 +1,14 @@
 #include "platform/processes.h"
 
 #include <windows.h>
-// tlhelp32.h builds on windows.h.
+// These build on windows.h.
+#include <psapi.h>
 #include <tlhelp32.h>
 
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/system.h"
 #include "platform/windows/error_text.h"
 #include "platform/windows/parts.h"
 #include "platform/windows/unique_handle.h"
@@ -98,6 +100,33 @@ class WindowsProcesses : public Processes {
     SnapshotHandle snapshot(::CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!snapshot) return tl::unexpected(LastError());
     return std::make_unique<WindowsSnapshot>(std::move(snapshot));
+  }
+
+  Result<std::vector<ModuleId>> Modules(const ProcessHandle& process) override {
+    std::vector<HMODULE> modules(256);
+    for (;;) {
+      const auto bytes = static_cast<DWORD>(modules.size() * sizeof(HMODULE));
+      DWORD needed = 0;
+      if (!::K32EnumProcessModules(Raw(process), modules.data(), bytes, &needed)) {
+        return tl::unexpected(LastError());
+      }
+      modules.resize(needed / sizeof(HMODULE));
+      if (needed <= bytes) break;
+    }
+    std::vector<ModuleId> ids;
+    for (const HMODULE module : modules) ids.push_back(reinterpret_cast<ModuleId>(module));
+    return ids;
+  }
+
+  Result<std::filesystem::path> ModulePath(const ProcessHandle& process, ModuleId module) override {
+    // A name that fills the buffer may have been cut off.
+    for (std::wstring name(kMaxPath, L'\0');; name.resize(name.size() * 2)) {
+      const DWORD length =
+          ::K32GetModuleFileNameExW(Raw(process), reinterpret_cast<HMODULE>(module), name.data(),
+                                    static_cast<DWORD>(name.size()));
+      if (length == 0) return tl::unexpected(LastError());
+      if (length < name.size() - 1) return std::filesystem::path(name.substr(0, length));
+    }
   }
 
   ProcessId OwnId() override { return ::GetCurrentProcessId(); }

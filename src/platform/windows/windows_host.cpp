@@ -9,13 +9,15 @@ WindowsHost::WindowsHost()
       console_(MakeConsole()),
       dump_writer_(MakeDumpWriter()),
       files_(MakeFiles()),
+      machine_(MakeMachine()),
       processes_(MakeProcesses()),
+      registry_(MakeRegistry()),
       system_(MakeSystem()) {}
 
 WindowsHost::~WindowsHost() = default;
 
 Host WindowsHost::Bundle() {
-  return {*clock_, *console_, *dump_writer_, *files_, *processes_, *system_};
+  return {*clock_, *console_, *dump_writer_, *files_, *machine_, *processes_, *registry_, *system_};
 }
 
 }  // namespace vosk::platform::windows

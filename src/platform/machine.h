@@ -1,0 +1,125 @@
+// What the machine is made of: memory, processors, graphics, network, the version of Windows.
+#pragma once
+
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "platform/types.h"
+
+namespace vosk::platform {
+
+struct MemoryStatus {
+  std::uint64_t total_physical = 0;  // bytes
+  std::uint64_t available_physical = 0;
+  std::uint32_t load_percent = 0;
+};
+
+inline constexpr HResult kNoSuchGraphicsAdapter{0x887A0002};  // DXGI_ERROR_NOT_FOUND
+inline constexpr HResult kInvalidArgument{0x80070057};
+inline constexpr std::uint32_t kSoftwareGraphicsAdapter = 2;  // a bit of the adapter's flags
+
+// A number that is unique until the machine restarts.
+struct LocallyUniqueId {
+  std::uint32_t high = 0;
+  std::uint32_t low = 0;
+};
+
+struct GraphicsDescription {
+  std::u16string name;
+  std::uint32_t vendor_id = 0;
+  std::uint32_t device_id = 0;
+  std::uint32_t subsystem_id = 0;
+  std::uint32_t revision = 0;
+  std::uint64_t dedicated_video_memory = 0;  // bytes
+  std::uint64_t shared_system_memory = 0;
+  LocallyUniqueId luid = {};
+  std::uint32_t flags = 0;
+};
+
+class GraphicsAdapter {
+ public:
+  virtual ~GraphicsAdapter() = default;
+  virtual tl::expected<GraphicsDescription, HResult> Describe() = 0;
+  // Makes a Direct3D 11 device of the first of these feature levels that the adapter accepts, and
+  // drops it; that level. A level unknown to the system refuses them all with kInvalidArgument.
+  virtual tl::expected<std::uint32_t, HResult> TryFeatureLevels(
+      std::span<const std::uint32_t> levels) = 0;
+};
+
+// The graphics adapters by index from 0; kNoSuchGraphicsAdapter after the last.
+class GraphicsAdapters {
+ public:
+  virtual ~GraphicsAdapters() = default;
+  virtual tl::expected<std::unique_ptr<GraphicsAdapter>, HResult> At(std::uint32_t index) = 0;
+};
+
+inline constexpr ErrorCode kBufferOverflow{111};
+
+enum class AddressFamily { ipv4, ipv6 };
+
+struct UnicastAddress {
+  AddressFamily family = AddressFamily::ipv4;
+  Result<std::string> text;  // as it is commonly written, or why it could not be
+};
+
+struct NetworkAdapter {
+  std::uint32_t index = 0;  // the system's number of the interface
+  std::optional<std::u16string> friendly_name = {};
+  bool is_up = false;
+  std::uint32_t interface_type = 0;  // as assigned by IANA
+  std::vector<std::uint8_t> physical_address = {};
+  std::vector<UnicastAddress> addresses = {};  // of other families: left out
+};
+
+struct NetworkListError {
+  ErrorCode code;
+  std::uint32_t needed_bytes = 0;  // with kBufferOverflow
+};
+
+// The sockets library, in use until this goes.
+class NetworkSession {
+ public:
+  virtual ~NetworkSession() = default;
+  // The unicast addresses of both families, read through a buffer of that size.
+  virtual tl::expected<std::vector<NetworkAdapter>, NetworkListError> Adapters(
+      std::uint32_t buffer_bytes) = 0;
+};
+
+inline constexpr std::uint8_t kWorkstation = 1;
+inline constexpr std::uint8_t kDomainController = 2;
+inline constexpr std::uint8_t kServer = 3;
+
+struct WindowsVersion {
+  std::uint32_t major = 0;
+  std::uint32_t minor = 0;
+  std::uint32_t build = 0;
+  std::uint32_t product_type = 0;  // kWorkstation...
+  std::uint16_t service_pack_major = 0;
+  std::uint16_t service_pack_minor = 0;
+  std::u16string service_pack;
+};
+
+using FileVersion = std::array<std::uint16_t, 4>;
+
+class Machine {
+ public:
+  virtual ~Machine() = default;
+  virtual Result<MemoryStatus> Memory() = 0;
+  virtual std::uint32_t LogicalProcessors() = 0;
+  virtual tl::expected<std::unique_ptr<GraphicsAdapters>, HResult> OpenGraphics() = 0;
+  virtual Result<std::unique_ptr<NetworkSession>> OpenNetwork() = 0;
+  virtual Result<std::filesystem::path> SystemDirectory() = 0;
+  // From the version resource of a file.
+  virtual Result<FileVersion> VersionOf(const std::filesystem::path& file) = 0;
+  // The version as it is, whatever the program's manifest says.
+  virtual Result<WindowsVersion> OperatingSystem() = 0;
+  // The edition's number, in which later editions may be unknown to an earlier version.
+  virtual Result<std::uint32_t> ProductCode(const WindowsVersion& version) = 0;
+};
+
+}  // namespace vosk::platform

@@ -1,0 +1,85 @@
+#include "report/host_info.h"
+
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <functional>
+#include <mutex>
+
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "report/host_info_sections.h"
+#include "text/utf.h"
+
+namespace vosk::report {
+namespace {
+
+constexpr std::string_view kRule = "---------------------------------------------";
+static_assert(kRule.size() == 45);
+
+// Runs one section; whatever it throws ends that section alone.
+void Guarded(const SectionContext& context, const std::function<void()>& section) {
+  try {
+    section();
+  } catch (const std::exception& problem) {
+    context.log.LogError(
+        fmt::format("Exception while writing the host info file: {}", problem.what()));
+    fmt::print(context.out, "<Error: {}>\n", problem.what());
+  }
+}
+
+}  // namespace
+
+HostInfo::HostInfo(const platform::Host& host, console::LogSink& log, ReportedPrograms programs)
+    : host_(host), log_(log), programs_(std::move(programs)) {}
+
+bool HostInfo::GenerateHostInfoFile(const std::filesystem::path& path) {
+  const std::string name = text::PathToUtf8(path);
+  log_.LogInfo(fmt::format("Generating host info file: {}", name));
+  const auto file = host_.files.OpenForWriting(path);
+  if (!file) {
+    log_.LogError(fmt::format("Failed to open host info file for writing: {}. Errno: {}", name,
+                              file.error()));
+    return false;
+  }
+  WriteReport(**file);
+  (*file)->flush();
+  if (!**file) log_.LogError(fmt::format("Failed to write all of host info file: {}", name));
+  log_.LogInfo(fmt::format("Finished generating host info file: {}", name));
+  return true;
+}
+
+void HostInfo::WriteReport(std::ostream& stream) {
+  const SectionContext context{stream,        log_,           host_.files,
+                               host_.machine, host_.registry, host_.system};
+  const auto now = host_.clock.WallNow();
+  fmt::print(stream, "--- VELDRAN Crash Report - Host Information ---\n");
+  Guarded(context, [&] {
+    WriteTimes(context, std::chrono::system_clock::to_time_t(now), host_.clock.ToLocal(now));
+  });
+  fmt::print(stream, "{}\n", kRule);
+  Guarded(context, [&] { WriteVersions(context, programs_.vosk_version, programs_.core_version); });
+  Guarded(context, [&] { WriteHostname(context); });
+  Guarded(context, [&] { WriteOperatingSystem(context); });
+  Guarded(context, [&] { WriteHardware(context); });
+
+  fmt::print(stream, "\n--- Graphics Hardware ---\n");
+  Guarded(context, [&] { EnumerateGPUs(stream); });
+
+  fmt::print(stream, "\n--- C++ Runtime Environment ---\n");
+  Guarded(context, [&] {
+    const std::lock_guard lock(log_.ConsoleLock());
+    WriteLoadedModules(context, programs_.core_modules);
+  });
+  Guarded(context, [&] { WriteRedistributables(context); });
+  Guarded(context, [&] { WriteRuntimeLibraries(context); });
+  Guarded(context, [&] { WriteDotNetVersions(context); });
+  Guarded(context, [&] { WriteWindowsVersion(context); });
+
+  std::vector<platform::NetworkAdapter> adapters;
+  Guarded(context, [&] { adapters = WriteNetworkInterfaces(context); });
+  Guarded(context, [&] { WriteNatStatus(context, adapters); });
+  fmt::print(stream, "{}\n", kRule);
+}
+
+}  // namespace vosk::report

@@ -1,0 +1,115 @@
+// The host report's section on graphics adapters.
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
+#include <array>
+
+#include "platform/machine.h"
+#include "report/host_info.h"
+#include "report/host_info_rules.h"
+#include "text/utf.h"
+
+namespace vosk::report {
+namespace {
+
+using platform::GraphicsAdapter;
+using platform::GraphicsDescription;
+using platform::HResult;
+
+// Newest first.
+constexpr std::array<std::uint32_t, 9> kFeatureLevels{0xc100, 0xc000, 0xb100, 0xb000, 0xa100,
+                                                      0xa000, 0x9300, 0x9200, 0x9100};
+
+// A system refuses a list with a level newer than itself, so the newest go until it takes the rest.
+tl::expected<std::uint32_t, HResult> HighestFeatureLevel(GraphicsAdapter& adapter) {
+  std::span<const std::uint32_t> levels = kFeatureLevels;
+  auto level = adapter.TryFeatureLevels(levels);
+  while (!level && level.error() == platform::kInvalidArgument && levels.size() > 1) {
+    levels = levels.subspan(1);
+    level = adapter.TryFeatureLevels(levels);
+  }
+  return level;
+}
+
+void WriteDescription(std::ostream& out, const GraphicsDescription& adapter) {
+  fmt::print(out, "  Dedicated VRAM: {} MB\n", adapter.dedicated_video_memory >> 20);
+  fmt::print(out, "  Shared Memory:  {} MB\n", adapter.shared_system_memory >> 20);
+  fmt::print(out, "  Vendor ID:      0x{:x}\n", adapter.vendor_id);
+  fmt::print(out, "  Device ID:      0x{:x}\n", adapter.device_id);
+  fmt::print(out, "  Subsystem ID:   0x{:x}\n", adapter.subsystem_id);
+  fmt::print(out, "  Revision:       {}\n", adapter.revision);
+  fmt::print(out, "  Type:           {}\n", AdapterClass(adapter));
+  fmt::print(out, "  LUID:           {}\n", FormatLuid(adapter.luid));
+}
+
+void WriteFeatureLevel(std::ostream& out, console::LogSink& log, GraphicsAdapter& adapter,
+                       std::uint32_t index) {
+  const auto level = HighestFeatureLevel(adapter);
+  if (level) {
+    fmt::print(out, "  Feature Level:  {}\n", FeatureLevelName(*level));
+    fmt::print(out, "  D3D11 Support:  Yes\n");
+    return;
+  }
+  log.LogWarn(fmt::format("EnumerateGPUs: D3D11CreateDevice failed for adapter {}. HRESULT: 0x{:x}",
+                          index, level.error().value));
+  fmt::print(out, "  Feature Level:  Unknown\n");
+  fmt::print(out, "  D3D11 Support:  No (or driver issue)\n");
+}
+
+void WriteAdapter(std::ostream& out, console::LogSink& log, GraphicsAdapter& adapter,
+                  std::uint32_t index) {
+  const auto description = adapter.Describe();
+  if (!description) {
+    log.LogError(fmt::format("EnumerateGPUs: GetDesc1 failed for adapter {}. HRESULT: 0x{:x}",
+                             index, description.error().value));
+    fmt::print(out, "GPU {}: <Failed to get adapter description. HRESULT: 0x{:x}>\n", index,
+               description.error().value);
+    return;
+  }
+  fmt::print(out, "GPU {}: {}\n", index, text::WideToUtf8(description->name));
+  WriteDescription(out, *description);
+  WriteFeatureLevel(out, log, adapter, index);
+}
+
+// Writes the adapters up to the last; their number.
+std::uint32_t WriteAdapters(std::ostream& out, console::LogSink& log,
+                            platform::GraphicsAdapters& adapters) {
+  for (std::uint32_t index = 0;; ++index) {
+    const auto adapter = adapters.At(index);
+    if (adapter) {
+      WriteAdapter(out, log, **adapter, index);
+      continue;
+    }
+    if (adapter.error() != platform::kNoSuchGraphicsAdapter) {
+      log.LogError(
+          fmt::format("EnumerateGPUs: EnumAdapters1 failed for adapter {}. HRESULT: 0x{:x}", index,
+                      adapter.error().value));
+      fmt::print(out, "GPU {}: <Failed to enumerate adapter. HRESULT: 0x{:x}>\n", index,
+                 adapter.error().value);
+    }
+    return index;
+  }
+}
+
+}  // namespace
+
+void HostInfo::EnumerateGPUs(std::ostream& stream) {
+  const auto adapters = host_.machine.OpenGraphics();
+  if (!adapters) {
+    log_.LogError(fmt::format("EnumerateGPUs: CreateDXGIFactory1 failed. HRESULT: 0x{:x}",
+                              adapters.error().value));
+    fmt::print(stream, "GPU Info: <Failed to create DXGI Factory. HRESULT: 0x{:x}>\n",
+               adapters.error().value);
+    return;
+  }
+  fmt::print(stream, "--- Graphics Adapters (GPUs) ---\n");
+  const std::uint32_t count = WriteAdapters(stream, log_, **adapters);
+  if (count == 0) {
+    log_.LogWarn("EnumerateGPUs: No graphics adapters enumerated. This is unusual.");
+    fmt::print(stream, "No graphics adapters found (unusual for Windows systems).\n");
+    return;
+  }
+  fmt::print(stream, "Total GPUs found: {}\n", count);
+}
+
+}  // namespace vosk::report

@@ -1,0 +1,78 @@
+// Which runtime libraries a process has loaded, and in which versions.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "platform/machine.h"
+#include "platform/processes.h"
+#include "report/host_info.h"
+#include "report/host_info_rules.h"
+#include "report/host_info_sections.h"
+#include "text/utf.h"
+
+namespace vosk::report {
+namespace {
+
+using platform::ModuleId;
+using platform::Processes;
+using platform::ProcessHandle;
+using platform::Result;
+
+struct ModuleListing {
+  ProcessHandle reopened;  // where the handle at hand may not read
+  std::vector<ModuleId> modules;
+};
+
+// A Core that ran before VOSK is held by a handle that is good for waiting only.
+Result<ModuleListing> ListModules(Processes& processes, const ProcessHandle& process) {
+  constexpr std::uint32_t kReading =
+      platform::access::kQueryInformation | platform::access::kReadMemory;
+  ModuleListing listing;
+  auto modules = processes.Modules(process);
+  if (!modules && modules.error() == platform::kAccessDenied) {
+    auto reopened = processes.Id(process).and_then(
+        [&](platform::ProcessId pid) { return processes.Open(kReading, pid); });
+    if (!reopened) return tl::unexpected(reopened.error());
+    listing.reopened = *std::move(reopened);
+    modules = processes.Modules(listing.reopened);
+  }
+  if (!modules) return tl::unexpected(modules.error());
+  listing.modules = *std::move(modules);
+  return listing;
+}
+
+}  // namespace
+
+std::string FileVersionText(const std::filesystem::path& path, platform::Machine& machine,
+                            console::LogSink& log) {
+  const auto version = machine.VersionOf(path);
+  if (version) return FormatFileVersion(*version);
+  log.LogError(fmt::format("Failed to read the version of '{}': {}", text::PathToUtf8(path),
+                           version.error().value));
+  return fmt::format("<Error reading version: {}>", version.error().value);
+}
+
+ProcessModules HostInfo::CaptureProcessModules(const ProcessHandle& process) {
+  const auto listing = ListModules(host_.processes, process);
+  if (!listing) {
+    log_.LogError(
+        fmt::format("CaptureProcessModules: EnumProcessModules failed: {}", listing.error().value));
+    return {};
+  }
+  const ProcessHandle& reader = listing->reopened ? listing->reopened : process;
+  ProcessModules captured;
+  for (const ModuleId module : listing->modules) {
+    // A module without a path was unloaded since it was listed.
+    const auto path = host_.processes.ModulePath(reader, module);
+    if (!path) continue;
+    std::string name = text::PathToUtf8(path->filename());
+    if (!IsRuntimeModule(name)) continue;
+    captured.push_back(
+        {std::move(name), text::PathToUtf8(*path), FileVersionText(*path, host_.machine, log_)});
+  }
+  std::ranges::sort(captured, {},
+                    [](const ProcessModule& module) { return text::ToLowerAscii(module.name); });
+  return captured;
+}
+
+}  // namespace vosk::report
