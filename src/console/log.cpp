@@ -108,6 +108,7 @@ void LogSink::LogMessage(std::string_view level, std::string_view message) {
     const std::lock_guard lock(console_lock_);
     if (recent_log_lines_.size() >= kRecentLines) recent_log_lines_.pop_front();
     recent_log_lines_.push_back(line);
+    ++lines_logged_;
   }
   if (menu_visible_) return;
   WriteToConsole(level, line);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -64,6 +65,8 @@ class LogSink {
   // Serialises everything that goes to the console. Recursive: a log line redraws the status bar
   // while it holds the lock.
   [[nodiscard]] std::recursive_mutex& ConsoleLock() { return console_lock_; }
+  // How many lines have been logged in all; tells whether the recent lines are new.
+  [[nodiscard]] std::uint64_t LinesLogged() const { return lines_logged_; }
   // The last lines, oldest first, as they stand on the console; guarded by the console lock.
   [[nodiscard]] const std::deque<std::string>& RecentLogLines() const { return recent_log_lines_; }
 
@@ -85,6 +88,7 @@ class LogSink {
   bool console_output_valid_ = false;
   std::recursive_mutex console_lock_;
   std::deque<std::string> recent_log_lines_;
+  std::uint64_t lines_logged_ = 0;
   std::function<void()> redraw_;
 };
 

@@ -44,20 +44,21 @@ DumpCapture::DumpCapture(const platform::Host& host, console::LogSink& log,
                          const std::atomic<bool>& red_alert_mode)
     : host_(host), log_(log), red_alert_mode_(red_alert_mode) {}
 
-bool DumpCapture::CreateImmediateDump(platform::ProcessId pid,
-                                      const std::filesystem::path& dump_directory) {
+std::optional<std::filesystem::path> DumpCapture::CreateImmediateDump(
+    platform::ProcessId pid, const std::filesystem::path& dump_directory) {
   log_.LogInfo(
       fmt::format("Creating immediate process dump for PID {} using MiniDumpWriteDump...", pid));
   if (!IsPresent(dump_directory)) {
     if (const auto created = host_.files.CreateDirectories(dump_directory); !created) {
       log_.LogError(fmt::format("Failed to create dump directory: {}", created.error().text));
-      return false;
+      return std::nullopt;
     }
   }
   const std::tm now = host_.clock.ToLocal(host_.clock.WallNow());
-  const auto path = dump_directory / fmt::format("VELDRAN_Core_{:%y%m%d_%H%M%S}.dmp", now);
+  auto path = dump_directory / fmt::format("VELDRAN_Core_{:%y%m%d_%H%M%S}.dmp", now);
   log_.LogInfo(fmt::format("Dump file path: {}", text::PathToUtf8(path)));
-  return WriteDump(pid, path) && CheckImmediateDump(path);
+  if (!WriteDump(pid, path) || !CheckImmediateDump(path)) return std::nullopt;
+  return path;
 }
 
 bool DumpCapture::WriteDump(platform::ProcessId pid, const std::filesystem::path& path) {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "console/log.h"
@@ -28,10 +29,10 @@ class DumpCapture {
   [[nodiscard]] platform::ProcessHandle LaunchProcDumpMonitor(
       platform::ProcessId pid, const std::filesystem::path& dump_directory);
 
-  // Writes a dump of a live process now. True only when a non-empty file came of it; after a failed
-  // write the partial file stays.
-  [[nodiscard]] bool CreateImmediateDump(platform::ProcessId pid,
-                                         const std::filesystem::path& dump_directory);
+  // Writes a dump of a live process now. The path of the dump only when a non-empty file came of
+  // it; after a failed write the partial file stays.
+  [[nodiscard]] std::optional<std::filesystem::path> CreateImmediateDump(
+      platform::ProcessId pid, const std::filesystem::path& dump_directory);
 
  private:
   [[nodiscard]] bool IsPresent(const std::filesystem::path& path);

@@ -28,6 +28,10 @@ std::string ReadCoreVersionFile(platform::Files& files,
   return Trim(line);
 }
 
+bool HasCoreVersionFile(platform::Files& files, const std::filesystem::path& stats_directory) {
+  return files.Exists(stats_directory / kVersionFile).value_or(true);
+}
+
 CoreVersion::CoreVersion(platform::Files& files, console::LogSink& log)
     : files_(files), log_(log) {}
 

@@ -16,6 +16,9 @@ inline constexpr std::string_view kUnknownVersion = "0.0.0";
 [[nodiscard]] std::string ReadCoreVersionFile(platform::Files& files,
                                               const std::filesystem::path& stats_directory);
 
+[[nodiscard]] bool HasCoreVersionFile(platform::Files& files,
+                                      const std::filesystem::path& stats_directory);
+
 // The internal version tracker: what is known of the installed Core's version.
 class CoreVersion {
  public:

@@ -28,8 +28,8 @@ void MonitoringLoop::HandleCoreEnd() {
   state_.hTargetProcess.Reset();
   EndMonitorOfDeadCore();
   state_.target_launch_time = {};
-  crash_processing_.ProcessNewDumps(places_.dump_storage_directory, places_.log_root_directory,
-                                    end);
+  services_.crash_processing.ProcessNewDumps(places_.dump_storage_directory,
+                                             places_.log_root_directory, end);
   ForgetCore();
 }
 
@@ -62,7 +62,7 @@ void MonitoringLoop::EndMonitorOfDeadCore() {
   monitor_retry_delay_ = kMonitorLossGrace;
   if (!state_.hProcDump) return;
   log_.LogInfo("Terminating ProcDump monitor...");
-  processes_.TerminateProcessL(state_.hProcDump, kTerminatedExitCode);
+  services_.processes.TerminateProcessL(state_.hProcDump, kTerminatedExitCode);
   static_cast<void>(host_.processes.WaitFor(state_.hProcDump, kMonitorExitWait));
   state_.hProcDump.Reset();
   log_.LogInfo("ProcDump monitor terminated/handle closed.");
@@ -86,8 +86,8 @@ void MonitoringLoop::WatchMonitor(SteadyTime now) {
                            state_.target_pid));
   monitor_lost_at_ = now;
   monitor_retry_delay_ = std::min(monitor_retry_delay_ * 2, kLongestMonitorRetryDelay);
-  state_.hProcDump =
-      dump_capture_.LaunchProcDumpMonitor(state_.target_pid, places_.dump_storage_directory);
+  state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,
+                                                                  places_.dump_storage_directory);
 }
 
 }  // namespace vosk::supervisor

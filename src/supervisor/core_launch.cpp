@@ -27,7 +27,7 @@ void MonitoringLoop::Relaunch() {
   host_.clock.SleepFor(kRelaunchDelay);
   // A Core that runs although we do not hold it (started by hand meanwhile, or refused to us) must
   // not get a twin; the next cycle attaches to it.
-  if (const auto running = processes_.FindCoreProcesses(); !running.empty()) {
+  if (const auto running = services_.processes.FindCoreProcesses(); !running.empty()) {
     log_.LogWarn(fmt::format(
         "VELDRAN Core is already running (PID: {}). Not launching another one.", running.front()));
     return;
@@ -56,9 +56,11 @@ bool MonitoringLoop::LaunchCore() {
 void MonitoringLoop::WatchLaunchedCore() {
   const platform::ProcessId pid = state_.target_pid;
   host_.clock.SleepFor(kSettlingPause);
+  log_.LogInfo(fmt::format("Captured {} runtime modules from target process", CaptureModules()));
   log_.LogInfo(fmt::format("New Target Process PID: {}{}{}", log_.Colour(console::kMagenta), pid,
                            log_.Colour(console::kReset)));
-  state_.hProcDump = dump_capture_.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
+  state_.hProcDump =
+      services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
   if (state_.hProcDump) {
     log_.LogInfo(fmt::format("ProcDump monitor started for new target PID {}", pid));
     return;
@@ -67,7 +69,7 @@ void MonitoringLoop::WatchLaunchedCore() {
       "Successfully relaunched target PID {}, but FAILED to launch ProcDump monitor!", pid));
   log_.LogWarn("Crash dump generation will NOT occur.");
   log_.LogError("Terminating the newly launched target process.");
-  processes_.TerminateProcessL(state_.hTargetProcess, kTerminatedExitCode);
+  services_.processes.TerminateProcessL(state_.hTargetProcess, kTerminatedExitCode);
   ForgetCore();
 }
 

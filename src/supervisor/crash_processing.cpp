@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "supervisor/report_files.h"
 #include "text/utf.h"
 
 namespace vosk::supervisor {
@@ -11,12 +12,6 @@ constexpr std::uint64_t kBytesPerMegabyte = 1'048'576;
 constexpr std::string_view kRule = "-------------------------------------------------------";
 static_assert(kRule.size() == 55);
 
-std::filesystem::path WithSuffix(const std::filesystem::path& path, std::string_view suffix) {
-  auto renamed = path;
-  renamed += suffix;
-  return renamed;
-}
-
 }  // namespace
 
 std::string ExitCodeText(const CoreEnd& end) {
@@ -24,10 +19,12 @@ std::string ExitCodeText(const CoreEnd& end) {
 }
 
 CrashProcessing::CrashProcessing(platform::Files& files, console::LogSink& log,
-                                 report::ReportArchive& archive, report::Uploader& uploader,
+                                 report::HostInfo& host_info, report::ReportArchive& archive,
+                                 report::Uploader& uploader,
                                  const std::atomic<bool>& red_alert_mode)
     : files_(files),
       log_(log),
+      host_info_(host_info),
       archive_(archive),
       uploader_(uploader),
       red_alert_mode_(red_alert_mode) {}
@@ -99,11 +96,13 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
   log_.LogInfo(kRule);
   log_.LogInfo(fmt::format("Processing dump file: {}", text::PathToUtf8(dump)));
   Paths additional_files;
+  const auto host_info = HostInfoPathFor(dump);
+  AddHostInfo(dump, host_info, additional_files);
   AddLogs(log_root_directory, additional_files);
   const auto archive =
       archive_.MakeReportZipPath(dump, red_alert_mode_.load() ? "CRASH_FD" : "CRASH");
   if (!archive_.CreateReportZip(archive, dump, additional_files)) {
-    KeepUnpackedDump(dump);
+    KeepUnpackedDump(dump, host_info);
     log_.LogInfo(kRule);
     return;
   }
@@ -114,10 +113,28 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
   log_.LogInfo(fmt::format("Attempting TUS upload: {}", text::PathToUtf8(archive)));
   if (uploader_.TusUpload(archive)) {
     log_.LogInfo(fmt::format("Successfully uploaded and processed: {}", text::PathToUtf8(archive)));
+    DeleteHostInfo(host_info);
   } else {
     KeepUnsentArchive(archive, dump_deleted);
   }
   log_.LogInfo(kRule);
+}
+
+void CrashProcessing::AddHostInfo(const std::filesystem::path& dump,
+                                  const std::filesystem::path& host_info, Paths& additional_files) {
+  const bool generated = host_info_.GenerateHostInfoFile(host_info);
+  if (!generated) {
+    log_.LogWarn(fmt::format("Failed to generate host info file for: {}", text::PathToUtf8(dump)));
+  }
+  const auto exists = files_.Exists(host_info);
+  const std::string path = text::PathToUtf8(host_info);
+  if (exists && *exists) {
+    additional_files.push_back(host_info);
+    log_.LogInfo(fmt::format("Generated and added host info file: {}", path));
+  } else if (generated) {
+    log_.LogWarn(fmt::format("Host info file generated but not found/inaccessible: {}{}", path,
+                             exists ? "" : fmt::format(" Error: {}", exists.error().text)));
+  }
 }
 
 void CrashProcessing::AddLogs(const std::filesystem::path& log_root_directory,
@@ -134,25 +151,25 @@ void CrashProcessing::AddLogs(const std::filesystem::path& log_root_directory,
                            path, type ? "" : fmt::format(" Error: {}", type.error().text)));
 }
 
-platform::FileResult<> CrashProcessing::Replace(const std::filesystem::path& from,
-                                                const std::filesystem::path& to) {
-  if (files_.Exists(to).value_or(true)) {
-    if (const auto removed = files_.Remove(to); !removed) return tl::unexpected(removed.error());
-  }
-  return files_.Rename(from, to);
-}
-
-void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump) {
+void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump,
+                                       const std::filesystem::path& host_info) {
   log_.LogError("Failed to create ZIP archive. Renaming dump to .dmp.failed_zip");
   const std::string path = text::PathToUtf8(dump);
   try {
     const auto kept = WithSuffix(dump, ".failed_zip");
-    if (const auto renamed = Replace(dump, kept); !renamed) {
+    if (const auto renamed = ReplaceFile(files_, dump, kept); renamed) {
+      log_.LogInfo(fmt::format("Renamed dump after zip failure to: {}", text::PathToUtf8(kept)));
+    } else {
       log_.LogError(fmt::format("Failed to rename dump after zip failure '{}'. Error: {}", path,
                                 renamed.error().text));
-      return;
     }
-    log_.LogInfo(fmt::format("Renamed dump after zip failure to: {}", text::PathToUtf8(kept)));
+    if (!files_.Exists(host_info).value_or(false)) return;
+    if (const auto removed = files_.Remove(host_info); removed) {
+      log_.LogInfo(
+          fmt::format("Deleted host info file after zip failure: {}", text::PathToUtf8(host_info)));
+    } else {
+      log_.LogWarn(fmt::format("Failed to delete host info file: {}", removed.error().text));
+    }
   } catch (const std::exception& problem) {
     log_.LogError(
         fmt::format("Exception while handling zip failure for '{}': {}", path, problem.what()));
@@ -194,7 +211,7 @@ void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bo
       fmt::format("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", path));
   try {
     const auto kept = WithSuffix(archive, ".failed_upload");
-    if (const auto renamed = Replace(archive, kept); !renamed) {
+    if (const auto renamed = ReplaceFile(files_, archive, kept); !renamed) {
       log_.LogError(fmt::format("Failed to rename failed upload zip '{}' to '{}'. Error: {}", path,
                                 text::PathToUtf8(kept), renamed.error().text));
       return;
@@ -212,6 +229,27 @@ void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bo
   } else {
     log_.LogInfo(
         "Original dump file was not deleted due to earlier error, preserving data redundancy.");
+  }
+  log_.LogInfo("Host info file preserved for debugging.");
+}
+
+void CrashProcessing::DeleteHostInfo(const std::filesystem::path& host_info) {
+  const std::string path = text::PathToUtf8(host_info);
+  try {
+    const auto exists = files_.Exists(host_info);
+    if (!exists) {
+      log_.LogWarn(fmt::format("Error checking host info file existence: {}", exists.error().text));
+      return;
+    }
+    if (!*exists) return;
+    if (const auto removed = files_.Remove(host_info); removed) {
+      log_.LogInfo(fmt::format("Deleted host info: {}", path));
+    } else {
+      log_.LogWarn(
+          fmt::format("Failed to delete host info: {} Error: {}", path, removed.error().text));
+    }
+  } catch (const std::exception& problem) {
+    log_.LogError(fmt::format("Exception during post-upload cleanup: {}", problem.what()));
   }
 }
 

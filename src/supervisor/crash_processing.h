@@ -9,6 +9,7 @@
 
 #include "console/log.h"
 #include "platform/files.h"
+#include "report/host_info.h"
 #include "report/report_archive.h"
 #include "report/uploader.h"
 
@@ -25,8 +26,9 @@ struct CoreEnd {
 
 class CrashProcessing {
  public:
-  CrashProcessing(platform::Files& files, console::LogSink& log, report::ReportArchive& archive,
-                  report::Uploader& uploader, const std::atomic<bool>& red_alert_mode);
+  CrashProcessing(platform::Files& files, console::LogSink& log, report::HostInfo& host_info,
+                  report::ReportArchive& archive, report::Uploader& uploader,
+                  const std::atomic<bool>& red_alert_mode);
 
   // Packs and uploads every ".dmp" file in the directory. Whatever fails, no dump is lost: it ends
   // uploaded, as ".dmp.failed_zip", inside a ".zip.failed_upload", or untouched.
@@ -41,16 +43,17 @@ class CrashProcessing {
   void AddIfDump(const std::filesystem::path& path, Paths& dumps);
   void ProcessDump(const std::filesystem::path& dump,
                    const std::filesystem::path& log_root_directory);
+  void AddHostInfo(const std::filesystem::path& dump, const std::filesystem::path& host_info,
+                   Paths& additional_files);
   void AddLogs(const std::filesystem::path& log_root_directory, Paths& additional_files);
-  void KeepUnpackedDump(const std::filesystem::path& dump);
+  void KeepUnpackedDump(const std::filesystem::path& dump, const std::filesystem::path& host_info);
   [[nodiscard]] bool DeletePackedDump(const std::filesystem::path& dump);
   void KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted);
-  // Renames over whatever holds the new name.
-  platform::FileResult<> Replace(const std::filesystem::path& from,
-                                 const std::filesystem::path& to);
+  void DeleteHostInfo(const std::filesystem::path& host_info);
 
   platform::Files& files_;
   console::LogSink& log_;
+  report::HostInfo& host_info_;
   report::ReportArchive& archive_;
   report::Uploader& uploader_;
   const std::atomic<bool>& red_alert_mode_;

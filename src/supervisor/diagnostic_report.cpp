@@ -21,8 +21,7 @@ DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log
 
 void DiagnosticReport::Submit(platform::ProcessId core_pid, const Places& places) {
   log_.LogInfo("=== Submitting Diagnostic Report ===");
-  log_.LogInfo(
-      fmt::format("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid));
+  log_.LogInfo(fmt::format("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid));
   const auto dump = dump_capture_.CreateImmediateDump(core_pid, places.dump_storage_directory);
   if (!dump) {
     log_.LogError("Failed to create memory dump for diagnostic report.");

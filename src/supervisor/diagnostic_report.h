@@ -17,10 +17,9 @@ namespace vosk::supervisor {
 
 class DiagnosticReport {
  public:
-  DiagnosticReport(platform::Files& files, console::LogSink& log,
-                   dumps::DumpCapture& dump_capture, report::HostInfo& host_info,
-                   report::ReportArchive& archive, report::Uploader& uploader,
-                   const std::atomic<bool>& red_alert_mode);
+  DiagnosticReport(platform::Files& files, console::LogSink& log, dumps::DumpCapture& dump_capture,
+                   report::HostInfo& host_info, report::ReportArchive& archive,
+                   report::Uploader& uploader, const std::atomic<bool>& red_alert_mode);
 
   // Dumps the running Core, packs the dump and uploads the archive. The Core goes on; a report that
   // cannot be sent is kept as ".zip.failed_upload".

@@ -18,9 +18,8 @@ constexpr int kEnter = 13;
 
 }  // namespace
 
-MenuActions::MenuActions(platform::Console& console, console::LogSink& log,
-                         console::Screen& screen, const MenuServices& services,
-                         const Places& places, SupervisorState& state)
+MenuActions::MenuActions(platform::Console& console, console::LogSink& log, console::Screen& screen,
+                         const MenuServices& services, const Places& places, SupervisorState& state)
     : console_(console),
       log_(log),
       screen_(screen),
@@ -166,8 +165,7 @@ void MenuActions::ToggleRedAlert() {
   const bool active = !state_.red_alert_mode.load();
   state_.red_alert_mode.exchange(active);
   if (active) {
-    log_.LogWarn(
-        "RED ALERT MODE ACTIVATED - Full heap dumps (-ma) will be captured on crash.");
+    log_.LogWarn("RED ALERT MODE ACTIVATED - Full heap dumps (-ma) will be captured on crash.");
   } else {
     log_.LogInfo("Red Alert Mode DEACTIVATED - Returning to normal dump mode (-mc 1064).");
   }

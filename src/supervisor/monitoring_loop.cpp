@@ -6,7 +6,6 @@
 #include "console/uptime.h"
 #include "identity.h"
 #include "platform/clock.h"
-#include "platform/console.h"
 #include "text/utf.h"
 
 namespace vosk::supervisor {
@@ -15,7 +14,9 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
+constexpr milliseconds kMenuInterval{100};
 constexpr seconds kStatusReportInterval{15};
+constexpr std::chrono::hours kScheduledRestartInterval{12};
 
 std::string CoreName() {
   return text::WideToUtf8(identity::kCoreExecutable);
@@ -24,43 +25,40 @@ std::string CoreName() {
 }  // namespace
 
 MonitoringLoop::MonitoringLoop(const platform::Host& host, console::LogSink& log,
-                               console::Screen& screen, process::ProcessControl& processes,
-                               dumps::DumpCapture& dump_capture, CrashProcessing& crash_processing,
-                               const Places& places, SupervisorState& state)
-    : host_(host),
-      log_(log),
-      screen_(screen),
-      processes_(processes),
-      dump_capture_(dump_capture),
-      crash_processing_(crash_processing),
-      places_(places),
-      state_(state) {}
+                               const LoopServices& services, const Places& places,
+                               SupervisorState& state)
+    : host_(host), log_(log), services_(services), places_(places), state_(state) {}
 
 void MonitoringLoop::Run() {
   while (!state_.g_terminateMonitoring.load()) RunCycle();
 }
 
 void MonitoringLoop::RunCycle() {
+  ReadCoreVersion();
   const SteadyTime now = host_.clock.SteadyNow();
-  ReadKeyboard();
-  screen_.FollowWindowSize();
+  services_.menu.ReadKeyboard();
+  RefreshDisplay();
   if (state_.target_pid == 0 || !state_.hTargetProcess) AttachToRunningCore();
-  const bool core_runs = CheckCore(now);
+  const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
   if (!core_runs) Relaunch();
-  host_.clock.SleepFor(kMonitoringInterval);
+  host_.clock.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
 
-void MonitoringLoop::ReadKeyboard() {
-  if (!host_.console.KeyWaiting()) return;
-  const int key = host_.console.ReadKey();
-  if (key == 'Q' || key == 'q') {
-    log_.LogWarn("Quit signal received by user. Shutting down...");
-    state_.g_terminateMonitoring.store(true);
-  }
+void MonitoringLoop::ReadCoreVersion() {
+  // A Core that never writes its version down is told of once, at start-up, not twice a second.
+  if (places_.log_root_directory.empty()) return;
+  if (!install::HasCoreVersionFile(host_.files, places_.log_root_directory)) return;
+  services_.core_version.Read(places_.log_root_directory, /*quiet=*/true);
+}
+
+void MonitoringLoop::RefreshDisplay() {
+  const bool resized = services_.screen.FollowWindowSize();
+  services_.menu.RefreshMenu(resized);
+  services_.status_bar.DrawStatusBar();
 }
 
 void MonitoringLoop::AttachToRunningCore() {
-  const process::ProcessList running = processes_.FindCoreProcesses();
+  const process::ProcessList running = services_.processes.FindCoreProcesses();
   if (running.empty()) return;
   const platform::ProcessId pid = running.front();
   if (running.size() > 1) {
@@ -69,7 +67,8 @@ void MonitoringLoop::AttachToRunningCore() {
   }
   log_.LogInfo(fmt::format("Found existing instance of target (PID: {}).", pid));
   if (!OpenRunningCore(pid)) return;
-  state_.hProcDump = dump_capture_.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
+  state_.hProcDump =
+      services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
   if (!state_.hProcDump) {
     log_.LogError(fmt::format("Failed launch ProcDump for existing PID {}.", pid));
     log_.LogError("Detaching from existing process.");
@@ -90,12 +89,13 @@ bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
   state_.hTargetProcess = std::move(*process);
   state_.target_launch_time = host_.clock.SteadyNow();
   log_.LogInfo(fmt::format("Successfully attached to existing PID {}. Starting monitoring.", pid));
+  log_.LogInfo(fmt::format("Captured {} runtime modules from existing process", CaptureModules()));
   return true;
 }
 
 bool MonitoringLoop::CheckCore(SteadyTime now) {
   if (state_.target_pid == 0 || !state_.hTargetProcess) return false;
-  if (!processes_.IsProcessAlive(state_.target_pid)) {
+  if (!services_.processes.IsProcessAlive(state_.target_pid)) {
     HandleCoreEnd();
     return false;
   }
@@ -117,10 +117,28 @@ void MonitoringLoop::ReportRunning(SteadyTime now) {
                            colour(console::kYellow), state_.crash_count, reset));
 }
 
+bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
+  const auto uptime = now - state_.target_launch_time;
+  if (uptime <= kScheduledRestartInterval) return false;
+  log_.LogWarn(fmt::format("Scheduled restart triggered. Uptime ({}) exceeded interval ({} hours).",
+                           console::FormatUptime(uptime), kScheduledRestartInterval.count()));
+  services_.restart.InitiateGracefulRestart("Scheduled Interval", state_.target_pid,
+                                            state_.hTargetProcess, state_.hProcDump);
+  return true;
+}
+
+std::size_t MonitoringLoop::CaptureModules() {
+  const std::lock_guard lock(log_.ConsoleLock());
+  state_.captured_modules = services_.host_info.CaptureProcessModules(state_.hTargetProcess);
+  return state_.captured_modules.size();
+}
+
 void MonitoringLoop::ForgetCore() {
   state_.hTargetProcess.Reset();
   state_.target_pid = 0;
   state_.target_launch_time = {};
+  const std::lock_guard lock(log_.ConsoleLock());
+  state_.captured_modules.clear();
 }
 
 }  // namespace vosk::supervisor

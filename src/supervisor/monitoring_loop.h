@@ -5,10 +5,15 @@
 
 #include "console/log.h"
 #include "console/screen.h"
+#include "console/status_bar.h"
 #include "dumps/dump_capture.h"
+#include "install/core_version.h"
 #include "platform/host.h"
 #include "process/process_control.h"
+#include "report/host_info.h"
 #include "supervisor/crash_processing.h"
+#include "supervisor/graceful_restart.h"
+#include "supervisor/menu_actions.h"
 #include "supervisor/places.h"
 #include "supervisor/state.h"
 
@@ -19,11 +24,23 @@ inline constexpr std::chrono::milliseconds kMonitoringInterval{500};
 // for longer has left the Core unwatched.
 inline constexpr std::chrono::seconds kMonitorLossGrace{5};
 
+// What the loop calls upon.
+struct LoopServices {
+  console::Screen& screen;
+  console::StatusBar& status_bar;
+  install::CoreVersion& core_version;
+  process::ProcessControl& processes;
+  dumps::DumpCapture& dump_capture;
+  report::HostInfo& host_info;
+  CrashProcessing& crash_processing;
+  GracefulRestart& restart;
+  MenuActions& menu;
+};
+
 class MonitoringLoop {
  public:
-  MonitoringLoop(const platform::Host& host, console::LogSink& log, console::Screen& screen,
-                 process::ProcessControl& processes, dumps::DumpCapture& dump_capture,
-                 CrashProcessing& crash_processing, const Places& places, SupervisorState& state);
+  MonitoringLoop(const platform::Host& host, console::LogSink& log, const LoopServices& services,
+                 const Places& places, SupervisorState& state);
 
   // Cycles until `g_terminateMonitoring` is set. The Core and its monitor are left to the shutdown.
   void Run();
@@ -32,7 +49,8 @@ class MonitoringLoop {
   using SteadyTime = SupervisorState::SteadyTime;
 
   void RunCycle();
-  void ReadKeyboard();
+  void ReadCoreVersion();
+  void RefreshDisplay();
 
   void AttachToRunningCore();
   [[nodiscard]] bool OpenRunningCore(platform::ProcessId pid);
@@ -40,6 +58,8 @@ class MonitoringLoop {
   // True while the watched Core runs.
   [[nodiscard]] bool CheckCore(SteadyTime now);
   void ReportRunning(SteadyTime now);
+  // True where the Core has run so long that it is restarted.
+  [[nodiscard]] bool RestartWhenDue(SteadyTime now);
   void HandleCoreEnd();
   [[nodiscard]] CoreEnd JudgeCoreEnd();
   void EndMonitorOfDeadCore();
@@ -50,14 +70,13 @@ class MonitoringLoop {
   void Relaunch();
   [[nodiscard]] bool LaunchCore();
   void WatchLaunchedCore();
+  // The number of modules of the Core's runtime that are kept for reports.
+  std::size_t CaptureModules();
   void ForgetCore();
 
   platform::Host host_;
   console::LogSink& log_;
-  console::Screen& screen_;
-  process::ProcessControl& processes_;
-  dumps::DumpCapture& dump_capture_;
-  CrashProcessing& crash_processing_;
+  LoopServices services_;
   const Places& places_;
   SupervisorState& state_;
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/types.h"
+#include "report/process_module.h"
 
 namespace vosk::supervisor {
 
@@ -19,10 +20,14 @@ struct SupervisorState {
   platform::ProcessHandle hProcDump;
   SteadyTime target_launch_time{};  // zero: no Core; the time of attaching where it ran before us
   std::int64_t crash_count = 0;
+  // What the Core's runtime consists of, for reports on a crash of it; guarded by the console lock.
+  report::ProcessModules captured_modules;
 
   std::atomic<bool> g_terminateMonitoring{false};
   std::atomic<bool> red_alert_mode{false};
+  std::atomic<bool> restart_in_progress{false};
   bool menu_visible = false;
+  int menu_selection = 1;
 };
 
 }  // namespace vosk::supervisor

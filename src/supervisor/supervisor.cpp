@@ -3,13 +3,19 @@
 #include <fmt/format.h>
 
 #include <memory>
+#include <random>
 
+#include "console/boot_animation.h"
 #include "console/colours.h"
 #include "identity.h"
-#include "install/core_version.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "report/report_archive.h"
+#include "supervisor/diagnostic_report.h"
+#include "supervisor/graceful_restart.h"
+#include "supervisor/host_info_self_test.h"
+#include "supervisor/menu_actions.h"
 #include "supervisor/monitoring_loop.h"
 #include "supervisor/startup_places.h"
 #include "text/utf.h"
@@ -52,7 +58,25 @@ Supervisor::Supervisor(const platform::Host& host, Network& network)
       network_(network),
       log_(host.console, host.files, host.system, host.clock, state_.menu_visible),
       screen_(host.console, log_),
-      processes_(host.processes, log_) {}
+      core_version_(host.files, log_),
+      status_bar_(host.console, log_, progress_, [this] { return Status(); }),
+      processes_(host.processes, log_),
+      host_info_(host, log_,
+                 {.vosk_version = std::string(identity::kVersion),
+                  .core_version = core_version_.Current(),
+                  .core_modules = state_.captured_modules}) {}
+
+console::StatusSnapshot Supervisor::Status() const {
+  console::StatusSnapshot status{.core_pid = state_.target_pid,
+                                 .core_version = core_version_.Current(),
+                                 .crash_count = state_.crash_count,
+                                 .uptime = std::nullopt,
+                                 .red_alert = state_.red_alert_mode.load()};
+  if (state_.target_launch_time != SupervisorState::SteadyTime{}) {
+    status.uptime = host_.clock.SteadyNow() - state_.target_launch_time;
+  }
+  return status;
+}
 
 int Supervisor::Run(const std::vector<std::string>& arguments) {
   PrepareConsole();
@@ -111,7 +135,16 @@ void Supervisor::OpenConsoleAndLog() {
     console_at_start_ = *info;
   }
   log_.OpenLogFile();
+  if (log_.ConsoleOutputValid()) ShowStart();
+}
+
+void Supervisor::ShowStart() {
+  const auto seed = host_.clock.WallNow().time_since_epoch().count();
+  std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
+  console::PlayBootAnimation(host_.console, host_.clock, log_, random);
   screen_.SetupScrollRegion();
+  log_.SetRedrawHook([this] { status_bar_.DrawStatusBar(); });
+  status_bar_.DrawStatusBar();
 }
 
 void Supervisor::LogBanner() {
@@ -171,7 +204,11 @@ int Supervisor::RunWithCom() {
                                   "details.",
                                   fixed.error()));
   }
-  if (!finder.LocateTarget(places)) {
+  const bool target_found = finder.LocateTarget(places);
+  HostInfoSelfTest(host_.clock, host_.files, log_, [this](const std::filesystem::path& path) {
+    return host_info_.GenerateHostInfoFile(path);
+  }).Run(places.dump_storage_directory);
+  if (!target_found) {
     const auto message = fmt::format(
         "Initialization failed: Target executable '{}' not found at default or fallback location. "
         "Cannot monitor.\n\nPlease check the VOSK.log file for details.",
@@ -180,6 +217,9 @@ int Supervisor::RunWithCom() {
     return EndFatally("VOSK Error", message);
   }
   finder.LocateLogRoot(places);
+  if (!places.log_root_directory.empty()) {
+    core_version_.Read(places.log_root_directory, /*quiet=*/false);
+  }
   LogMonitoringBanner(places);
   Monitor(places);
   return kSuccess;
@@ -206,22 +246,46 @@ void Supervisor::Monitor(const Places& places) {
   dumps::DumpCapture dump_capture(host_, log_, state_.red_alert_mode);
   report::ReportArchive archive(host_.files, host_.system, host_.clock, log_, progress_);
   const auto uploader = network_.MakeUploader(host_, log_, progress_);
-  CrashProcessing crash_processing(host_.files, log_, archive, *uploader, state_.red_alert_mode);
-  MonitoringLoop loop(host_, log_, screen_, processes_, dump_capture, crash_processing, places,
-                      state_);
+  CrashProcessing crash_processing(host_.files, log_, host_info_, archive, *uploader,
+                                   state_.red_alert_mode);
+  DiagnosticReport diagnostic_report(host_.files, log_, dump_capture, host_info_, archive,
+                                     *uploader, state_.red_alert_mode);
+  GracefulRestart restart(host_.processes, log_, processes_, state_);
+  MenuActions menu(host_.console, log_, screen_,
+                   {.dump_capture = dump_capture,
+                    .core_version = core_version_,
+                    .restart = restart,
+                    .diagnostic_report = diagnostic_report},
+                   places, state_);
+  MonitoringLoop loop(host_, log_,
+                      {.screen = screen_,
+                       .status_bar = status_bar_,
+                       .core_version = core_version_,
+                       .processes = processes_,
+                       .dump_capture = dump_capture,
+                       .host_info = host_info_,
+                       .crash_processing = crash_processing,
+                       .restart = restart,
+                       .menu = menu},
+                      places, state_);
   loop.Run();
   ShutDown();
 }
 
-void Supervisor::ShutDown() {
-  if (log_.ConsoleOutputValid()) {
-    if (console_at_start_) {
-      static_cast<void>(host_.console.SetTextAttributes(console_at_start_->attributes));
-    }
-    screen_.Release();
-    static_cast<void>(host_.console.SetCursor(0, 0));
-    static_cast<void>(host_.console.SetCursorVisible(true));
+void Supervisor::ReleaseConsole() {
+  if (console_at_start_) {
+    static_cast<void>(host_.console.SetTextAttributes(console_at_start_->attributes));
   }
+  log_.SetRedrawHook({});
+  screen_.Release();
+  static_cast<void>(host_.console.SetCursor(0, 0));
+  static_cast<void>(host_.console.SetCursorVisible(true));
+  // The last lines follow one another from the top: no row is laid out for them any more.
+  log_.SetConsoleOutputValid(false);
+}
+
+void Supervisor::ShutDown() {
+  if (log_.ConsoleOutputValid()) ReleaseConsole();
   log_.LogWarn("Monitoring loop terminated (g_terminateMonitoring is true).");
   if (state_.hProcDump) {
     log_.LogInfo("Terminating active ProcDump monitor process during shutdown...");

@@ -7,10 +7,13 @@
 
 #include "console/log.h"
 #include "console/screen.h"
+#include "console/status_bar.h"
 #include "console/transfer_progress.h"
+#include "install/core_version.h"
 #include "platform/console.h"
 #include "platform/host.h"
 #include "process/process_control.h"
+#include "report/host_info.h"
 #include "supervisor/network.h"
 #include "supervisor/places.h"
 #include "supervisor/state.h"
@@ -30,6 +33,7 @@ class Supervisor {
   void PrintVersions();
   [[nodiscard]] bool ClearTheField();
   void OpenConsoleAndLog();
+  void ShowStart();
   void LogBanner();
   void LogArguments(const std::vector<std::string>& arguments);
   void LogMonitoringBanner(const Places& places);
@@ -38,6 +42,8 @@ class Supervisor {
   int RunWithCom();
   void Monitor(const Places& places);
   void ShutDown();
+  void ReleaseConsole();
+  [[nodiscard]] console::StatusSnapshot Status() const;
 
   // Tells the operator in a box why the program ends, and gives the exit status.
   int EndFatally(const std::string& title, const std::string& text);
@@ -48,7 +54,10 @@ class Supervisor {
   console::LogSink log_;
   console::Screen screen_;
   console::TransferProgress progress_;
+  install::CoreVersion core_version_;
+  console::StatusBar status_bar_;
   process::ProcessControl processes_;
+  report::HostInfo host_info_;
   std::optional<platform::ConsoleInfo> console_at_start_;
 };
 
