@@ -62,9 +62,8 @@ void ReportArchive::MakeRoomForZip(const path& zip_path) {
   if (exists && !*exists) return;
   const auto removed = files_.Remove(zip_path);
   if (removed) return;
-  log_.LogWarn(
-      fmt::format("Failed to remove existing zip file [{}]. Error: {}. Attempting to overwrite.",
-                  PathToUtf8(zip_path), removed.error().text));
+  log_.LogWarn(fmt::format("Failed to remove existing zip file [{}] ({}). Attempting to overwrite.",
+                           PathToUtf8(zip_path), removed.error().text));
 }
 
 bool ReportArchive::OpenZip(ZipWriter& zip, const path& zip_path) {

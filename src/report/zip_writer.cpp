@@ -29,11 +29,13 @@ struct ZipWriter::Archive {
   mz_zip_archive zip{};
   mz_file_write_func write_to_file = nullptr;
   std::uint64_t written_end = 0;
+  bool write_failed = false;
 
   static std::size_t Write(void* opaque, mz_uint64 offset, const void* data, std::size_t size) {
     auto& self = *static_cast<Archive*>(opaque);
     const std::size_t count = self.write_to_file(&self.zip, offset, data, size);
     self.written_end = std::max<std::uint64_t>(self.written_end, offset + count);
+    if (count != size) self.write_failed = true;
     return count;
   }
 };
@@ -90,6 +92,9 @@ ZipWriter::Outcome ZipWriter::AddFolder(const std::string& entry_name) {
 }
 
 ZipWriter::Outcome ZipWriter::Finalize() {
+  // The C library buffers: a write that failed for one entry may have lost the end of the entry
+  // before it, even where there is room again by now.
+  if (archive_->write_failed) return Failed(MZ_ZIP_FILE_WRITE_FAILED);
   // An entry that failed half-way, say a log that grew while it was read, leaves its bytes behind
   // the last good one. The central directory must come after them: readers look for it at the
   // file's end.

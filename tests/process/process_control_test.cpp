@@ -197,7 +197,7 @@ TEST(ProcessSearch, KeepsWhatItFoundBeforeTheListBroke) {
   bench.host.processes.Add(u"VELDRAN Core.exe.bak");
   const auto second = bench.host.processes.Add(u"VELDRAN Core.exe").pid;
   EXPECT_THAT(bench.control.FindCoreProcesses(), ElementsAre(first, second));
-  bench.host.choke.faults.Add({.scope = "processes.Snapshot.Next", .first = 2, .code = 6});
+  bench.host.choke.faults.Add({.scope = "processes.Snapshot.Next", .first = 3, .code = 6});
   EXPECT_THAT(bench.control.FindCoreProcesses(), ElementsAre(first));
 }
 
@@ -266,7 +266,7 @@ TEST(TerminateProcDumpInstances, ReportsABrokenListAndGoesOn) {
               "TerminateProcessL.",
               "[WARN] TerminateProcDumpInstances: Errors occurred during termination "
               "attempts."}));
-  bench.host.choke.faults.Add({.scope = "processes.Snapshot.Next", .first = 2, .code = 6});
+  bench.host.choke.faults.Add({.scope = "processes.Snapshot.Next", .first = 3, .code = 6});
   EXPECT_FALSE(bench.control.TerminateProcDumpInstances());
   EXPECT_FALSE(bench.host.processes.At(1004).running) << "what was found is still handled";
   bench.host.FailNext("processes.Snapshot.First", 18);

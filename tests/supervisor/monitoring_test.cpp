@@ -129,6 +129,18 @@ TEST(Monitoring, AMonitorThatLeavesItsCoreIsReplaced) {
                           host.DumpDirectory().string() + "\""}));
 }
 
+TEST(Monitoring, ACoreThatAnotherDebuggerHoldsIsAskedForEverMoreSeldom) {
+  SimulatedHost host;
+  FurnishHost(host, {.leaves_at_once = true});
+  host.choke.SetCallBudget(5'000'000);
+  FakeNetwork network;
+  LiveOnce(host, network, {.quit_at = 3h});
+  EXPECT_EQ(EverStarted(host, kCoreName), 1u);
+  // After 0, 5, 15, 35... seconds, then every hour.
+  EXPECT_GE(EverStarted(host, kMonitorName), 10u);
+  EXPECT_LE(EverStarted(host, kMonitorName), 13u);
+}
+
 TEST(Monitoring, TheScreenFollowsTheWindow) {
   SimulatedHost host;
   FurnishHost(host);
