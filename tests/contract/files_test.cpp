@@ -234,6 +234,21 @@ TEST_F(FileContract, AppendingFailsWithTheCLibrarysNumber) {
   EXPECT_EQ(host_.files.OpenForAppending(scratch_).error(), 13);
 }
 
+TEST_F(FileContract, WritingReplacesWhatWasThere) {
+  const fs::path path = scratch_ / "report.txt";
+  PutBytes(path, "something longer");
+  {
+    const auto stream = host_.files.OpenForWriting(path);
+    ASSERT_TRUE(stream);
+    **stream << "one\nzwei \xC3\xBC\n";
+  }
+  EXPECT_EQ(PlainLines(BytesOf(path)), "one\nzwei \xC3\xBC\n");
+  EXPECT_EQ(host_.files.OpenForWriting(scratch_ / "missing" / "report.txt").error(), 2);
+  EXPECT_EQ(host_.files.OpenForWriting(scratch_).error(), 13);
+  const auto held = Hold(path);
+  EXPECT_EQ(host_.files.OpenForWriting(path).error(), 13);
+}
+
 TEST_F(FileContract, PathsMayBeLongerThanTheOldLimit) {
   fs::path deep = scratch_;
   for (int n = 0; n < 6; ++n) deep /= std::string(60, static_cast<char>('a' + n));

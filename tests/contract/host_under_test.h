@@ -13,6 +13,7 @@
 #include "platform/dump_writer.h"
 #include "platform/files.h"
 #include "platform/host.h"
+#include "platform/machine.h"
 #include "platform/processes.h"
 #include "platform/system.h"
 

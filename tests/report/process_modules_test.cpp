@@ -18,6 +18,7 @@ constexpr auto kReadingRights = access::kQueryInformation | access::kReadMemory;
 // A running Core with modules, some of them of no interest.
 support::SimProcess& AddCore(SimulatedHost& host) {
   support::SimProcess& core = host.processes.Add(u"VELDRAN Core.exe");
+  host.PutFile("C:/Core/Müller/msvcp140_1.dll", "MZ");
   core.modules = {{"C:/Core/VELDRAN Core.exe"},
                   {"C:/Windows/System32/ntdll.dll"},
                   {"C:/Windows/System32/KERNEL32.DLL"},

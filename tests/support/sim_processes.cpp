@@ -240,14 +240,17 @@ Result<std::vector<platform::ModuleId>> SimProcesses::Modules(const ProcessHandl
 
 Result<std::filesystem::path> SimProcesses::ModulePath(const ProcessHandle& process,
                                                        platform::ModuleId module) {
-  return choke_.Perform("processes.ModulePath", Subject(process.Value()),
-                        [&]() -> Result<std::filesystem::path> {
-                          const auto target = ReachModules(process);
-                          if (!target) return tl::unexpected(target.error());
-                          const SimModule& found = (*target)->modules.at(module - kFirstModule);
-                          if (found.unloads) return tl::unexpected(platform::kInvalidHandle);
-                          return found.path;
-                        });
+  const auto effect = [&]() -> Result<std::filesystem::path> {
+    const auto target = ReachModules(process);
+    if (!target) return tl::unexpected(target.error());
+    const auto& modules = (*target)->modules;
+    const std::size_t at = module - kFirstModule;
+    if (at >= modules.size() || modules[at].unloads) {
+      return tl::unexpected(platform::kInvalidHandle);
+    }
+    return modules[at].path;
+  };
+  return choke_.Perform("processes.ModulePath", Subject(process.Value()), effect);
 }
 
 ProcessId SimProcesses::OwnId() {
