@@ -44,8 +44,8 @@ class ProcessSnapshot {
 enum class ConsoleOfChild { inherited, new_console, no_window };
 
 struct ProcessStart {
-  std::string command_line;                                // UTF-8, used as it stands
-  std::optional<std::filesystem::path> working_directory;  // none: the caller's own
+  std::string command_line;                                     // UTF-8, used as it stands
+  std::optional<std::filesystem::path> working_directory = {};  // none: the caller's own
   ConsoleOfChild console = ConsoleOfChild::inherited;
 };
 

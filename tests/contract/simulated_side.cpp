@@ -1,0 +1,1 @@
+// The simulated side of the contract tests.

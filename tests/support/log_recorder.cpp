@@ -1,0 +1,63 @@
+#include "tests/support/log_recorder.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace vosk::support {
+namespace {
+
+// "2025-03-01 09:00:00 [WARN] text" without its date and time.
+std::string WithoutStamp(const std::string& line) {
+  constexpr std::size_t kStamp = 20;
+  return line.size() > kStamp && line[kStamp] == '[' && line[4] == '-' ? line.substr(kStamp) : line;
+}
+
+}  // namespace
+
+LogText LogOf(const SimulatedHost& host) {
+  LogText lines;
+  std::istringstream log(SimulatedHost::ReadFile(host.LogFile()));
+  for (std::string line; std::getline(log, line);) lines.push_back(WithoutStamp(line));
+  return lines;
+}
+
+LogRecorder::LogRecorder(SimulatedHost& host)
+    : host_(host), sink_(host.console, host.files, host.system, host.clock, menu_visible) {
+  sink_.OpenLogFile();
+  lines_before_ = LogOf(host).size();
+}
+
+LogText LogRecorder::Lines() const {
+  LogText lines = LogOf(host_);
+  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(lines_before_));
+  return lines;
+}
+
+bool LogHasMatcher::MatchAndExplain(const LogText& log, std::ostream* explanation) const {
+  auto at = log.begin();
+  for (const std::string& line : wanted_) {
+    const auto found = std::find(at, log.end(), line);
+    if (found == log.end()) {
+      if (explanation != nullptr) {
+        const bool earlier = std::find(log.begin(), at, line) != at;
+        *explanation << (earlier ? "out of order: " : "missing: ") << line << "\nThe log:\n";
+        for (const std::string& logged : log) *explanation << "  " << logged << '\n';
+      }
+      return false;
+    }
+    at = found + 1;
+  }
+  return true;
+}
+
+void LogHasMatcher::DescribeTo(std::ostream* out) const {
+  *out << "has these lines in this order:\n";
+  for (const std::string& line : wanted_) *out << "  " << line << '\n';
+}
+
+void LogHasMatcher::DescribeNegationTo(std::ostream* out) const {
+  *out << "not: ";
+  DescribeTo(out);
+}
+
+}  // namespace vosk::support

@@ -1,0 +1,48 @@
+// Files of the simulated system: real ones below the current directory.
+#pragma once
+
+#include <map>
+
+#include "platform/files.h"
+#include "tests/support/choke_point.h"
+
+namespace vosk::support {
+
+class SimFiles : public platform::Files {
+ public:
+  explicit SimFiles(ChokePoint& choke) : choke_(choke) {}
+
+  platform::FileResult<bool> Exists(const std::filesystem::path& path) override;
+  platform::FileResult<platform::FileType> TypeOf(const std::filesystem::path& path) override;
+  platform::FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) override;
+  platform::FileResult<bool> Remove(const std::filesystem::path& path) override;
+  platform::FileResult<> Rename(const std::filesystem::path& from,
+                                const std::filesystem::path& to) override;
+  platform::FileResult<> CreateDirectories(const std::filesystem::path& path) override;
+  platform::FileResult<std::unique_ptr<platform::DirectoryWalk>> Walk(
+      const std::filesystem::path& directory, platform::WalkDepth depth) override;
+  platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(
+      const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+      const std::filesystem::path& path) override;
+
+  // Another process holds the file: it lets others do what the flags say, and nothing else.
+  struct Sharing {
+    bool read = false;
+    bool remove = false;
+  };
+  void Hold(const std::filesystem::path& path, Sharing sharing);
+  void Release(const std::filesystem::path& path);
+  [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
+  [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
+
+  // While set, nothing can be appended to any open stream.
+  bool disk_full = false;
+
+ private:
+  friend class SimWalk;
+  ChokePoint& choke_;
+  std::multimap<std::filesystem::path, Sharing> held_;
+};
+
+}  // namespace vosk::support

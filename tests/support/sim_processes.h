@@ -1,0 +1,97 @@
+// The process table of the simulated system.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/processes.h"
+#include "tests/support/choke_point.h"
+#include "tests/support/sim_clock.h"
+
+namespace vosk::support {
+
+enum class OnTerminate { dies, access_denied, ignores };
+
+struct SimProcess {
+  platform::ProcessId pid = 0;
+  std::u16string executable_name;
+  // How it was started; empty for what ran before.
+  std::string command_line = {};
+  std::optional<std::filesystem::path> working_directory = {};
+  platform::ConsoleOfChild console = platform::ConsoleOfChild::inherited;
+
+  OnTerminate on_terminate = OnTerminate::dies;
+  bool survives_taskkill = false;
+  std::optional<platform::ErrorCode> open_error = {};  // for everybody who opens it
+
+  bool running = true;
+  std::uint32_t exit_code = platform::kStillActive;
+  int open_handles = 0;
+  std::vector<std::function<void()>> on_end = {};
+};
+
+// What a program does when it is started: it may schedule its own end, watch others, write files.
+using Program = std::function<void(SimProcess& self)>;
+
+class SimProcesses : public platform::Processes {
+ public:
+  SimProcesses(ChokePoint& choke, SimClock& clock);
+
+  platform::Result<platform::ProcessHandle> Open(std::uint32_t access_mask,
+                                                 platform::ProcessId pid) override;
+  platform::Result<platform::StartedProcess> Start(const platform::ProcessStart& start) override;
+  platform::Result<std::uint32_t> ExitCode(const platform::ProcessHandle& process) override;
+  platform::Result<platform::ProcessId> Id(const platform::ProcessHandle& process) override;
+  platform::Result<> Terminate(const platform::ProcessHandle& process,
+                               std::uint32_t exit_code) override;
+  platform::Result<platform::WaitOutcome> WaitFor(const platform::ProcessHandle& process,
+                                                  std::chrono::milliseconds limit) override;
+  platform::Result<std::unique_ptr<platform::ProcessSnapshot>> TakeSnapshot() override;
+  platform::ProcessId OwnId() override;
+  int RunShellCommand(const std::string& command) override;
+  platform::Result<platform::TokenHandle> OpenOwnToken(std::uint32_t access_mask) override;
+  platform::Result<std::uint64_t> LookUpPrivilege(const std::string& name) override;
+  platform::PrivilegeAdjustment EnablePrivilege(const platform::TokenHandle& token,
+                                                std::uint64_t privilege) override;
+  void CloseHandleValue(platform::HandleValue value) override;
+
+  // Adds a process that somebody else started.
+  SimProcess& Add(std::u16string executable_name);
+  // Tells what runs when the executable of that file name is started. Without a program it runs
+  // until somebody ends it. The executable's file has to exist as well.
+  void SetProgram(const std::string& file_name, Program program);
+  void End(SimProcess& process, std::uint32_t exit_code);
+  [[nodiscard]] SimProcess& At(platform::ProcessId pid) { return table_.at(pid); }
+  // The running processes of that executable, by ascending PID.
+  [[nodiscard]] std::vector<SimProcess*> Running(std::u16string_view executable_name);
+  // Every process ever, by ascending PID; PIDs are not used again.
+  [[nodiscard]] const std::map<platform::ProcessId, SimProcess>& Table() const { return table_; }
+  [[nodiscard]] std::size_t OpenHandles() const { return handles_.size(); }
+  [[nodiscard]] int OpenSnapshots() const { return open_snapshots_; }
+  // The process behind a handle, or why these rights do not reach it; one of `any_right` is enough.
+  platform::Result<SimProcess*> Reach(const platform::ProcessHandle& process,
+                                      std::uint32_t any_right);
+
+ private:
+  friend class SimSnapshot;
+  struct OpenHandle {
+    platform::ProcessId pid = 0;  // 0: the own token
+    std::uint32_t rights = 0;
+  };
+  platform::HandleValue NewHandle(platform::ProcessId pid, std::uint32_t rights);
+  [[nodiscard]] std::string Subject(platform::HandleValue value) const;
+
+  ChokePoint& choke_;
+  SimClock& clock_;
+  std::map<platform::ProcessId, SimProcess> table_;
+  std::map<std::string, Program> programs_;
+  std::map<platform::HandleValue, OpenHandle> handles_;
+  platform::HandleValue next_handle_ = 0x100;
+  platform::ProcessId next_pid_ = 1000;
+  platform::ProcessId own_pid_ = 0;
+  int open_snapshots_ = 0;
+};
+
+}  // namespace vosk::support
