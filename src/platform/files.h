@@ -44,6 +44,9 @@ class Files {
   // A text stream at the file's end, created when missing; on failure the C library's errno.
   virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) = 0;
+  // A binary stream on a file that was created or emptied; on failure the C library's errno.
+  virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) = 0;
 };
 
 }  // namespace vosk::platform

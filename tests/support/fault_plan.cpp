@@ -32,6 +32,7 @@ const std::map<std::string_view, Codes> kPlausibleCodes = {
     {"files.Walk.Next", {1392}},
     {"files.OpenForReading", {32, 5}},
     {"files.OpenForAppending", {13, 24}},  // numbers of the C library
+    {"files.OpenForWriting", {13, 28}},    // here too
     {"processes.Open", {5, 87}},
     {"processes.Start", {5, 8}},
     {"processes.ExitCode", {6}},

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 
 namespace vosk::support {
@@ -73,21 +74,24 @@ class ReadingStream : public std::istream {
   Buffer buffer_;
 };
 
-// Appends without a buffer of its own and takes nothing while the disk is full.
-class AppendingBuffer : public std::streambuf {
+// Writes without a buffer of its own and takes nothing while the disk is full.
+class WritingBuffer : public std::streambuf {
  public:
-  AppendingBuffer(int file, SimFiles& files, fs::path path)
+  WritingBuffer(int file, SimFiles& files, fs::path path)
       : file_(file), files_(files), path_(std::move(path)) {
     files_.Hold(path_, {.read = true, .remove = false});
   }
-  ~AppendingBuffer() override {
+  ~WritingBuffer() override {
     ::close(file_);
     files_.Release(path_);
   }
 
  protected:
   std::streamsize xsputn(const char* from, std::streamsize count) override {
-    if (files_.disk_full) return 0;
+    if (files_.disk_full) {
+      errno = ENOSPC;
+      return 0;
+    }
     return std::max<ssize_t>(0, ::write(file_, from, static_cast<std::size_t>(count)));
   }
   int_type overflow(int_type character) override {
@@ -101,15 +105,15 @@ class AppendingBuffer : public std::streambuf {
   fs::path path_;
 };
 
-class AppendingStream : public std::ostream {
+class WritingStream : public std::ostream {
  public:
-  AppendingStream(int file, SimFiles& files, const fs::path& path)
+  WritingStream(int file, SimFiles& files, const fs::path& path)
       : std::ostream(nullptr), buffer_(file, files, path) {
     rdbuf(&buffer_);
   }
 
  private:
-  AppendingBuffer buffer_;
+  WritingBuffer buffer_;
 };
 
 std::vector<fs::path> SortedEntries(const fs::path& directory, std::error_code& error) {
@@ -275,11 +279,21 @@ FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::pat
 }
 
 tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForAppending(const fs::path& path) {
+  return OpenToWrite("files.OpenForAppending", path, O_APPEND);
+}
+
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForWriting(const fs::path& path) {
+  return OpenToWrite("files.OpenForWriting", path, O_TRUNC);
+}
+
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenToWrite(std::string_view operation,
+                                                                       const fs::path& path,
+                                                                       int flag) {
   using Answer = tl::expected<std::unique_ptr<std::ostream>, int>;
-  return choke_.Perform("files.OpenForAppending", path.string(), [&]() -> Answer {
-    const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+  return choke_.Perform(operation, path.string(), [&]() -> Answer {
+    const int file = ::open(path.c_str(), O_WRONLY | flag | O_CREAT | O_CLOEXEC, 0666);
     if (file < 0) return tl::unexpected(errno == EISDIR ? EACCES : errno);
-    return std::make_unique<AppendingStream>(file, *this, path);
+    return std::make_unique<WritingStream>(file, *this, path);
   });
 }
 

@@ -25,6 +25,8 @@ class SimFiles : public platform::Files {
       const std::filesystem::path& path) override;
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) override;
 
   // Another process holds the file: it lets others do what the flags say, and nothing else.
   struct Sharing {
@@ -36,11 +38,16 @@ class SimFiles : public platform::Files {
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
 
-  // While set, nothing can be appended to any open stream.
+  // While set, nothing can be written to any open stream.
   bool disk_full = false;
 
  private:
   friend class SimWalk;
+  // `flag` says whether the file is emptied or added to.
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenToWrite(std::string_view operation,
+                                                               const std::filesystem::path& path,
+                                                               int flag);
+
   ChokePoint& choke_;
   std::multimap<std::filesystem::path, Sharing> held_;
 };
