@@ -6,7 +6,9 @@ class Clock;
 class Console;
 class DumpWriter;
 class Files;
+class Installer;
 class Processes;
+class Registry;
 class System;
 
 // Everything the supervisor asks of the operating system. The owner outlives the supervisor.
@@ -15,7 +17,9 @@ struct Host {
   Console& console;
   DumpWriter& dump_writer;
   Files& files;
+  Installer& installer;
   Processes& processes;
+  Registry& registry;
   System& system;
 };
 

@@ -216,6 +216,25 @@ FileResult<std::uint64_t> SimFiles::SizeOf(const fs::path& path) {
   });
 }
 
+FileResult<bool> SimFiles::IsLink(const fs::path& path) {
+  return choke_.Perform("files.IsLink", path.string(), [&]() -> FileResult<bool> {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(path, error);
+    if (error) return Failed(error, path);
+    return fs::is_symlink(status);
+  });
+}
+
+FileResult<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const fs::path& path) {
+  using Time = std::chrono::system_clock::time_point;
+  return choke_.Perform("files.LastWriteTime", path.string(), [&]() -> FileResult<Time> {
+    std::error_code error;
+    const auto written = fs::last_write_time(path, error);
+    if (error) return Failed(error, path);
+    return std::chrono::time_point_cast<Time::duration>(std::chrono::file_clock::to_sys(written));
+  });
+}
+
 FileResult<bool> SimFiles::Remove(const fs::path& path) {
   return choke_.Perform("files.Remove", path.string(), [&]() -> FileResult<bool> {
     if (!MayRemove(path)) return Failed(32);
@@ -235,6 +254,21 @@ FileResult<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
     }
     if (!MayRemove(from)) return Failed(32);
     if (fs::exists(fs::symlink_status(to, error))) return Failed(183);
+    fs::rename(from, to, error);
+    if (error) return Failed(3);  // the new name's folder is missing
+    return {};
+  });
+}
+
+FileResult<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
+  const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
+  return choke_.Perform("files.Replace", subject, [&]() -> FileResult<> {
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(from, error))) {
+      return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
+    }
+    if (!MayRemove(from)) return Failed(32);
+    if (!MayRemove(to) || fs::is_directory(to, error)) return Failed(5);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing
     return {};
@@ -261,6 +295,19 @@ FileResult<std::unique_ptr<platform::DirectoryWalk>> SimFiles::Walk(const fs::pa
     if (error) return Failed(error, directory);
     return std::make_unique<SimWalk>(*this, std::move(entries), depth);
   });
+}
+
+platform::Result<std::uint64_t> SimFiles::FreeSpace(const fs::path& root) {
+  return choke_.Perform("files.FreeSpace", root.string(), [&]() -> platform::Result<std::uint64_t> {
+    std::error_code error;
+    if (!fs::is_directory(root, error)) return tl::unexpected(platform::ErrorCode{3});
+    return free_space;
+  });
+}
+
+platform::Result<fs::path> SimFiles::CurrentDirectory() {
+  return choke_.Perform("files.CurrentDirectory", {},
+                        [&]() -> platform::Result<fs::path> { return current_directory; });
 }
 
 FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::path& path) {

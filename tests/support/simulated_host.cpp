@@ -52,6 +52,8 @@ SimulatedHost::~SimulatedHost() {
   EXPECT_EQ(processes.OpenHandles(), 0u) << "process or token handles left open";
   EXPECT_EQ(processes.OpenSnapshots(), 0) << "process snapshots left open";
   EXPECT_EQ(dump_writer.OpenHandles(), 0u) << "dump files left open";
+  EXPECT_EQ(registry.OpenHandles(), 0u) << "registry keys left open";
+  EXPECT_EQ(installer.OpenHandles(), 0u) << "handles of installer databases left open";
   EXPECT_EQ(system.com_initialisations, 0) << "COM is not balanced";
   EXPECT_EQ(console.info.attributes, kFoundAttributes)
       << "the console's text attributes are not as they were found";

@@ -11,7 +11,9 @@
 #include "tests/support/sim_clock.h"
 #include "tests/support/sim_console.h"
 #include "tests/support/sim_files.h"
+#include "tests/support/sim_installer.h"
 #include "tests/support/sim_processes.h"
+#include "tests/support/sim_registry.h"
 #include "tests/support/sim_system.h"
 
 namespace vosk::support {
@@ -35,7 +37,7 @@ class SimulatedHost {
   SimulatedHost& operator=(const SimulatedHost&) = delete;
 
   [[nodiscard]] platform::Host Bundle() {
-    return {clock, console, dump_writer, files, processes, system};
+    return {clock, console, dump_writer, files, installer, processes, registry, system};
   }
 
   // --- Setting the scene -------------------------------------------------------------------
@@ -74,6 +76,8 @@ class SimulatedHost {
   SimClock clock{choke};
   SimProcesses processes{choke, clock};
   SimFiles files{choke};
+  SimInstaller installer{choke, clock, processes, files};
+  SimRegistry registry{choke};
   SimConsole console{choke};
   SimSystem system{choke};
   SimDumpWriter dump_writer{choke, processes, files};

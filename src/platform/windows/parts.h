@@ -7,7 +7,9 @@
 #include "platform/console.h"
 #include "platform/dump_writer.h"
 #include "platform/files.h"
+#include "platform/installer.h"
 #include "platform/processes.h"
+#include "platform/registry.h"
 #include "platform/system.h"
 
 namespace vosk::platform::windows {
@@ -16,7 +18,9 @@ namespace vosk::platform::windows {
 [[nodiscard]] std::unique_ptr<Console> MakeConsole();
 [[nodiscard]] std::unique_ptr<DumpWriter> MakeDumpWriter();
 [[nodiscard]] std::unique_ptr<Files> MakeFiles();
+[[nodiscard]] std::unique_ptr<Installer> MakeInstaller();
 [[nodiscard]] std::unique_ptr<Processes> MakeProcesses();
+[[nodiscard]] std::unique_ptr<Registry> MakeRegistry();
 [[nodiscard]] std::unique_ptr<System> MakeSystem();
 
 }  // namespace vosk::platform::windows

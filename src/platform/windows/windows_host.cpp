@@ -9,13 +9,16 @@ WindowsHost::WindowsHost()
       console_(MakeConsole()),
       dump_writer_(MakeDumpWriter()),
       files_(MakeFiles()),
+      installer_(MakeInstaller()),
       processes_(MakeProcesses()),
+      registry_(MakeRegistry()),
       system_(MakeSystem()) {}
 
 WindowsHost::~WindowsHost() = default;
 
 Host WindowsHost::Bundle() {
-  return {*clock_, *console_, *dump_writer_, *files_, *processes_, *system_};
+  return {*clock_,     *console_,   *dump_writer_, *files_,
+          *installer_, *processes_, *registry_,    *system_};
 }
 
 }  // namespace vosk::platform::windows
