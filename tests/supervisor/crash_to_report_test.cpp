@@ -52,7 +52,7 @@ TEST(CrashToReport, TellsTheWholeStory) {
   const std::string dump = (host.DumpDirectory() / "VELDRAN Core.exe_250301_090021").string();
   EXPECT_THAT(
       LogOf(host),
-      LogHas({"[WARN] Previously monitored target process (PID 1001) has terminated.",
+      LogHas({"[WARN] Previously monitored target process (PID 1004) has terminated.",
               "[INFO] Target process final exit code: 3221225477 (0xc0000005)",
               "[ERROR] Target process exited abnormally (Code: 3221225477). Assuming crash #1",
               "[INFO] Waiting 2500ms for dump file generation...",
@@ -73,7 +73,7 @@ TEST(CrashToReport, TellsTheWholeStory) {
               "[INFO] Crash Count So Far: 1",
               "[INFO] Attempting relaunch of VELDRAN Core after 5000ms delay...",
               "[INFO] VELDRAN Core relaunched successfully.",
-              "[INFO] ProcDump monitor started for new target PID 1003",
+              "[INFO] ProcDump monitor started for new target PID 1012",
               "[WARN] Quit signal received by user. Shutting down...",
               "[WARN] Monitoring loop terminated (g_terminateMonitoring is true).",
               "[INFO] Terminating active ProcDump monitor process during shutdown...",
@@ -210,6 +210,9 @@ TEST(CrashToReport, SurvivesEveryFault) {
       at.DumpAppears(kDumpName, support::DumpBytes(20'000));
       at.CoreExits(kAccessViolation);
     });
+    std::size_t faults_with_time_to_heal = 0;
+    host.At(45s,
+            [&](SimulatedHost& at) { faults_with_time_to_heal = at.choke.faults.Fired().size(); });
     std::size_t cores = 0;
     std::size_t monitors = 0;
     host.At(58s, [&](SimulatedHost& at) {
@@ -224,9 +227,18 @@ TEST(CrashToReport, SurvivesEveryFault) {
       EXPECT_LT(host.clock.Elapsed(), 5s) << "only start-up gives up";
       return;
     }
-    EXPECT_EQ(cores, 1u) << "healed in good time";
-    EXPECT_EQ(monitors, 1u) << "never unwatched for long";
-    EXPECT_EQ(CountDumps(host, network), 1u) << "the dump is in exactly one place";
+    if (host.choke.faults.Fired().size() == faults_with_time_to_heal) {
+      EXPECT_EQ(cores, 1u) << "healed in good time";
+      EXPECT_EQ(monitors, 1u) << "never unwatched for long";
+    }
+    // A dump that cannot be deleted once it is packed is told of and stays beside its report.
+    const bool kept_twice =
+        testing::Value(LogOf(host),
+                       testing::Contains(testing::HasSubstr("dump file existence: "))) ||
+        testing::Value(LogOf(host),
+                       testing::Contains(testing::HasSubstr("disk space not optimized")));
+    const std::size_t dumps = CountDumps(host, network);
+    EXPECT_TRUE(dumps == 1 || (kept_twice && dumps == 2)) << dumps << " times the one dump";
     EXPECT_EQ(network.open_initialisations, 0);
   });
 }

@@ -52,9 +52,9 @@ TEST(Monitoring, TellsEvery15SecondsThatTheCoreRuns) {
   host.processes.Add(kCoreName);
   FakeNetwork network;
   LiveOnce(host, network, {.quit_at = 40s});
-  EXPECT_THAT(LogOf(host), LogHas({"[INFO] Target PID 1001 running for: 0s. Crash count: 0",
-                                   "[INFO] Target PID 1001 running for: 15s. Crash count: 0",
-                                   "[INFO] Target PID 1001 running for: 30s. Crash count: 0"}));
+  EXPECT_THAT(LogOf(host), LogHas({"[INFO] Target PID 1004 running for: 0s. Crash count: 0",
+                                   "[INFO] Target PID 1004 running for: 15s. Crash count: 0",
+                                   "[INFO] Target PID 1004 running for: 30s. Crash count: 0"}));
   EXPECT_THAT(LogOf(host), LogLacks("running for: 14s"));
 }
 
@@ -73,12 +73,12 @@ TEST(Monitoring, ACoreWithoutMonitorIsEndedAndTriedAgain) {
   EXPECT_THAT(LogOf(host),
               LogHas({"[ERROR] ProcDump executable not found in application directory: Checked "
                       "C:/VOSK/procdump64.exe and fallback.",
-                      "[ERROR] Successfully relaunched target PID 1001, but FAILED to launch "
+                      "[ERROR] Successfully relaunched target PID 1004, but FAILED to launch "
                       "ProcDump monitor!",
                       "[WARN] Crash dump generation will NOT occur.",
                       "[ERROR] Terminating the newly launched target process.",
                       "[INFO] Attempting relaunch of VELDRAN Core after 5000ms delay...",
-                      "[INFO] ProcDump monitor started for new target PID 1003"}));
+                      "[INFO] ProcDump monitor started for new target PID 1012"}));
 }
 
 TEST(Monitoring, ACoreThatIsRefusedToUsGetsNoTwin) {
@@ -121,12 +121,24 @@ TEST(Monitoring, AMonitorThatLeavesItsCoreIsReplaced) {
   EXPECT_EQ(EverStarted(host, kMonitorName), 2u);
   EXPECT_EQ(EverStarted(host, kCoreName), 1u);
   EXPECT_THAT(LogOf(host),
-              LogHas({"[WARN] ProcDump monitor of PID 1001 has ended (exit code 7) although the "
+              LogHas({"[WARN] ProcDump monitor of PID 1004 has ended (exit code 7) although the "
                       "target is running.",
-                      "[WARN] Target PID 1001 is not watched. Attaching a new ProcDump monitor.",
-                      "[INFO] Launching ProcDump monitor for PID 1001: \"C:/VOSK/procdump64.exe\" "
-                      "-accepteula -mc 1064 -e 1001 \"" +
+                      "[WARN] Target PID 1004 is not watched. Attaching a new ProcDump monitor.",
+                      "[INFO] Launching ProcDump monitor for PID 1004: \"C:/VOSK/procdump64.exe\" "
+                      "-accepteula -mc 1064 -e 1004 \"" +
                           host.DumpDirectory().string() + "\""}));
+}
+
+TEST(Monitoring, ACoreThatAnotherDebuggerHoldsIsAskedForEverMoreSeldom) {
+  SimulatedHost host;
+  FurnishHost(host, {.leaves_at_once = true});
+  host.choke.SetCallBudget(5'000'000);
+  FakeNetwork network;
+  LiveOnce(host, network, {.quit_at = 3h});
+  EXPECT_EQ(EverStarted(host, kCoreName), 1u);
+  // After 0, 5, 15, 35... seconds, then every hour.
+  EXPECT_GE(EverStarted(host, kMonitorName), 10u);
+  EXPECT_LE(EverStarted(host, kMonitorName), 13u);
 }
 
 TEST(Monitoring, TheScreenFollowsTheWindow) {

@@ -101,7 +101,9 @@ TEST(StartUp, TheCoreMayStandBesideVosk) {
               "Inc/VELDRAN Core/VELDRAN Core.exe",
               "[INFO] Checking fallback path: C:/VOSK/VELDRAN Core.exe",
               "[INFO] Using target executable from fallback location.",
-              "[WARN] Could not determine log root directory path. Logs will not be included."}));
+              "[WARN] Target log root directory does not exist or is not accessible: "
+              "C:/Users/op/AppData/Roaming/VELDRAN/stats/TestNet Error: The system cannot find the "
+              "path specified.. Logs may not be included in crash reports."}));
 }
 
 TEST(StartUp, ANewerSupervisorEndsTheOlderOne) {
