@@ -2,18 +2,12 @@
 #include <fmt/format.h>
 
 #include "dumps/dump_capture.h"
+#include "dumps/procdump_names.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "text/utf.h"
 
 namespace vosk::dumps {
-namespace {
-
-constexpr std::string_view kPrimaryExecutable = "procdump64.exe";
-constexpr std::string_view kFallbackExecutable = "procdump.exe";
-
-}  // namespace
-
 std::string MonitorCommandLine(const std::filesystem::path& procdump, bool full_memory,
                                platform::ProcessId pid,
                                const std::filesystem::path& dump_directory) {
@@ -32,12 +26,12 @@ std::filesystem::path DumpCapture::FindProcDump() {
     log_.LogError(fmt::format("GetModuleFileNameW failed: {}", module.error().value));
     return {};
   }
-  const auto primary = module->parent_path() / kPrimaryExecutable;
+  auto primary = module->parent_path() / kPrimaryExecutable;
   if (IsPresent(primary)) {
     log_.LogInfo(fmt::format("Using primary ProcDump executable: {}", text::PathToUtf8(primary)));
     return primary;
   }
-  const auto fallback = module->parent_path() / kFallbackExecutable;
+  auto fallback = module->parent_path() / kFallbackExecutable;
   if (IsPresent(fallback)) {
     log_.LogInfo(fmt::format("Using fallback ProcDump executable: {}", text::PathToUtf8(fallback)));
     return fallback;

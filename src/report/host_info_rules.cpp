@@ -158,8 +158,8 @@ std::string DotNetName(std::uint32_t release) {
       Row{460798, "4.7"},   Row{394802, "4.6.2"}, Row{394254, "4.6.1"}, Row{393295, "4.6"},
       Row{379893, "4.5.2"}, Row{378675, "4.5.1"}, Row{378389, "4.5"},
   };
-  const auto row =
-      std::ranges::find_if(kRows, [&](const Row& candidate) { return release >= candidate.at_least; });
+  const auto row = std::ranges::find_if(
+      kRows, [&](const Row& candidate) { return release >= candidate.at_least; });
   return row == kRows.end() ? "4.x" : std::string(row->name);
 }
 

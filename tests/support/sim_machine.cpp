@@ -18,7 +18,6 @@ using platform::Result;
 namespace {
 
 constexpr HResult kUnsupported{0x887A0004};
-constexpr platform::ErrorCode kNoVersionResource{1813};
 
 }  // namespace
 
@@ -149,7 +148,7 @@ Result<platform::FileVersion> SimMachine::VersionOf(const std::filesystem::path&
     const auto version = file_versions.find(file);
     if (version != file_versions.end()) return version->second;
     const bool exists = std::filesystem::exists(file);
-    return tl::unexpected(exists ? kNoVersionResource : platform::kFileNotFound);
+    return tl::unexpected(exists ? platform::kNoVersionResource : platform::kFileNotFound);
   });
 }
 
