@@ -56,7 +56,7 @@ std::string Base64Encode(std::string_view bytes) {
 }
 
 std::int64_t ParseOffset(std::string_view value) {
-  if (value.starts_with('+')) value.remove_prefix(1);
+  if (value.starts_with('+') && !value.starts_with("+-")) value.remove_prefix(1);
   std::int64_t offset = 0;
   const auto [end, problem] = std::from_chars(value.data(), value.data() + value.size(), offset);
   if (problem == std::errc::result_out_of_range) {
