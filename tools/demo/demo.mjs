@@ -106,7 +106,7 @@ async function showCrash(vosk) {
     'monitor 2.5 s to finish, packs dump and logs into one zip and uploads it over HTTPS.');
   await sleep(seconds(2));  // let the Core log a little and the monitor settle
   await vosk.order('crash');
-  await vosk.log.next(/exited abnormally \(Code: 3221225477\)/, seconds(20));
+  await vosk.log.next(/exited abnormally \(Code: 3221225477\)/, seconds(60));
   await vosk.log.next(/Found 1 new dump file\(s\) to process\./, seconds(20));
   await vosk.log.next(/ZIP archive created successfully/, seconds(20));
   await vosk.log.next(/Successfully uploaded and processed: /, seconds(60));

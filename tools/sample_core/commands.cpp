@@ -51,9 +51,11 @@ void DenyTermination() {
 std::vector<Command> TakeCommands(unsigned long pid) {
   const std::string own = "core_command." + std::to_string(pid) + ".txt";
   for (const std::string& name : {own, std::string("core_command.txt")}) {
+    std::error_code gone;
+    // A shell creates the file before it writes the order into it.
+    if (std::filesystem::file_size(name, gone) == 0 || gone) continue;
     // Renaming first decides between two Cores that see the same file.
     const std::string taken = own + ".taken";
-    std::error_code gone;
     std::filesystem::rename(name, taken, gone);
     if (gone) continue;
     std::ifstream file(taken);

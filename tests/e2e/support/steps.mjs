@@ -3,6 +3,9 @@ import assert from 'node:assert/strict';
 
 import { seconds } from './stage.mjs';
 
+// Wine takes a second or two to write a dump, several times that on a busy machine.
+const crashLimitMs = seconds(60);
+
 /** VOSK launches a Core and attaches its monitor. Returns the Core's PID. */
 export async function launched(vosk) {
   const [, pid] = await vosk.log.next(/^\[INFO\] New Target Process PID: (\d+)$/, seconds(40));
@@ -15,7 +18,7 @@ export async function launched(vosk) {
 export async function terminated(vosk, pid, code) {
   await vosk.log.next(new RegExp(
     `^\\[WARN\\] Previously monitored target process \\(PID ${pid}\\) has terminated\\.$`),
-  seconds(20));
+  crashLimitMs);
   const hex = code.toString(16);
   await vosk.log.next(
     new RegExp(`^\\[INFO\\] Target process final exit code: ${code} \\(0x${hex}\\)$`, 'i'),
