@@ -19,5 +19,13 @@ inline constexpr std::string_view kDumpStorageName = "VELDRAN_VOSK_Dumps";
 
 // The TUS creation endpoint of the crash-collection server.
 extern const std::string_view kCollectionUrl;
+// Answers with the latest version of the Core.
+extern const std::string_view kVersionServiceUrl;
+// The zip that holds the Core's installer.
+extern const std::string_view kCorePackageUrl;
+// ProcDump's distribution zip.
+extern const std::string_view kProcDumpUrl;
+// The GUID, in braces, that every version of the Core's installer carries.
+extern const std::string_view kCoreUpgradeCode;
 
 }  // namespace vosk::identity

@@ -2,18 +2,12 @@
 #include <fmt/format.h>
 
 #include "dumps/dump_capture.h"
+#include "dumps/procdump_names.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "text/utf.h"
 
 namespace vosk::dumps {
-namespace {
-
-constexpr std::string_view kPrimaryExecutable = "procdump64.exe";
-constexpr std::string_view kFallbackExecutable = "procdump.exe";
-
-}  // namespace
-
 std::string MonitorCommandLine(const std::filesystem::path& procdump, bool full_memory,
                                platform::ProcessId pid,
                                const std::filesystem::path& dump_directory) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <istream>
 #include <memory>
@@ -29,23 +30,37 @@ class Files {
   virtual FileResult<bool> Exists(const std::filesystem::path& path) = 0;
   virtual FileResult<FileType> TypeOf(const std::filesystem::path& path) = 0;
   virtual FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) = 0;
+  // Whether the entry itself is a link (symbolic link, junction), whatever it leads to.
+  virtual FileResult<bool> IsLink(const std::filesystem::path& path) = 0;
+  virtual FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+      const std::filesystem::path& path) = 0;
   // Removes one file or empty directory; false when there was nothing to remove.
   virtual FileResult<bool> Remove(const std::filesystem::path& path) = 0;
   // Replaces nothing: a file at the new name is an error.
   virtual FileResult<> Rename(const std::filesystem::path& from,
                               const std::filesystem::path& to) = 0;
+  // As Rename, but takes the place of a file at the new name.
+  virtual FileResult<> Replace(const std::filesystem::path& from,
+                               const std::filesystem::path& to) = 0;
   // With missing parents; an existing directory is a success.
   virtual FileResult<> CreateDirectories(const std::filesystem::path& path) = 0;
   virtual FileResult<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
                                                           WalkDepth depth) = 0;
+  // Bytes that the caller may still write to the volume with this root.
+  virtual Result<std::uint64_t> FreeSpace(const std::filesystem::path& root) = 0;
+  // Fails as well where its path exceeds kMaxPath.
+  virtual Result<std::filesystem::path> CurrentDirectory() = 0;
   // A binary stream at the file's start; others may read, write and delete the file meanwhile.
   virtual FileResult<std::unique_ptr<std::istream>> OpenForReading(
       const std::filesystem::path& path) = 0;
   // A text stream at the file's end, created when missing; on failure the C library's errno.
   virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) = 0;
-  // The same over a file that is emptied first.
+  // A binary stream on a file that was created or emptied; on failure the C library's errno.
   virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) = 0;
+  // The same for text.
+  virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
       const std::filesystem::path& path) = 0;
 };
 

@@ -6,6 +6,7 @@ class Clock;
 class Console;
 class DumpWriter;
 class Files;
+class Installer;
 class Machine;
 class Processes;
 class Registry;
@@ -17,6 +18,7 @@ struct Host {
   Console& console;
   DumpWriter& dump_writer;
   Files& files;
+  Installer& installer;
   Machine& machine;
   Processes& processes;
   Registry& registry;

@@ -104,6 +104,10 @@ struct WindowsVersion {
   std::u16string service_pack;
 };
 
+// How VersionOf says that a file bears none.
+inline constexpr ErrorCode kNoResources{1812};
+inline constexpr ErrorCode kNoVersionResource{1813};
+
 using FileVersion = std::array<std::uint16_t, 4>;
 
 class Machine {

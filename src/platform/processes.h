@@ -72,6 +72,10 @@ class Processes : public HandleCloser {
   virtual Result<ProcessHandle> Open(std::uint32_t access_mask, ProcessId pid) = 0;
   // Handles are not inherited; the environment is. The child's thread handle is closed inside.
   virtual Result<StartedProcess> Start(const ProcessStart& start) = 0;
+  // Starts a program of the system's search path with administrator rights and without a window.
+  // The user may be asked, and a refusal is kCancelled.
+  virtual Result<ProcessHandle> StartElevated(const std::string& program,
+                                              const std::string& arguments) = 0;
   virtual Result<std::uint32_t> ExitCode(const ProcessHandle& process) = 0;
   virtual Result<ProcessId> Id(const ProcessHandle& process) = 0;
   virtual Result<> Terminate(const ProcessHandle& process, std::uint32_t exit_code) = 0;

@@ -36,7 +36,7 @@ HostInfo::HostInfo(const platform::Host& host, console::LogSink& log, ReportedPr
 bool HostInfo::GenerateHostInfoFile(const std::filesystem::path& path) {
   const std::string name = text::PathToUtf8(path);
   log_.LogInfo(fmt::format("Generating host info file: {}", name));
-  const auto file = host_.files.OpenForWriting(path);
+  const auto file = host_.files.OpenTextForWriting(path);
   if (!file) {
     log_.LogError(fmt::format("Failed to open host info file for writing: {}. Errno: {}", name,
                               file.error()));

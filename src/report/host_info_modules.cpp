@@ -47,6 +47,9 @@ std::string FileVersionText(const std::filesystem::path& path, platform::Machine
                             console::LogSink& log) {
   const auto version = machine.VersionOf(path);
   if (version) return FormatFileVersion(*version);
+  const bool bears_none =
+      version.error() == platform::kNoResources || version.error() == platform::kNoVersionResource;
+  if (bears_none) return "Unknown";
   log.LogError(fmt::format("Failed to read the version of '{}': {}", text::PathToUtf8(path),
                            version.error().value));
   return fmt::format("<Error reading version: {}>", version.error().value);

@@ -47,7 +47,8 @@ void WriteWindowsVersion(const SectionContext& context);
 void WriteNatStatus(const SectionContext& context,
                     const std::vector<platform::NetworkAdapter>& adapters);
 
-// The version of a file, or an error in angle brackets that is also logged.
+// The version of a file; "Unknown" where it bears none, an error in angle brackets, which is also
+// logged, where it cannot be read.
 [[nodiscard]] std::string FileVersionText(const std::filesystem::path& path,
                                           platform::Machine& machine, console::LogSink& log);
 

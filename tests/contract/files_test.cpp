@@ -234,6 +234,28 @@ TEST_F(FileContract, AppendingFailsWithTheCLibrarysNumber) {
   EXPECT_EQ(host_.files.OpenForAppending(scratch_).error(), 13);
 }
 
+TEST_F(FileContract, WritingReplacesWhatWasThere) {
+  const fs::path path = scratch_ / "report.txt";
+  const std::string lines = "one\nzwei \xC3\xBC\n";
+  PutBytes(path, "something longer than that");
+  **host_.files.OpenForWriting(path) << lines;
+  EXPECT_EQ(BytesOf(path), lines);
+  PutBytes(path, "something longer than that");
+  **host_.files.OpenTextForWriting(path) << lines;
+  EXPECT_EQ(PlainLines(BytesOf(path)), lines);
+}
+
+TEST_F(FileContract, WritingFailsWithTheCLibrarysNumber) {
+  const auto failures = [this](const fs::path& path) {
+    return std::pair(host_.files.OpenForWriting(path).error(),
+                     host_.files.OpenTextForWriting(path).error());
+  };
+  EXPECT_EQ(failures(scratch_ / "missing" / "report.txt"), std::pair(2, 2));
+  EXPECT_EQ(failures(scratch_), std::pair(13, 13));
+  const auto held = Hold(scratch_ / "held.txt");
+  EXPECT_EQ(failures(scratch_ / "held.txt"), std::pair(13, 13));
+}
+
 TEST_F(FileContract, PathsMayBeLongerThanTheOldLimit) {
   fs::path deep = scratch_;
   for (int n = 0; n < 6; ++n) deep /= std::string(60, static_cast<char>('a' + n));

@@ -13,7 +13,10 @@
 #include "platform/dump_writer.h"
 #include "platform/files.h"
 #include "platform/host.h"
+#include "platform/installer.h"
+#include "platform/machine.h"
 #include "platform/processes.h"
+#include "platform/registry.h"
 #include "platform/system.h"
 
 namespace vosk::contract {

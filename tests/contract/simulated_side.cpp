@@ -12,7 +12,13 @@ namespace {
 class SimulatedSide : public HostUnderTest {
  public:
   SimulatedSide() {
-    host_.InstallProgram(host_.system.module_path, [this](support::SimProcess& self) {
+    const auto ntdll = host_.machine.system_directory / "ntdll.dll";
+    host_.machine.file_versions[ntdll] = {10, 0, 22621, 2506};
+    host_.machine.file_versions[host_.machine.system_directory / "kernel32.dll"] = {10, 0, 22621,
+                                                                                    1};
+    host_.PutFile(host_.machine.system_directory / "kernel32.dll", "MZ");
+    host_.InstallProgram(host_.system.module_path, [this, ntdll](support::SimProcess& self) {
+      self.modules = {{host_.system.module_path}, {ntdll}};
       std::uint32_t exit_code = 0;
       long life = 0;
       const std::size_t words = self.command_line.find(" --child ");

@@ -4,17 +4,16 @@
 #include <fstream>
 #include <functional>
 
-#include "platform/files.h"
+#include "tests/support/forwarding_files.h"
 
 namespace vosk::report {
 
-class MeddlingFiles : public platform::Files {
+class MeddlingFiles : public support::ForwardingFiles {
  public:
-  using Path = std::filesystem::path;
   // What happens just before or after an operation; it may throw.
   using Hook = std::function<void(const Path&)>;
 
-  explicit MeddlingFiles(platform::Files& files) : files_(files) {}
+  using ForwardingFiles::ForwardingFiles;
 
   Hook before_exists = [](const Path&) {};
   Hook before_type = [](const Path&) {};
@@ -26,39 +25,26 @@ class MeddlingFiles : public platform::Files {
 
   platform::FileResult<bool> Exists(const Path& path) override {
     before_exists(path);
-    return files_.Exists(path);
+    return ForwardingFiles::Exists(path);
   }
   platform::FileResult<platform::FileType> TypeOf(const Path& path) override {
     before_type(path);
-    auto type = files_.TypeOf(path);
+    auto type = ForwardingFiles::TypeOf(path);
     after_type(path);
     return type;
   }
-  platform::FileResult<std::uint64_t> SizeOf(const Path& path) override {
-    return files_.SizeOf(path);
-  }
   platform::FileResult<bool> Remove(const Path& path) override {
     before_remove(path);
-    return files_.Remove(path);
-  }
-  platform::FileResult<> Rename(const Path& from, const Path& to) override {
-    return files_.Rename(from, to);
+    return ForwardingFiles::Remove(path);
   }
   platform::FileResult<> CreateDirectories(const Path& path) override {
     before_create_directories(path);
-    return files_.CreateDirectories(path);
-  }
-  platform::FileResult<std::unique_ptr<platform::DirectoryWalk>> Walk(
-      const Path& directory, platform::WalkDepth depth) override {
-    return files_.Walk(directory, depth);
+    return ForwardingFiles::CreateDirectories(path);
   }
   platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(const Path& path) override {
-    auto stream = files_.OpenForReading(path);
+    auto stream = ForwardingFiles::OpenForReading(path);
     if (!stream || !before_read) return stream;
     return std::make_unique<WatchedStream>(path, before_read);
-  }
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(const Path& path) override {
-    return files_.OpenForAppending(path);
   }
 
  private:
@@ -87,8 +73,6 @@ class MeddlingFiles : public platform::Files {
    private:
     WatchedBuffer buffer_;
   };
-
-  platform::Files& files_;
 };
 
 }  // namespace vosk::report

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
 
 namespace vosk::support {
@@ -73,21 +74,24 @@ class ReadingStream : public std::istream {
   Buffer buffer_;
 };
 
-// Appends without a buffer of its own and takes nothing while the disk is full.
-class AppendingBuffer : public std::streambuf {
+// Writes without a buffer of its own and takes nothing while the disk is full.
+class WritingBuffer : public std::streambuf {
  public:
-  AppendingBuffer(int file, SimFiles& files, fs::path path)
+  WritingBuffer(int file, SimFiles& files, fs::path path)
       : file_(file), files_(files), path_(std::move(path)) {
     files_.Hold(path_, {.read = true, .remove = false});
   }
-  ~AppendingBuffer() override {
+  ~WritingBuffer() override {
     ::close(file_);
     files_.Release(path_);
   }
 
  protected:
   std::streamsize xsputn(const char* from, std::streamsize count) override {
-    if (files_.disk_full) return 0;
+    if (files_.disk_full) {
+      errno = ENOSPC;
+      return 0;
+    }
     return std::max<ssize_t>(0, ::write(file_, from, static_cast<std::size_t>(count)));
   }
   int_type overflow(int_type character) override {
@@ -101,15 +105,15 @@ class AppendingBuffer : public std::streambuf {
   fs::path path_;
 };
 
-class AppendingStream : public std::ostream {
+class WritingStream : public std::ostream {
  public:
-  AppendingStream(int file, SimFiles& files, const fs::path& path)
+  WritingStream(int file, SimFiles& files, const fs::path& path)
       : std::ostream(nullptr), buffer_(file, files, path) {
     rdbuf(&buffer_);
   }
 
  private:
-  AppendingBuffer buffer_;
+  WritingBuffer buffer_;
 };
 
 std::vector<fs::path> SortedEntries(const fs::path& directory, std::error_code& error) {
@@ -212,6 +216,25 @@ FileResult<std::uint64_t> SimFiles::SizeOf(const fs::path& path) {
   });
 }
 
+FileResult<bool> SimFiles::IsLink(const fs::path& path) {
+  return choke_.Perform("files.IsLink", path.string(), [&]() -> FileResult<bool> {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(path, error);
+    if (error) return Failed(error, path);
+    return fs::is_symlink(status);
+  });
+}
+
+FileResult<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const fs::path& path) {
+  using Time = std::chrono::system_clock::time_point;
+  return choke_.Perform("files.LastWriteTime", path.string(), [&]() -> FileResult<Time> {
+    std::error_code error;
+    const auto written = fs::last_write_time(path, error);
+    if (error) return Failed(error, path);
+    return std::chrono::time_point_cast<Time::duration>(std::chrono::file_clock::to_sys(written));
+  });
+}
+
 FileResult<bool> SimFiles::Remove(const fs::path& path) {
   return choke_.Perform("files.Remove", path.string(), [&]() -> FileResult<bool> {
     if (!MayRemove(path)) return Failed(32);
@@ -231,6 +254,21 @@ FileResult<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
     }
     if (!MayRemove(from)) return Failed(32);
     if (fs::exists(fs::symlink_status(to, error))) return Failed(183);
+    fs::rename(from, to, error);
+    if (error) return Failed(3);  // the new name's folder is missing
+    return {};
+  });
+}
+
+FileResult<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
+  const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
+  return choke_.Perform("files.Replace", subject, [&]() -> FileResult<> {
+    std::error_code error;
+    if (!fs::exists(fs::symlink_status(from, error))) {
+      return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
+    }
+    if (!MayRemove(from)) return Failed(32);
+    if (!MayRemove(to) || fs::is_directory(to, error)) return Failed(5);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing
     return {};
@@ -259,6 +297,19 @@ FileResult<std::unique_ptr<platform::DirectoryWalk>> SimFiles::Walk(const fs::pa
   });
 }
 
+platform::Result<std::uint64_t> SimFiles::FreeSpace(const fs::path& root) {
+  return choke_.Perform("files.FreeSpace", root.string(), [&]() -> platform::Result<std::uint64_t> {
+    std::error_code error;
+    if (!fs::is_directory(root, error)) return tl::unexpected(platform::ErrorCode{3});
+    return free_space;
+  });
+}
+
+platform::Result<fs::path> SimFiles::CurrentDirectory() {
+  return choke_.Perform("files.CurrentDirectory", {},
+                        [&]() -> platform::Result<fs::path> { return current_directory; });
+}
+
 FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::path& path) {
   using Answer = FileResult<std::unique_ptr<std::istream>>;
   const auto fault = choke_.Announce("files.OpenForReading", path.string());
@@ -278,24 +329,29 @@ FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::pat
   return stream;
 }
 
-tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenText(std::string_view operation,
-                                                                    const fs::path& path,
-                                                                    int flags) {
-  using Answer = tl::expected<std::unique_ptr<std::ostream>, int>;
-  return choke_.Perform(operation, path.string(), [&]() -> Answer {
-    if (!MayRead(path)) return tl::unexpected(EACCES);
-    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | flags, 0666);
-    if (file < 0) return tl::unexpected(errno == EISDIR ? EACCES : errno);
-    return std::make_unique<AppendingStream>(file, *this, path);
-  });
-}
-
 tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForAppending(const fs::path& path) {
-  return OpenText("files.OpenForAppending", path, O_APPEND);
+  return OpenToWrite("files.OpenForAppending", path, O_APPEND);
 }
 
 tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForWriting(const fs::path& path) {
-  return OpenText("files.OpenForWriting", path, O_TRUNC);
+  return OpenToWrite("files.OpenForWriting", path, O_TRUNC);
+}
+
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenTextForWriting(
+    const fs::path& path) {
+  return OpenToWrite("files.OpenTextForWriting", path, O_TRUNC);
+}
+
+tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenToWrite(std::string_view operation,
+                                                                       const fs::path& path,
+                                                                       int flag) {
+  using Answer = tl::expected<std::unique_ptr<std::ostream>, int>;
+  return choke_.Perform(operation, path.string(), [&]() -> Answer {
+    if (!MayRead(path)) return tl::unexpected(EACCES);
+    const int file = ::open(path.c_str(), O_WRONLY | flag | O_CREAT | O_CLOEXEC, 0666);
+    if (file < 0) return tl::unexpected(errno == EISDIR ? EACCES : errno);
+    return std::make_unique<WritingStream>(file, *this, path);
+  });
 }
 
 }  // namespace vosk::support

@@ -15,17 +15,26 @@ class SimFiles : public platform::Files {
   platform::FileResult<bool> Exists(const std::filesystem::path& path) override;
   platform::FileResult<platform::FileType> TypeOf(const std::filesystem::path& path) override;
   platform::FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) override;
+  platform::FileResult<bool> IsLink(const std::filesystem::path& path) override;
+  platform::FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+      const std::filesystem::path& path) override;
   platform::FileResult<bool> Remove(const std::filesystem::path& path) override;
   platform::FileResult<> Rename(const std::filesystem::path& from,
                                 const std::filesystem::path& to) override;
+  platform::FileResult<> Replace(const std::filesystem::path& from,
+                                 const std::filesystem::path& to) override;
   platform::FileResult<> CreateDirectories(const std::filesystem::path& path) override;
   platform::FileResult<std::unique_ptr<platform::DirectoryWalk>> Walk(
       const std::filesystem::path& directory, platform::WalkDepth depth) override;
+  platform::Result<std::uint64_t> FreeSpace(const std::filesystem::path& root) override;
+  platform::Result<std::filesystem::path> CurrentDirectory() override;
   platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(
       const std::filesystem::path& path) override;
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) override;
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
       const std::filesystem::path& path) override;
 
   // Another process holds the file: it lets others do what the flags say, and nothing else.
@@ -38,14 +47,19 @@ class SimFiles : public platform::Files {
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
 
-  // While set, nothing can be appended to any open stream.
+  // While set, nothing can be written to any open stream.
   bool disk_full = false;
+  // What is free on each volume, in bytes.
+  std::uint64_t free_space = std::uint64_t{100} << 30;
+  std::filesystem::path current_directory = "C:/VOSK";
 
  private:
   friend class SimWalk;
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenText(std::string_view operation,
-                                                            const std::filesystem::path& path,
-                                                            int flags);
+  // `flag` says whether the file is emptied or added to.
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenToWrite(std::string_view operation,
+                                                               const std::filesystem::path& path,
+                                                               int flag);
+
   ChokePoint& choke_;
   std::multimap<std::filesystem::path, Sharing> held_;
 };

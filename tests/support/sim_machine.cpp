@@ -18,7 +18,6 @@ using platform::Result;
 namespace {
 
 constexpr HResult kUnsupported{0x887A0004};
-constexpr platform::ErrorCode kNoVersionResource{1813};
 
 }  // namespace
 
@@ -147,8 +146,9 @@ Result<platform::FileVersion> SimMachine::VersionOf(const std::filesystem::path&
   using Answer = Result<platform::FileVersion>;
   return choke_.Perform("machine.VersionOf", file.string(), [&]() -> Answer {
     const auto version = file_versions.find(file);
-    if (version == file_versions.end()) return tl::unexpected(kNoVersionResource);
-    return version->second;
+    if (version != file_versions.end()) return version->second;
+    const bool exists = std::filesystem::exists(file);
+    return tl::unexpected(exists ? platform::kNoVersionResource : platform::kFileNotFound);
   });
 }
 

@@ -171,6 +171,20 @@ Result<platform::StartedProcess> SimProcesses::Start(const platform::ProcessStar
   return choke_.Perform("processes.Start", start.command_line, effect);
 }
 
+Result<ProcessHandle> SimProcesses::StartElevated(const std::string& program,
+                                                  const std::string& arguments) {
+  const std::string command_line = program + ' ' + arguments;
+  return choke_.Perform("processes.StartElevated", command_line, [&]() -> Result<ProcessHandle> {
+    const auto found = programs_.find(text::ToLowerAscii(program));
+    if (found == programs_.end()) return tl::unexpected(platform::kFileNotFound);
+    SimProcess& process = Add(text::Utf8ToUtf16(program));
+    process.command_line = command_line;
+    ProcessHandle handle(NewHandle(process.pid, kAllRights), *this);
+    found->second(process);
+    return handle;
+  });
+}
+
 Result<std::uint32_t> SimProcesses::ExitCode(const ProcessHandle& process) {
   return choke_.Perform("processes.ExitCode", Subject(process.Value()), [&] {
     return Reach(process, kAnyQuery).map([](SimProcess* found) { return found->exit_code; });
@@ -240,14 +254,17 @@ Result<std::vector<platform::ModuleId>> SimProcesses::Modules(const ProcessHandl
 
 Result<std::filesystem::path> SimProcesses::ModulePath(const ProcessHandle& process,
                                                        platform::ModuleId module) {
-  return choke_.Perform("processes.ModulePath", Subject(process.Value()),
-                        [&]() -> Result<std::filesystem::path> {
-                          const auto target = ReachModules(process);
-                          if (!target) return tl::unexpected(target.error());
-                          const SimModule& found = (*target)->modules.at(module - kFirstModule);
-                          if (found.unloads) return tl::unexpected(platform::kInvalidHandle);
-                          return found.path;
-                        });
+  const auto effect = [&]() -> Result<std::filesystem::path> {
+    const auto target = ReachModules(process);
+    if (!target) return tl::unexpected(target.error());
+    const auto& modules = (*target)->modules;
+    const std::size_t at = module - kFirstModule;
+    if (at >= modules.size() || modules[at].unloads) {
+      return tl::unexpected(platform::kInvalidHandle);
+    }
+    return modules[at].path;
+  };
+  return choke_.Perform("processes.ModulePath", Subject(process.Value()), effect);
 }
 
 ProcessId SimProcesses::OwnId() {

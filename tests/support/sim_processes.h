@@ -50,6 +50,8 @@ class SimProcesses : public platform::Processes {
   platform::Result<platform::ProcessHandle> Open(std::uint32_t access_mask,
                                                  platform::ProcessId pid) override;
   platform::Result<platform::StartedProcess> Start(const platform::ProcessStart& start) override;
+  platform::Result<platform::ProcessHandle> StartElevated(const std::string& program,
+                                                          const std::string& arguments) override;
   platform::Result<std::uint32_t> ExitCode(const platform::ProcessHandle& process) override;
   platform::Result<platform::ProcessId> Id(const platform::ProcessHandle& process) override;
   platform::Result<> Terminate(const platform::ProcessHandle& process,
@@ -72,7 +74,8 @@ class SimProcesses : public platform::Processes {
   // Adds a process that somebody else started.
   SimProcess& Add(std::u16string executable_name);
   // Tells what runs when the executable of that file name is started. Without a program it runs
-  // until somebody ends it. The executable's file has to exist as well.
+  // until somebody ends it. The executable's file has to exist as well, unless the program is
+  // started elevated.
   void SetProgram(const std::string& file_name, Program program);
   void End(SimProcess& process, std::uint32_t exit_code);
   [[nodiscard]] SimProcess& At(platform::ProcessId pid) { return table_.at(pid); }

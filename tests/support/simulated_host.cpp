@@ -54,6 +54,7 @@ SimulatedHost::~SimulatedHost() {
   EXPECT_EQ(dump_writer.OpenHandles(), 0u) << "dump files left open";
   EXPECT_EQ(machine.OpenParts(), 0) << "graphics or network parts left open";
   EXPECT_EQ(registry.OpenHandles(), 0u) << "registry keys left open";
+  EXPECT_EQ(installer.OpenHandles(), 0u) << "handles of installer databases left open";
   EXPECT_EQ(system.com_initialisations, 0) << "COM is not balanced";
   EXPECT_EQ(console.info.attributes, kFoundAttributes)
       << "the console's text attributes are not as they were found";

@@ -8,12 +8,13 @@
 
 #include "platform/host.h"
 #include "tests/support/choke_point.h"
-#include "tests/support/map_registry.h"
 #include "tests/support/sim_clock.h"
 #include "tests/support/sim_console.h"
 #include "tests/support/sim_files.h"
+#include "tests/support/sim_installer.h"
 #include "tests/support/sim_machine.h"
 #include "tests/support/sim_processes.h"
+#include "tests/support/sim_registry.h"
 #include "tests/support/sim_system.h"
 
 namespace vosk::support {
@@ -37,7 +38,7 @@ class SimulatedHost {
   SimulatedHost& operator=(const SimulatedHost&) = delete;
 
   [[nodiscard]] platform::Host Bundle() {
-    return {clock, console, dump_writer, files, machine, processes, registry, system};
+    return {clock, console, dump_writer, files, installer, machine, processes, registry, system};
   }
 
   // --- Setting the scene -------------------------------------------------------------------
@@ -76,11 +77,12 @@ class SimulatedHost {
   SimClock clock{choke};
   SimProcesses processes{choke, clock};
   SimFiles files{choke};
+  SimInstaller installer{choke, clock, processes, files};
+  SimRegistry registry{choke};
   SimConsole console{choke};
   SimSystem system{choke};
   SimDumpWriter dump_writer{choke, processes, files};
   SimMachine machine{choke};
-  MapRegistry registry{choke};
 
  private:
   bool AttachDebugger(platform::ProcessId debugger, platform::ProcessId target_pid);

@@ -6,6 +6,9 @@
 #include <sys/stat.h>
 #include <windows.h>
 
+#include <array>
+
+#include "platform/system.h"
 #include "platform/windows/directory_walk.h"
 #include "platform/windows/error_text.h"
 #include "platform/windows/file_streams.h"
@@ -28,6 +31,14 @@ FileResult<WIN32_FILE_ATTRIBUTE_DATA> AttributesOf(const std::filesystem::path& 
     return tl::unexpected(LastFileError());
   }
   return data;
+}
+
+std::chrono::system_clock::time_point SystemTimeOf(const FILETIME& time) {
+  // The file time counts tenths of a microsecond from the start of 1601.
+  using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
+  constexpr std::chrono::seconds kFrom1601To1970{11'644'473'600};
+  const Ticks since_1601(std::int64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
+  return std::chrono::system_clock::time_point(since_1601 - kFrom1601To1970);
 }
 
 class WindowsFiles : public Files {
@@ -53,6 +64,18 @@ class WindowsFiles : public Files {
     });
   }
 
+  FileResult<bool> IsLink(const std::filesystem::path& path) override {
+    return AttributesOf(path).map([](const WIN32_FILE_ATTRIBUTE_DATA& data) {
+      return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    });
+  }
+
+  FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+      const std::filesystem::path& path) override {
+    return AttributesOf(path).map(
+        [](const WIN32_FILE_ATTRIBUTE_DATA& data) { return SystemTimeOf(data.ftLastWriteTime); });
+  }
+
   FileResult<bool> Remove(const std::filesystem::path& path) override {
     const std::wstring name = SystemPath(path);
     const DWORD attributes = ::GetFileAttributesW(name.c_str());
@@ -66,6 +89,15 @@ class WindowsFiles : public Files {
 
   FileResult<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) override {
     if (!::MoveFileExW(SystemPath(from).c_str(), SystemPath(to).c_str(), 0)) {
+      return tl::unexpected(LastFileError());
+    }
+    return {};
+  }
+
+  FileResult<> Replace(const std::filesystem::path& from,
+                       const std::filesystem::path& to) override {
+    if (!::MoveFileExW(SystemPath(from).c_str(), SystemPath(to).c_str(),
+                       MOVEFILE_REPLACE_EXISTING)) {
       return tl::unexpected(LastFileError());
     }
     return {};
@@ -88,6 +120,21 @@ class WindowsFiles : public Files {
     return OpenWalk(directory, depth);
   }
 
+  Result<std::uint64_t> FreeSpace(const std::filesystem::path& root) override {
+    ULARGE_INTEGER available{};
+    if (!::GetDiskFreeSpaceExW(root.c_str(), &available, nullptr, nullptr)) {
+      return tl::unexpected(LastError());
+    }
+    return available.QuadPart;
+  }
+
+  Result<std::filesystem::path> CurrentDirectory() override {
+    std::array<wchar_t, kMaxPath> buffer{};
+    const DWORD length = ::GetCurrentDirectoryW(kMaxPath, buffer.data());
+    if (length == 0 || length >= kMaxPath) return tl::unexpected(LastError());
+    return std::wstring(buffer.data(), length);
+  }
+
   FileResult<std::unique_ptr<std::istream>> OpenForReading(
       const std::filesystem::path& path) override {
     FileHandle file(::CreateFileW(SystemPath(path).c_str(), GENERIC_READ, kShareEverything, nullptr,
@@ -98,19 +145,24 @@ class WindowsFiles : public Files {
 
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
       const std::filesystem::path& path) override {
-    return OpenText(path, _O_APPEND);
+    return OpenToWrite(path, _O_APPEND | _O_TEXT);
   }
 
   tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
       const std::filesystem::path& path) override {
-    return OpenText(path, _O_TRUNC);
+    return OpenToWrite(path, _O_TRUNC | _O_BINARY);
+  }
+
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
+      const std::filesystem::path& path) override {
+    return OpenToWrite(path, _O_TRUNC | _O_TEXT);
   }
 
  private:
-  static tl::expected<std::unique_ptr<std::ostream>, int> OpenText(
-      const std::filesystem::path& path, int where) {
+  static tl::expected<std::unique_ptr<std::ostream>, int> OpenToWrite(
+      const std::filesystem::path& path, int manner) {
     int descriptor = -1;
-    const int flags = _O_WRONLY | _O_CREAT | _O_TEXT | _O_NOINHERIT | where;
+    const int flags = _O_WRONLY | _O_CREAT | _O_NOINHERIT | manner;
     const errno_t failure =
         ::_wsopen_s(&descriptor, SystemPath(path).c_str(), flags, _SH_DENYNO, _S_IREAD | _S_IWRITE);
     if (failure != 0) return tl::unexpected(failure);

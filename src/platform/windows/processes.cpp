@@ -3,6 +3,7 @@
 #include <windows.h>
 // These build on windows.h.
 #include <psapi.h>
+#include <shellapi.h>
 #include <tlhelp32.h>
 
 #include <algorithm>
@@ -69,6 +70,22 @@ class WindowsProcesses : public Processes {
     }
     const ThreadHandle thread(started.hThread);
     return StartedProcess{ProcessHandle(ValueOf(started.hProcess), *this), started.dwProcessId};
+  }
+
+  Result<ProcessHandle> StartElevated(const std::string& program,
+                                      const std::string& arguments) override {
+    const std::wstring file = ToWide(program);
+    const std::wstring parameters = ToWide(arguments);
+    SHELLEXECUTEINFOW request{};
+    request.cbSize = sizeof(request);
+    // The thread has no message loop, and a failure is the caller's to report.
+    request.fMask = SEE_MASK_NOCLOSEPROCESS | SEE_MASK_NOASYNC | SEE_MASK_FLAG_NO_UI;
+    request.lpVerb = L"runas";
+    request.lpFile = file.c_str();
+    request.lpParameters = parameters.c_str();
+    request.nShow = SW_HIDE;
+    if (!::ShellExecuteExW(&request)) return tl::unexpected(LastError());
+    return ProcessHandle(ValueOf(request.hProcess), *this);
   }
 
   Result<std::uint32_t> ExitCode(const ProcessHandle& process) override {

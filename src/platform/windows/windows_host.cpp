@@ -9,6 +9,7 @@ WindowsHost::WindowsHost()
       console_(MakeConsole()),
       dump_writer_(MakeDumpWriter()),
       files_(MakeFiles()),
+      installer_(MakeInstaller()),
       machine_(MakeMachine()),
       processes_(MakeProcesses()),
       registry_(MakeRegistry()),
@@ -17,7 +18,8 @@ WindowsHost::WindowsHost()
 WindowsHost::~WindowsHost() = default;
 
 Host WindowsHost::Bundle() {
-  return {*clock_, *console_, *dump_writer_, *files_, *machine_, *processes_, *registry_, *system_};
+  return {*clock_,   *console_,   *dump_writer_, *files_, *installer_,
+          *machine_, *processes_, *registry_,    *system_};
 }
 
 }  // namespace vosk::platform::windows

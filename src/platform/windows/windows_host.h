@@ -18,6 +18,7 @@ class WindowsHost {
   std::unique_ptr<Console> console_;
   std::unique_ptr<DumpWriter> dump_writer_;
   std::unique_ptr<Files> files_;
+  std::unique_ptr<Installer> installer_;
   std::unique_ptr<Machine> machine_;
   std::unique_ptr<Processes> processes_;
   std::unique_ptr<Registry> registry_;

@@ -1,0 +1,33 @@
+// Fetches a file over HTTP or HTTPS.
+#pragma once
+
+#include <atomic>
+
+#include "console/log.h"
+#include "console/transfer_progress.h"
+#include "net/downloader.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+
+namespace vosk::net {
+
+class HttpDownloader : public Downloader {
+ public:
+  // A set `g_terminateMonitoring` breaks a running transfer off.
+  HttpDownloader(platform::Files& files, platform::Clock& clock, console::LogSink& log,
+                 console::TransferProgress& progress,
+                 const std::atomic<bool>& g_terminateMonitoring);
+
+  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override;
+
+ private:
+  void RemoveIncompleteFile(const std::filesystem::path& destination);
+
+  platform::Files& files_;
+  platform::Clock& clock_;
+  console::LogSink& log_;
+  console::TransferProgress& progress_;
+  const std::atomic<bool>& g_terminateMonitoring_;
+};
+
+}  // namespace vosk::net

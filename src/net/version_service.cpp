@@ -1,0 +1,116 @@
+#include "net/version_service.h"
+
+#include <fmt/format.h>
+
+#include <new>
+
+#include "identity.h"
+#include "net/easy_handle.h"
+#include "net/version_reply.h"
+
+namespace vosk::net {
+namespace {
+
+constexpr long kHttpOk = 200;
+constexpr long kSecondsInAll = 15;
+constexpr long kConnectSeconds = 5;
+// What a reply may take of the memory; a server that sends more is treated like one that has used
+// it up.
+constexpr std::size_t kLargestBody = std::size_t{128} << 20;
+// A body of this size is told in full. The log, its recent lines and the console each keep a copy.
+constexpr std::size_t kLongestLoggedBody = std::size_t{64} << 10;
+
+class ResponseBody {
+ public:
+  explicit ResponseBody(console::LogSink& log) : log_(log) {}
+
+  // 0 when there is no memory left for it.
+  std::size_t Append(const char* data, std::size_t size) {
+    if (Fits(size)) {
+      try {
+        text_.append(data, size);
+        return size;
+      } catch (const std::bad_alloc&) {
+        // Told below, like a body that was too large from the start.
+      }
+    }
+    log_.LogError("FetchVersion: Memory allocation failed for response body");
+    return 0;
+  }
+  [[nodiscard]] const std::string& Text() const { return text_; }
+
+ private:
+  [[nodiscard]] bool Fits(std::size_t size) const { return size <= kLargestBody - text_.size(); }
+
+  console::LogSink& log_;
+  std::string text_;
+};
+
+std::size_t CollectBody(char* data, std::size_t size, std::size_t count, void* body) noexcept {
+  return static_cast<ResponseBody*>(body)->Append(data, size * count);
+}
+
+void SetOptions(CURL* easy, const std::string& url, ResponseBody& body) {
+  const std::string user_agent = fmt::format("VELDRAN-VOSK/{}", identity::kVersion);
+  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, CollectBody);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
+  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+  curl_easy_setopt(easy, CURLOPT_TIMEOUT, kSecondsInAll);
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
+  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
+  curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+  curl_easy_setopt(easy, CURLOPT_USERAGENT, user_agent.c_str());
+  // The body of an error is worth a line in the log.
+  curl_easy_setopt(easy, CURLOPT_FAILONERROR, 0L);
+  curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+}
+
+}  // namespace
+
+HttpVersionService::HttpVersionService(std::string url, console::LogSink& log)
+    : url_(std::move(url)), log_(log) {}
+
+std::string HttpVersionService::FetchVersion() {
+  log_.LogInfo(fmt::format("Checking for latest version from API: {}", url_));
+  const EasyHandle easy(curl_easy_init());
+  if (!easy) {
+    log_.LogError("FetchVersion: Failed to initialize libcurl.");
+    return {};
+  }
+  ResponseBody body(log_);
+  SetOptions(easy.get(), url_, body);
+  const CURLcode code = curl_easy_perform(easy.get());
+  long status = 0;
+  curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
+
+  if (code != CURLE_OK) {
+    log_.LogError(fmt::format("FetchVersion: Network request failed. CURLcode: {} ({})",
+                              static_cast<int>(code), curl_easy_strerror(code)));
+    return {};
+  }
+  if (status != kHttpOk) {
+    log_.LogError(fmt::format("FetchVersion: API request failed. HTTP Status: {}", status));
+    LogResponseBody(body.Text());
+    return {};
+  }
+  const auto version = ReadVersionReply(body.Text());
+  if (!version) {
+    for (const std::string& line : version.error()) log_.LogError(line);
+    LogResponseBody(body.Text());
+    return {};
+  }
+  log_.LogInfo(fmt::format("FetchVersion: Latest version reported by API: {}", *version));
+  return *version;
+}
+
+void HttpVersionService::LogResponseBody(const std::string& body) {
+  if (body.size() <= kLongestLoggedBody) {
+    log_.LogError(fmt::format("FetchVersion: Response Body: {}", body));
+    return;
+  }
+  log_.LogError(fmt::format("FetchVersion: Response Body: {}... ({} bytes in all)",
+                            body.substr(0, kLongestLoggedBody), body.size()));
+}
+
+}  // namespace vosk::net
