@@ -197,7 +197,7 @@ TEST(StatusBar, WipesTheOldBarWhereAGrownWindowStillShowsIt) {
   EXPECT_THAT(first_write_after(300, 330), Not(HasSubstr(wipe)));
   // It only scrolled over the buffer.
   EXPECT_THAT(first_write_after(110, 134), testing::StartsWith("\x1b[?25l\x1b"
-                                                              "7\x1b[25;1H\x1b[2K"));
+                                                               "7\x1b[25;1H\x1b[2K"));
 }
 
 TEST(StatusBar, DrawsNothingWhereItCannot) {
