@@ -14,5 +14,5 @@ int wmain(int argc, wchar_t** argv) {
   }
   vosk::platform::windows::WindowsHost host;
   vosk::supervisor::CurlNetwork network;
-  return vosk::supervisor::Supervisor(host.Interfaces(), network).Run(arguments);
+  return vosk::supervisor::Supervisor(host.Bundle(), network).Run(arguments);
 }

@@ -32,12 +32,12 @@ std::filesystem::path DumpCapture::FindProcDump() {
     log_.LogError(fmt::format("GetModuleFileNameW failed: {}", module.error().value));
     return {};
   }
-  const auto primary = module->parent_path() / kPrimaryExecutable;
+  auto primary = module->parent_path() / kPrimaryExecutable;
   if (IsPresent(primary)) {
     log_.LogInfo(fmt::format("Using primary ProcDump executable: {}", text::PathToUtf8(primary)));
     return primary;
   }
-  const auto fallback = module->parent_path() / kFallbackExecutable;
+  auto fallback = module->parent_path() / kFallbackExecutable;
   if (IsPresent(fallback)) {
     log_.LogInfo(fmt::format("Using fallback ProcDump executable: {}", text::PathToUtf8(fallback)));
     return fallback;

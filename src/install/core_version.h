@@ -4,13 +4,38 @@
 #include <filesystem>
 #include <string>
 
+#include "console/log.h"
 #include "platform/files.h"
 
 namespace vosk::install {
+
+inline constexpr std::string_view kUnknownVersion = "0.0.0";
 
 // The trimmed first line of "CoreVersion.txt" in the Core's stats directory; empty where the file
 // is missing, unreadable or blank.
 [[nodiscard]] std::string ReadCoreVersionFile(platform::Files& files,
                                               const std::filesystem::path& stats_directory);
+
+// The internal version tracker: what is known of the installed Core's version.
+class CoreVersion {
+ public:
+  CoreVersion(platform::Files& files, console::LogSink& log);
+
+  // Reads the version file again and tells of a change; a quiet call leaves out the routine lines.
+  // The version, or nothing where it could not be read: the tracker then keeps what it has.
+  std::string Read(const std::filesystem::path& log_root_directory, bool quiet);
+
+  // kUnknownVersion until a version has been read.
+  [[nodiscard]] const std::string& Current() const { return current_; }
+  void Set(std::string version) { current_ = std::move(version); }
+
+ private:
+  [[nodiscard]] std::string ReadFirstLine(const std::filesystem::path& path);
+  void Track(const std::string& version, bool quiet);
+
+  platform::Files& files_;
+  console::LogSink& log_;
+  std::string current_{kUnknownVersion};
+};
 
 }  // namespace vosk::install

@@ -8,7 +8,6 @@
 namespace vosk::process {
 namespace {
 
-using platform::ErrorCode;
 using platform::ProcessHandle;
 
 }  // namespace

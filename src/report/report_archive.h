@@ -2,23 +2,27 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "console/log.h"
 #include "console/transfer_progress.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/system.h"
+#include "report/zip_writer.h"
 
 namespace vosk::report {
 
 class ReportArchive {
  public:
-  ReportArchive(platform::Files& files, platform::System& system, console::LogSink& log,
-                console::TransferProgress& progress);
+  // All references outlive the archive. The clock dates the dump's entry.
+  ReportArchive(platform::Files& files, platform::System& system, platform::Clock& clock,
+                console::LogSink& log, console::TransferProgress& progress);
 
-  // The zip's path beside the dump: stem, computer name and tag ("CRASH", "LIVE_FD"...), joined by
-  // underscores.
+  // The zip's path beside the dump: stem, computer name ("UNKNOWN" if it cannot be read) and tag
+  // ("CRASH", "LIVE_FD"...), joined by underscores.
   [[nodiscard]] std::filesystem::path MakeReportZipPath(const std::filesystem::path& dump_path,
                                                         std::string_view tag);
 
@@ -29,9 +33,31 @@ class ReportArchive {
                                      const std::filesystem::path& dump_path,
                                      const std::vector<std::filesystem::path>& optional_paths);
 
+  // True when every entry of the directory was added below `folder_name`.
+  [[nodiscard]] bool AddDirectoryToZip(ZipWriter& zip, const std::filesystem::path& directory,
+                                       const std::string& folder_name);
+
  private:
+  [[nodiscard]] bool PrepareTarget(const std::filesystem::path& zip_path);
+  void MakeRoomForZip(const std::filesystem::path& zip_path);
+  [[nodiscard]] bool OpenZip(ZipWriter& zip, const std::filesystem::path& zip_path);
+  [[nodiscard]] bool FillZip(ZipWriter& zip, const std::filesystem::path& zip_path,
+                             const std::filesystem::path& dump_path,
+                             const std::vector<std::filesystem::path>& optional_paths);
+  [[nodiscard]] bool AddDump(ZipWriter& zip, const std::filesystem::path& dump_path);
+  void AddOptionalPath(ZipWriter& zip, const std::filesystem::path& path);
+  void AddOptionalFile(ZipWriter& zip, const std::filesystem::path& file);
+  [[nodiscard]] bool AddDirectoryEntry(ZipWriter& zip, const std::filesystem::path& directory,
+                                       const std::filesystem::path& entry,
+                                       const std::string& folder_name);
+  [[nodiscard]] bool TryAddDirectoryEntry(ZipWriter& zip, const std::filesystem::path& directory,
+                                          const std::filesystem::path& entry,
+                                          const std::string& folder_name);
+  void DiscardZip(ZipWriter& zip, const std::filesystem::path& zip_path);
+
   platform::Files& files_;
   platform::System& system_;
+  platform::Clock& clock_;
   console::LogSink& log_;
   console::TransferProgress& progress_;
 };

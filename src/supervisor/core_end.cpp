@@ -1,6 +1,8 @@
 // The monitoring loop when the Core, or the monitor that watches it, has ended.
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "platform/clock.h"
 #include "supervisor/monitoring_loop.h"
 
@@ -12,9 +14,9 @@ using std::chrono::seconds;
 
 constexpr milliseconds kDumpWriteWait{2500};
 constexpr milliseconds kMonitorExitWait{1000};
-// A monitor ends a moment before the Core whose crash it has written down; only one that is gone
-// for longer has left the Core unwatched.
-constexpr seconds kMonitorLossGrace{5};
+// Where another debugger holds the Core, every monitor leaves at once; asking is cheap, but must
+// not fill the log.
+constexpr seconds kLongestMonitorRetryDelay = std::chrono::hours(1);
 constexpr std::uint32_t kTerminatedExitCode = 1;
 
 }  // namespace
@@ -57,6 +59,7 @@ CoreEnd MonitoringLoop::JudgeCoreEnd() {
 
 void MonitoringLoop::EndMonitorOfDeadCore() {
   monitor_lost_at_.reset();
+  monitor_retry_delay_ = kMonitorLossGrace;
   if (!state_.hProcDump) return;
   log_.LogInfo("Terminating ProcDump monitor...");
   processes_.TerminateProcessL(state_.hProcDump, kTerminatedExitCode);
@@ -68,19 +71,21 @@ void MonitoringLoop::EndMonitorOfDeadCore() {
 void MonitoringLoop::WatchMonitor(SteadyTime now) {
   if (state_.hProcDump) {
     const auto exit_code = host_.processes.ExitCode(state_.hProcDump);
-    if (!exit_code || *exit_code == platform::kStillActive) return;
-    log_.LogWarn(
-        fmt::format("ProcDump monitor of PID {} has ended (exit code {}) although the "
-                    "target is running.",
-                    state_.target_pid, *exit_code));
+    if (!exit_code || *exit_code == platform::kStillActive) {
+      monitor_lost_at_.reset();
+      return;
+    }
+    log_.LogWarn(fmt::format(
+        "ProcDump monitor of PID {} has ended (exit code {}) although the target is running.",
+        state_.target_pid, *exit_code));
     state_.hProcDump.Reset();
-    monitor_lost_at_ = now;
-    return;
   }
-  if (!monitor_lost_at_ || now - *monitor_lost_at_ < kMonitorLossGrace) return;
+  if (!monitor_lost_at_) monitor_lost_at_ = now;
+  if (now - *monitor_lost_at_ < monitor_retry_delay_) return;
   log_.LogWarn(fmt::format("Target PID {} is not watched. Attaching a new ProcDump monitor.",
                            state_.target_pid));
   monitor_lost_at_ = now;
+  monitor_retry_delay_ = std::min(monitor_retry_delay_ * 2, kLongestMonitorRetryDelay);
   state_.hProcDump =
       dump_capture_.LaunchProcDumpMonitor(state_.target_pid, places_.dump_storage_directory);
 }

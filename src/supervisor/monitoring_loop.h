@@ -15,6 +15,9 @@
 namespace vosk::supervisor {
 
 inline constexpr std::chrono::milliseconds kMonitoringInterval{500};
+// A monitor ends a moment before the Core whose crash it has written down; only one that is gone
+// for longer has left the Core unwatched.
+inline constexpr std::chrono::seconds kMonitorLossGrace{5};
 
 class MonitoringLoop {
  public:
@@ -61,6 +64,7 @@ class MonitoringLoop {
   bool core_was_running_ = false;
   std::optional<SteadyTime> last_status_report_;
   std::optional<SteadyTime> monitor_lost_at_;
+  std::chrono::seconds monitor_retry_delay_ = kMonitorLossGrace;
 };
 
 }  // namespace vosk::supervisor

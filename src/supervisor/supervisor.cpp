@@ -204,7 +204,7 @@ void Supervisor::LogMonitoringBanner(const Places& places) {
 
 void Supervisor::Monitor(const Places& places) {
   dumps::DumpCapture dump_capture(host_, log_, state_.red_alert_mode);
-  report::ReportArchive archive(host_.files, host_.system, log_, progress_);
+  report::ReportArchive archive(host_.files, host_.system, host_.clock, log_, progress_);
   const auto uploader = network_.MakeUploader(host_, log_, progress_);
   CrashProcessing crash_processing(host_.files, log_, archive, *uploader, state_.red_alert_mode);
   MonitoringLoop loop(host_, log_, screen_, processes_, dump_capture, crash_processing, places,

@@ -1,1 +1,54 @@
-// The simulated side of the contract tests.
+// The contract tests against the simulated host.
+#include <fmt/format.h>
+
+#include <cstdio>
+
+#include "tests/contract/host_under_test.h"
+#include "tests/support/simulated_host.h"
+
+namespace vosk::contract {
+namespace {
+
+class SimulatedSide : public HostUnderTest {
+ public:
+  SimulatedSide() {
+    host_.InstallProgram(host_.system.module_path, [this](support::SimProcess& self) {
+      std::uint32_t exit_code = 0;
+      long life = 0;
+      const std::size_t words = self.command_line.find(" --child ");
+      if (words == std::string::npos) return;
+      std::sscanf(self.command_line.c_str() + words, " --child %u %ld", &exit_code, &life);
+      host_.LivesFor(support::Duration(life), exit_code)(self);
+    });
+  }
+
+  platform::Host Bundle() override { return host_.Bundle(); }
+
+  bool LinkDirectory(const std::filesystem::path& link,
+                     const std::filesystem::path& target) override {
+    std::error_code error;
+    std::filesystem::create_directory_symlink(std::filesystem::absolute(target), link, error);
+    return !error;
+  }
+
+  void RemoveLink(const std::filesystem::path& link) override { std::filesystem::remove(link); }
+
+  std::string RedirectOutput(const std::function<void()>& writes) override {
+    host_.console.Forget();
+    host_.console.Redirect(platform::StandardStream::output, support::StreamTarget::redirected);
+    writes();
+    host_.console.Redirect(platform::StandardStream::output, support::StreamTarget::console);
+    return host_.console.TextOf(platform::StandardStream::output);
+  }
+
+ private:
+  support::SimulatedHost host_;
+};
+
+}  // namespace
+
+std::unique_ptr<HostUnderTest> MakeHostUnderTest() {
+  return std::make_unique<SimulatedSide>();
+}
+
+}  // namespace vosk::contract

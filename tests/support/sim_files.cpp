@@ -139,16 +139,19 @@ class SimWalk : public platform::DirectoryWalk {
 
  private:
   FileResult<std::optional<fs::path>> Step() {
+    if (!to_enter_.empty()) {
+      std::error_code error;
+      std::vector<fs::path> entries = SortedEntries(to_enter_, error);
+      if (error) return Failed(error, std::exchange(to_enter_, {}));
+      to_enter_.clear();
+      Push(std::move(entries));
+    }
     if (ahead_.empty()) return std::nullopt;
     const fs::path entry = std::move(ahead_.back());
     ahead_.pop_back();
-    std::error_code error;
-    const bool directory = fs::symlink_status(entry, error).type() == fs::file_type::directory;
-    if (directory && depth_ == platform::WalkDepth::whole_tree) {
-      std::vector<fs::path> entries = SortedEntries(entry, error);
-      if (error) return Failed(error, entry);
-      Push(std::move(entries));
-    }
+    std::error_code ignored;
+    const bool directory = fs::symlink_status(entry, ignored).type() == fs::file_type::directory;
+    if (directory && depth_ == platform::WalkDepth::whole_tree) to_enter_ = entry;
     return entry;
   }
 
@@ -159,6 +162,7 @@ class SimWalk : public platform::DirectoryWalk {
   SimFiles& files_;
   platform::WalkDepth depth_;
   std::vector<fs::path> ahead_;  // the next one is the last
+  fs::path to_enter_;            // the directory that was given last
 };
 
 void SimFiles::Hold(const fs::path& path, Sharing sharing) {
@@ -238,7 +242,7 @@ FileResult<> SimFiles::CreateDirectories(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
     if (!error && fs::is_directory(path)) return {};
-    return Failed(fs::is_regular_file(path, error) ? 183 : 3);
+    return Failed(183);  // a file stands where a directory is wanted
   });
 }
 
@@ -277,6 +281,7 @@ FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::pat
 tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForAppending(const fs::path& path) {
   using Answer = tl::expected<std::unique_ptr<std::ostream>, int>;
   return choke_.Perform("files.OpenForAppending", path.string(), [&]() -> Answer {
+    if (!MayRead(path)) return tl::unexpected(EACCES);
     const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
     if (file < 0) return tl::unexpected(errno == EISDIR ? EACCES : errno);
     return std::make_unique<AppendingStream>(file, *this, path);

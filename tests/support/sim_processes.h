@@ -26,6 +26,8 @@ struct SimProcess {
   bool survives_taskkill = false;
   std::optional<platform::ErrorCode> open_error = {};  // for everybody who opens it
 
+  platform::ProcessId debugger = 0;
+
   bool running = true;
   std::uint32_t exit_code = platform::kStillActive;
   int open_handles = 0;

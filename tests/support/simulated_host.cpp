@@ -132,6 +132,16 @@ std::vector<std::string> SimulatedHost::NamesIn(const fs::path& directory) {
   return names;
 }
 
+// A process has one debugger at a time.
+bool SimulatedHost::AttachDebugger(ProcessId debugger, ProcessId target_pid) {
+  if (processes.Table().count(target_pid) == 0) return false;
+  SimProcess& target = processes.At(target_pid);
+  if (!target.running) return false;
+  if (target.debugger != 0 && processes.At(target.debugger).running) return false;
+  target.debugger = debugger;
+  return true;
+}
+
 // Attaches to the process of the command line, writes dumps when that dies of an exception, and
 // ends with it.
 void SimulatedHost::RunMonitor(SimProcess& self, const MonitorBehaviour& behaviour) {
@@ -140,9 +150,7 @@ void SimulatedHost::RunMonitor(SimProcess& self, const MonitorBehaviour& behavio
   if (option != std::string::npos) {
     std::sscanf(self.command_line.c_str() + option, " -e %u", &target_pid);
   }
-  const auto target = processes.Table().find(target_pid);
-  const bool attached = target != processes.Table().end() && target->second.running;
-  if (behaviour.leaves_at_once || !attached) {
+  if (behaviour.leaves_at_once || !AttachDebugger(self.pid, target_pid)) {
     clock.After(Duration(50), [this, pid = self.pid] { processes.End(processes.At(pid), 1); });
     return;
   }

@@ -79,6 +79,7 @@ class SimulatedHost {
   SimDumpWriter dump_writer{choke, processes, files};
 
  private:
+  bool AttachDebugger(platform::ProcessId debugger, platform::ProcessId target_pid);
   void RunMonitor(SimProcess& self, const MonitorBehaviour& behaviour);
   void WriteCrashDumps(const std::string& directory, const MonitorBehaviour& behaviour);
 

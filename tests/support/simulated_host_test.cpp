@@ -63,6 +63,50 @@ TEST(SimulatedHost, AnOrdinaryEndLeavesNoDump) {
   EXPECT_THAT(host.NamesIn(host.DumpDirectory()), ElementsAre());
 }
 
+TEST(SimulatedHost, ACoreHasOneMonitorAtATime) {
+  SimulatedHost host;
+  host.InstallCore();
+  host.InstallMonitor();
+  const auto core = StartCore(host);
+  const auto first = StartMonitor(host, core.pid);
+  const auto second = StartMonitor(host, core.pid);
+  EXPECT_EQ(host.processes.WaitFor(second.handle, 1s), platform::WaitOutcome::finished);
+  EXPECT_EQ(host.processes.ExitCode(second.handle), 1u);
+  EXPECT_TRUE(host.processes.Terminate(first.handle, 0));
+  const auto third = StartMonitor(host, core.pid);
+  EXPECT_EQ(host.processes.WaitFor(third.handle, 1s), platform::WaitOutcome::timed_out);
+}
+
+TEST(SimulatedHost, ProcessesCanRefuseToBeOpenedOrToDie) {
+  SimulatedHost host;
+  auto& stubborn = host.processes.Add(u"procdump.exe");
+  const auto handle = host.processes.Open(platform::access::kTerminate, stubborn.pid);
+  ASSERT_TRUE(handle);
+  stubborn.on_terminate = OnTerminate::access_denied;
+  EXPECT_EQ(host.processes.Terminate(*handle, 1).error(), platform::kAccessDenied);
+  stubborn.on_terminate = OnTerminate::ignores;
+  EXPECT_TRUE(host.processes.Terminate(*handle, 1));
+  EXPECT_TRUE(stubborn.running);
+  stubborn.survives_taskkill = true;
+  const std::string taskkill = "taskkill /F /PID " + std::to_string(stubborn.pid);
+  EXPECT_EQ(host.processes.RunShellCommand(taskkill), 1);
+  stubborn.open_error = platform::kAccessDenied;
+  EXPECT_EQ(host.processes.Open(platform::access::kTerminate, stubborn.pid).error(),
+            platform::kAccessDenied);
+}
+
+TEST(SimulatedHost, ABrokenStreamTurnsBadHalfWay) {
+  SimulatedHost host;
+  host.PutFile("core.log", std::string(100'000, 'x'));
+  host.choke.faults.Add({.kind = FaultKind::broken_stream});
+  const auto stream = host.files.OpenForReading("core.log");
+  ASSERT_TRUE(stream);
+  std::string bytes(40'000, '\0');
+  EXPECT_TRUE((*stream)->read(bytes.data(), 40'000));
+  EXPECT_FALSE((*stream)->read(bytes.data(), 40'000));
+  EXPECT_TRUE((*stream)->bad());
+}
+
 TEST(SimulatedHost, TearDownFindsWhatWasLeftOpen) {
   // Never destroyed, as if the product had lost it.
   alignas(ProcessHandle) std::byte lost[sizeof(ProcessHandle)];

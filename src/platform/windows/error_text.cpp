@@ -6,7 +6,9 @@
 
 namespace vosk::platform::windows {
 
-ErrorCode LastError() { return ErrorCode{::GetLastError()}; }
+ErrorCode LastError() {
+  return ErrorCode{::GetLastError()};
+}
 
 std::string ErrorText(ErrorCode code) {
   wchar_t* buffer = nullptr;

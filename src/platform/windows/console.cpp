@@ -1,0 +1,107 @@
+#include "platform/console.h"
+
+#include <conio.h>
+#include <windows.h>
+
+#include "platform/windows/error_text.h"
+#include "platform/windows/parts.h"
+#include "platform/windows/wide.h"
+
+namespace vosk::platform::windows {
+namespace {
+
+HANDLE HandleOf(StandardStream stream) {
+  return ::GetStdHandle(stream == StandardStream::output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
+}
+
+HANDLE Screen() {
+  return HandleOf(StandardStream::output);
+}
+
+Result<> Judge(BOOL succeeded) {
+  if (!succeeded) return tl::unexpected(LastError());
+  return {};
+}
+
+std::string WithCarriageReturns(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + 8);
+  for (const char c : text) {
+    if (c == '\n') out += '\r';
+    out += c;
+  }
+  return out;
+}
+
+class WindowsConsole : public Console {
+ public:
+  Result<> SetOutputCodePage(std::uint32_t code_page) override {
+    return Judge(::SetConsoleOutputCP(code_page));
+  }
+
+  bool HasStream(StandardStream stream) override {
+    const HANDLE handle = HandleOf(stream);
+    return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+  }
+
+  Result<std::uint32_t> Mode(StandardStream stream) override {
+    DWORD mode = 0;
+    return Judge(::GetConsoleMode(HandleOf(stream), &mode)).map([&]() -> std::uint32_t {
+      return mode;
+    });
+  }
+
+  Result<> SetMode(StandardStream stream, std::uint32_t mode) override {
+    return Judge(::SetConsoleMode(HandleOf(stream), mode));
+  }
+
+  Result<ConsoleInfo> Info() override {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!::GetConsoleScreenBufferInfo(Screen(), &info)) return tl::unexpected(LastError());
+    return ConsoleInfo{.left = info.srWindow.Left,
+                       .top = info.srWindow.Top,
+                       .right = info.srWindow.Right,
+                       .bottom = info.srWindow.Bottom,
+                       .attributes = info.wAttributes};
+  }
+
+  Result<> SetTextAttributes(std::uint16_t attributes) override {
+    return Judge(::SetConsoleTextAttribute(Screen(), attributes));
+  }
+
+  Result<> SetCursor(int column, int row) override {
+    const COORD position{static_cast<SHORT>(column), static_cast<SHORT>(row)};
+    return Judge(::SetConsoleCursorPosition(Screen(), position));
+  }
+
+  Result<> SetCursorVisible(bool visible) override {
+    CONSOLE_CURSOR_INFO info{};
+    if (!::GetConsoleCursorInfo(Screen(), &info)) return tl::unexpected(LastError());
+    info.bVisible = visible;
+    return Judge(::SetConsoleCursorInfo(Screen(), &info));
+  }
+
+  void Write(StandardStream stream, std::string_view text) override {
+    const HANDLE handle = HandleOf(stream);
+    const std::string lines = WithCarriageReturns(text);
+    DWORD done = 0;
+    if (DWORD mode = 0; ::GetConsoleMode(handle, &mode)) {
+      // In one piece and as UTF-16: a character of several bytes cannot be torn apart.
+      const std::wstring wide = ToWide(lines);
+      ::WriteConsoleW(handle, wide.data(), static_cast<DWORD>(wide.size()), &done, nullptr);
+    } else {
+      ::WriteFile(handle, lines.data(), static_cast<DWORD>(lines.size()), &done, nullptr);
+    }
+  }
+
+  bool KeyWaiting() override { return ::_kbhit() != 0; }
+  int ReadKey() override { return ::_getch(); }
+};
+
+}  // namespace
+
+std::unique_ptr<Console> MakeConsole() {
+  return std::make_unique<WindowsConsole>();
+}
+
+}  // namespace vosk::platform::windows

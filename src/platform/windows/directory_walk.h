@@ -1,0 +1,10 @@
+#pragma once
+
+#include "platform/files.h"
+
+namespace vosk::platform::windows {
+
+[[nodiscard]] FileResult<std::unique_ptr<DirectoryWalk>> OpenWalk(
+    const std::filesystem::path& directory, WalkDepth depth);
+
+}  // namespace vosk::platform::windows

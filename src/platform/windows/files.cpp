@@ -1,0 +1,116 @@
+#include "platform/files.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <share.h>
+#include <sys/stat.h>
+#include <windows.h>
+
+#include "platform/windows/directory_walk.h"
+#include "platform/windows/error_text.h"
+#include "platform/windows/file_streams.h"
+#include "platform/windows/parts.h"
+#include "platform/windows/wide.h"
+
+namespace vosk::platform::windows {
+namespace {
+
+constexpr DWORD kShareEverything = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+bool MeansMissing(ErrorCode code) {
+  return code.value == ERROR_FILE_NOT_FOUND || code.value == ERROR_PATH_NOT_FOUND ||
+         code.value == ERROR_INVALID_NAME || code.value == ERROR_BAD_NETPATH;
+}
+
+FileResult<WIN32_FILE_ATTRIBUTE_DATA> AttributesOf(const std::filesystem::path& path) {
+  WIN32_FILE_ATTRIBUTE_DATA data{};
+  if (!::GetFileAttributesExW(SystemPath(path).c_str(), GetFileExInfoStandard, &data)) {
+    return tl::unexpected(LastFileError());
+  }
+  return data;
+}
+
+class WindowsFiles : public Files {
+ public:
+  FileResult<bool> Exists(const std::filesystem::path& path) override {
+    const auto attributes = AttributesOf(path);
+    if (attributes) return true;
+    if (MeansMissing(attributes.error().code)) return false;
+    return tl::unexpected(attributes.error());
+  }
+
+  FileResult<FileType> TypeOf(const std::filesystem::path& path) override {
+    return AttributesOf(path).map([](const WIN32_FILE_ATTRIBUTE_DATA& data) {
+      if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return FileType::directory;
+      if ((data.dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0) return FileType::other;
+      return FileType::regular;
+    });
+  }
+
+  FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) override {
+    return AttributesOf(path).map([](const WIN32_FILE_ATTRIBUTE_DATA& data) {
+      return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
+    });
+  }
+
+  FileResult<bool> Remove(const std::filesystem::path& path) override {
+    const std::wstring name = SystemPath(path);
+    const DWORD attributes = ::GetFileAttributesW(name.c_str());
+    const bool directory =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (directory ? ::RemoveDirectoryW(name.c_str()) : ::DeleteFileW(name.c_str())) return true;
+    const ErrorCode code = LastError();
+    if (MeansMissing(code)) return false;
+    return tl::unexpected(FileError{code, ErrorText(code)});
+  }
+
+  FileResult<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) override {
+    if (!::MoveFileExW(SystemPath(from).c_str(), SystemPath(to).c_str(), 0)) {
+      return tl::unexpected(LastFileError());
+    }
+    return {};
+  }
+
+  FileResult<> CreateDirectories(const std::filesystem::path& path) override {
+    if (::CreateDirectoryW(SystemPath(path).c_str(), nullptr)) return {};
+    const FileError error = LastFileError();
+    if (error.code.value == ERROR_PATH_NOT_FOUND && path.has_relative_path()) {
+      if (auto parent = CreateDirectories(path.parent_path()); !parent) return parent;
+      if (::CreateDirectoryW(SystemPath(path).c_str(), nullptr)) return {};
+      return tl::unexpected(LastFileError());
+    }
+    if (TypeOf(path) == FileType::directory) return {};
+    return tl::unexpected(error);
+  }
+
+  FileResult<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
+                                                  WalkDepth depth) override {
+    return OpenWalk(directory, depth);
+  }
+
+  FileResult<std::unique_ptr<std::istream>> OpenForReading(
+      const std::filesystem::path& path) override {
+    FileHandle file(::CreateFileW(SystemPath(path).c_str(), GENERIC_READ, kShareEverything, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return tl::unexpected(LastFileError());
+    return std::make_unique<StreamOver<std::istream, HandleReader>>(std::move(file));
+  }
+
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+      const std::filesystem::path& path) override {
+    int descriptor = -1;
+    const int flags = _O_WRONLY | _O_APPEND | _O_CREAT | _O_TEXT | _O_NOINHERIT;
+    const errno_t failure =
+        ::_wsopen_s(&descriptor, SystemPath(path).c_str(), flags, _SH_DENYNO, _S_IREAD | _S_IWRITE);
+    if (failure != 0) return tl::unexpected(failure);
+    return std::make_unique<StreamOver<std::ostream, DescriptorWriter>>(descriptor);
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Files> MakeFiles() {
+  return std::make_unique<WindowsFiles>();
+}
+
+}  // namespace vosk::platform::windows

@@ -1,0 +1,257 @@
+#include "platform/files.h"
+
+#include <algorithm>
+#include <fstream>
+
+#include "tests/contract/host_under_test.h"
+#include "text/utf.h"
+
+namespace vosk::contract {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::FileType;
+using platform::WalkDepth;
+using Names = std::vector<std::string>;
+
+class FileContract : public Contract {
+ protected:
+  // The walk's entries relative to its start, in its order.
+  Names Walked(const fs::path& directory, WalkDepth depth) {
+    Names names;
+    const auto walk = host_.files.Walk(directory, depth);
+    EXPECT_TRUE(walk) << CodeOf(walk);
+    for (auto entry = (*walk)->Next(); walk; entry = (*walk)->Next()) {
+      EXPECT_TRUE(entry) << CodeOf(entry);
+      if (!entry || !*entry) break;
+      const fs::path relative = (*entry)->lexically_relative(directory);
+      names.push_back(text::PathToUtf8(fs::path(relative.generic_u8string())));
+      std::ranges::replace(names.back(), '\\', '/');
+    }
+    return names;
+  }
+
+  static Names Sorted(Names names) {
+    std::ranges::sort(names);
+    return names;
+  }
+
+  // Keeps a file open that is shared with nobody.
+  platform::DumpFileHandle Hold(const fs::path& path) {
+    auto held = host_.dump_writer.CreateDumpFile(path);
+    EXPECT_TRUE(held) << CodeOf(held);
+    return std::move(*held);
+  }
+};
+
+TEST_F(FileContract, MissingFilesAreAnAnswer) {
+  PutBytes(scratch_ / "there", "12345");
+  EXPECT_EQ(host_.files.Exists(scratch_ / "there"), true);
+  EXPECT_EQ(host_.files.Exists(scratch_), true);
+  EXPECT_EQ(host_.files.Exists(scratch_ / "missing"), false);
+  EXPECT_EQ(host_.files.Exists(scratch_ / "missing" / "below"), false);
+  EXPECT_EQ(host_.files.Exists(scratch_ / "there" / "below"), false);
+}
+
+TEST_F(FileContract, TypesAndSizes) {
+  PutBytes(scratch_ / "there", "12345");
+  EXPECT_EQ(host_.files.TypeOf(scratch_ / "there"), FileType::regular);
+  EXPECT_EQ(host_.files.TypeOf(scratch_), FileType::directory);
+  EXPECT_EQ(CodeOf(host_.files.TypeOf(scratch_ / "missing")), 2u);
+  EXPECT_EQ(CodeOf(host_.files.TypeOf(scratch_ / "missing" / "below")), 3u);
+  EXPECT_EQ(host_.files.SizeOf(scratch_ / "there"), 5u);
+  EXPECT_EQ(CodeOf(host_.files.SizeOf(scratch_ / "missing")), 2u);
+  EXPECT_FALSE(host_.files.SizeOf(scratch_ / "missing").error().text.empty());
+}
+
+TEST_F(FileContract, RemoveTakesFilesAndEmptyDirectories) {
+  PutBytes(scratch_ / "file", "x");
+  fs::create_directories(scratch_ / "full" / "below");
+  EXPECT_EQ(host_.files.Remove(scratch_ / "file"), true);
+  EXPECT_EQ(host_.files.Remove(scratch_ / "file"), false);
+  EXPECT_EQ(host_.files.Remove(scratch_ / "missing" / "file"), false);
+  EXPECT_EQ(CodeOf(host_.files.Remove(scratch_ / "full")), 145u);
+  EXPECT_EQ(host_.files.Remove(scratch_ / "full" / "below"), true);
+  EXPECT_EQ(host_.files.Remove(scratch_ / "full"), true);
+  EXPECT_FALSE(fs::exists(scratch_ / "full"));
+}
+
+TEST_F(FileContract, RenameReplacesNothing) {
+  PutBytes(scratch_ / "a", "A");
+  PutBytes(scratch_ / "b", "B");
+  EXPECT_EQ(CodeOf(host_.files.Rename(scratch_ / "a", scratch_ / "b")), 183u);
+  EXPECT_EQ(BytesOf(scratch_ / "a") + BytesOf(scratch_ / "b"), "AB");
+  EXPECT_TRUE(host_.files.Rename(scratch_ / "a", scratch_ / "c"));
+  EXPECT_EQ(BytesOf(scratch_ / "c"), "A");
+  EXPECT_FALSE(fs::exists(scratch_ / "a"));
+  EXPECT_EQ(CodeOf(host_.files.Rename(scratch_ / "a", scratch_ / "d")), 2u);
+  EXPECT_EQ(CodeOf(host_.files.Rename(scratch_ / "b", scratch_ / "missing" / "b")), 3u);
+  EXPECT_EQ(BytesOf(scratch_ / "b"), "B");
+}
+
+TEST_F(FileContract, AFileHeldByAnotherIsLeftAlone) {
+  const fs::path path = scratch_ / "held.dmp";
+  {
+    const auto held = Hold(path);
+    EXPECT_EQ(CodeOf(host_.files.Remove(path)), 32u);
+    EXPECT_EQ(CodeOf(host_.files.Rename(path, scratch_ / "elsewhere")), 32u);
+    EXPECT_EQ(CodeOf(host_.files.OpenForReading(path)), 32u);
+    EXPECT_EQ(host_.files.OpenForAppending(path).error(), 13);
+    EXPECT_EQ(CodeOf(host_.dump_writer.CreateDumpFile(path)), 32u);
+    EXPECT_EQ(host_.files.Exists(path), true);
+    EXPECT_EQ(host_.files.SizeOf(path), 0u);
+  }
+  EXPECT_TRUE(host_.files.Rename(path, scratch_ / "elsewhere"));
+}
+
+TEST_F(FileContract, DirectoriesAreMadeWithTheirParents) {
+  EXPECT_TRUE(host_.files.CreateDirectories(scratch_ / "a" / "b" / "c"));
+  EXPECT_TRUE(host_.files.CreateDirectories(scratch_ / "a" / "b" / "c")) << "it is there";
+  EXPECT_TRUE(fs::is_directory(scratch_ / "a" / "b" / "c"));
+  PutBytes(scratch_ / "file", "x");
+  EXPECT_EQ(CodeOf(host_.files.CreateDirectories(scratch_ / "file")), 183u);
+  EXPECT_EQ(CodeOf(host_.files.CreateDirectories(scratch_ / "file" / "below")), 183u);
+}
+
+TEST_F(FileContract, AWalkGivesParentsBeforeTheirEntries) {
+  fs::create_directories(scratch_ / "logs" / "old");
+  fs::create_directories(scratch_ / "logs" / "empty");
+  PutBytes(scratch_ / "logs" / "a.log", "a");
+  PutBytes(scratch_ / "logs" / "old" / "b.log", "b");
+  const Names tree = Walked(scratch_ / "logs", WalkDepth::whole_tree);
+  EXPECT_EQ(Sorted(tree), (Names{"a.log", "empty", "old", "old/b.log"}));
+  EXPECT_LT(std::ranges::find(tree, "old"), std::ranges::find(tree, "old/b.log"));
+  EXPECT_EQ(Sorted(Walked(scratch_ / "logs", WalkDepth::direct_entries)),
+            (Names{"a.log", "empty", "old"}));
+  EXPECT_EQ(Walked(scratch_ / "logs" / "empty", WalkDepth::whole_tree), Names{});
+}
+
+TEST_F(FileContract, NamesSurviveInUtf8) {
+  const std::string name = "Überblick 日本 \U0001F600.log";
+  PutBytes(scratch_ / text::PathFromUtf8(name), "content");
+  EXPECT_EQ(Walked(scratch_, WalkDepth::direct_entries), Names{name});
+  EXPECT_EQ(host_.files.SizeOf(scratch_ / text::PathFromUtf8(name)), 7u);
+}
+
+TEST_F(FileContract, AWalkDoesNotFollowLinks) {
+  fs::create_directories(scratch_ / "walked");
+  fs::create_directories(scratch_ / "elsewhere");
+  PutBytes(scratch_ / "elsewhere" / "secret", "x");
+  ASSERT_TRUE(side_->LinkDirectory(scratch_ / "walked" / "link", scratch_ / "elsewhere"));
+  EXPECT_EQ(Walked(scratch_ / "walked", WalkDepth::whole_tree), Names{"link"});
+  EXPECT_EQ(host_.files.TypeOf(scratch_ / "walked" / "link"), FileType::directory);
+  side_->RemoveLink(scratch_ / "walked" / "link");
+  EXPECT_TRUE(fs::exists(scratch_ / "elsewhere" / "secret"));
+}
+
+TEST_F(FileContract, AWalkNeedsADirectory) {
+  PutBytes(scratch_ / "file", "x");
+  EXPECT_EQ(CodeOf(host_.files.Walk(scratch_ / "missing", WalkDepth::direct_entries)), 3u);
+  // 267 on Windows, 123 under Wine.
+  EXPECT_FALSE(host_.files.Walk(scratch_ / "file", WalkDepth::direct_entries));
+}
+
+TEST_F(FileContract, ReadingEndsWithoutAnErrorAndSeeksBack) {
+  const std::string bytes("first\r\nsecond\0third\x1a end", 24);
+  PutBytes(scratch_ / "file", bytes);
+  const auto stream = host_.files.OpenForReading(scratch_ / "file");
+  ASSERT_TRUE(stream);
+  std::string read(100, '\0');
+  (*stream)->read(read.data(), 100);
+  EXPECT_EQ(read.substr(0, static_cast<std::size_t>((*stream)->gcount())), bytes);
+  EXPECT_TRUE((*stream)->eof());
+  EXPECT_FALSE((*stream)->bad());
+  (*stream)->clear();
+  (*stream)->seekg(7);
+  EXPECT_EQ((*stream)->get(), 's');
+  EXPECT_EQ((*stream)->tellg(), 8);
+  (*stream)->seekg(-3, std::ios::end);
+  EXPECT_EQ((*stream)->get(), 'e');
+}
+
+TEST_F(FileContract, AReadFileMayGrowAndGoMeanwhile) {
+  PutBytes(scratch_ / "file", "12");
+  const auto stream = host_.files.OpenForReading(scratch_ / "file");
+  ASSERT_TRUE(stream);
+  EXPECT_EQ((*stream)->get(), '1');
+  std::ofstream(scratch_ / "file", std::ios::binary | std::ios::app) << "34";
+  std::string rest;
+  std::getline(**stream, rest);
+  (*stream)->clear();
+  std::string grown;
+  std::getline(**stream, grown);
+  EXPECT_EQ(rest + grown, "234");
+  EXPECT_TRUE(host_.files.Rename(scratch_ / "file", scratch_ / "moved"));
+  EXPECT_EQ(host_.files.Remove(scratch_ / "moved"), true);
+}
+
+TEST_F(FileContract, OpeningForReadingFailsWithTheReason) {
+  EXPECT_EQ(CodeOf(host_.files.OpenForReading(scratch_ / "missing")), 2u);
+  EXPECT_EQ(CodeOf(host_.files.OpenForReading(scratch_ / "missing" / "below")), 3u);
+  EXPECT_EQ(CodeOf(host_.files.OpenForReading(scratch_)), 5u);
+}
+
+TEST_F(FileContract, FilesBeyondFourGibibytes) {
+  constexpr std::uint64_t kFar = (std::uint64_t{1} << 32) + 100;
+  const fs::path path = scratch_ / "large.dmp";
+  {
+    std::ofstream file(path, std::ios::binary);
+    file.seekp(static_cast<std::streamoff>(kFar));
+    file << "far";
+  }
+  EXPECT_EQ(host_.files.SizeOf(path), kFar + 3);
+  const auto stream = host_.files.OpenForReading(path);
+  ASSERT_TRUE(stream);
+  (*stream)->seekg(static_cast<std::streamoff>(kFar));
+  std::string read(3, '\0');
+  (*stream)->read(read.data(), 3);
+  EXPECT_EQ(read, "far");
+  EXPECT_EQ((*stream)->tellg(), static_cast<std::streamoff>(kFar + 3));
+}
+
+TEST_F(FileContract, AppendingKeepsWhatWasThere) {
+  const fs::path path = scratch_ / "VOSK.log";
+  {
+    const auto first = host_.files.OpenForAppending(path);
+    ASSERT_TRUE(first);
+    **first << "one\n" << std::flush;
+  }
+  const auto second = host_.files.OpenForAppending(path);
+  ASSERT_TRUE(second);
+  **second << "zwei \xC3\xBC\n" << std::flush;
+  EXPECT_TRUE((*second)->good());
+  const auto reader = host_.files.OpenForReading(path);
+  ASSERT_TRUE(reader) << "others may read it meanwhile";
+  std::string text(100, '\0');
+  (*reader)->read(text.data(), 100);
+  text.resize(static_cast<std::size_t>((*reader)->gcount()));
+  EXPECT_EQ(PlainLines(text), "one\nzwei \xC3\xBC\n");
+  EXPECT_EQ(CodeOf(host_.files.Remove(path)), 32u);
+}
+
+TEST_F(FileContract, AppendingFailsWithTheCLibrarysNumber) {
+  EXPECT_EQ(host_.files.OpenForAppending(scratch_ / "missing" / "VOSK.log").error(), 2);
+  EXPECT_EQ(host_.files.OpenForAppending(scratch_).error(), 13);
+}
+
+TEST_F(FileContract, PathsMayBeLongerThanTheOldLimit) {
+  fs::path deep = scratch_;
+  for (int n = 0; n < 6; ++n) deep /= std::string(60, static_cast<char>('a' + n));
+  EXPECT_TRUE(host_.files.CreateDirectories(deep));
+  {
+    const auto log = host_.files.OpenForAppending(deep / "log");
+    ASSERT_TRUE(log);
+    **log << "text" << std::flush;
+  }
+  EXPECT_EQ(host_.files.SizeOf(deep / "log"), 4u);
+  EXPECT_EQ(Walked(deep, WalkDepth::direct_entries), Names{"log"});
+  EXPECT_TRUE(host_.files.Rename(deep / "log", deep / "moved"));
+  EXPECT_TRUE(host_.files.OpenForReading(deep / "moved"));
+  EXPECT_EQ(host_.files.Remove(deep / "moved"), true);
+  for (int n = 0; n < 6; ++n, deep = deep.parent_path()) {
+    EXPECT_EQ(host_.files.Remove(deep), true);
+  }
+}
+
+}  // namespace
+}  // namespace vosk::contract

@@ -1,0 +1,179 @@
+#include "platform/processes.h"
+
+#include <set>
+
+#include "tests/contract/host_under_test.h"
+#include "text/utf.h"
+
+namespace vosk::contract {
+namespace {
+
+using namespace std::chrono_literals;
+namespace access = platform::access;
+namespace fs = std::filesystem;
+using platform::ProcessHandle;
+using platform::ProcessId;
+using platform::WaitOutcome;
+
+constexpr auto kLong = 60s;
+
+class ProcessContract : public Contract {
+ protected:
+  // The processes that one snapshot lists.
+  std::set<ProcessId> ListedNow() {
+    std::set<ProcessId> pids;
+    const auto snapshot = host_.processes.TakeSnapshot();
+    EXPECT_TRUE(snapshot);
+    auto entry = (*snapshot)->First();
+    for (; entry; entry = (*snapshot)->Next()) pids.insert(entry->pid);
+    EXPECT_EQ(CodeOf(entry), 18u);
+    EXPECT_EQ(CodeOf((*snapshot)->Next()), 18u) << "the end is the end";
+    return pids;
+  }
+};
+
+TEST_F(ProcessContract, AChildRunsAndEndsWithItsCode) {
+  const auto child = StartChild(3, 400ms);
+  EXPECT_EQ(host_.processes.Id(child.handle), child.pid);
+  EXPECT_EQ(host_.processes.ExitCode(child.handle), 259u);
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, 20ms), WaitOutcome::timed_out);
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
+  EXPECT_EQ(host_.processes.ExitCode(child.handle), 3u);
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, 0ms), WaitOutcome::finished);
+}
+
+TEST_F(ProcessContract, ExitCodesUseAll32Bits) {
+  const auto child = StartChild(0xC0000005, 0ms);
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
+  EXPECT_EQ(host_.processes.ExitCode(child.handle), 0xC0000005u);
+}
+
+TEST_F(ProcessContract, AnEndedProcessCanBeOpenedOnlyWhileSomebodyHoldsIt) {
+  auto child = StartChild(7, 0ms);
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
+  {
+    const auto again = host_.processes.Open(access::kQueryLimitedInformation, child.pid);
+    ASSERT_TRUE(again) << CodeOf(again);
+    EXPECT_EQ(host_.processes.ExitCode(*again), 7u);
+  }
+  child.handle.Reset();
+  // The system itself may hold it for a moment longer.
+  for (int wait = 0; wait < 40; ++wait) {
+    if (!host_.processes.Open(access::kQueryLimitedInformation, child.pid)) break;
+    host_.clock.SleepFor(50ms);
+  }
+  EXPECT_EQ(CodeOf(host_.processes.Open(access::kQueryLimitedInformation, child.pid)), 87u);
+  EXPECT_EQ(CodeOf(host_.processes.Open(access::kQueryLimitedInformation, 0)), 87u);
+}
+
+TEST_F(ProcessContract, TerminatingEndsAProcessOnce) {
+  const auto child = StartChild(0, kLong);
+  EXPECT_TRUE(host_.processes.Terminate(child.handle, 77));
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
+  EXPECT_EQ(host_.processes.ExitCode(child.handle), 77u);
+  // Windows refuses the second time, Wine says that it is done.
+  const std::uint32_t second = CodeOf(host_.processes.Terminate(child.handle, 78));
+  EXPECT_TRUE(second == 5 || second == 0) << second;
+  EXPECT_EQ(host_.processes.ExitCode(child.handle), 77u);
+}
+
+TEST_F(ProcessContract, AHandleAllowsWhatItWasOpenedFor) {
+  const auto child = StartChild(0, kLong);
+  const auto wait_only = host_.processes.Open(access::kSynchronize, child.pid);
+  ASSERT_TRUE(wait_only);
+  EXPECT_EQ(host_.processes.WaitFor(*wait_only, 0ms), WaitOutcome::timed_out);
+  EXPECT_EQ(CodeOf(host_.processes.Id(*wait_only)), 5u);
+  EXPECT_EQ(CodeOf(host_.processes.ExitCode(*wait_only)), 5u);
+  EXPECT_EQ(CodeOf(host_.processes.Terminate(*wait_only, 1)), 5u);
+
+  const auto query_only = host_.processes.Open(access::kQueryLimitedInformation, child.pid);
+  ASSERT_TRUE(query_only);
+  EXPECT_EQ(host_.processes.Id(*query_only), child.pid);
+  EXPECT_EQ(host_.processes.ExitCode(*query_only), 259u);
+  EXPECT_EQ(CodeOf(host_.processes.WaitFor(*query_only, 0ms)), 5u);
+  EXPECT_TRUE(host_.processes.Terminate(child.handle, 1));
+}
+
+TEST_F(ProcessContract, NoHandleIsAnInvalidHandle) {
+  const ProcessHandle none;
+  EXPECT_EQ(CodeOf(host_.processes.Id(none)), 6u);
+  EXPECT_EQ(CodeOf(host_.processes.ExitCode(none)), 6u);
+  EXPECT_EQ(CodeOf(host_.processes.Terminate(none, 1)), 6u);
+  EXPECT_EQ(CodeOf(host_.processes.WaitFor(none, 0ms)), 6u);
+}
+
+TEST_F(ProcessContract, ASnapshotListsWhatRuns) {
+  const ProcessId own = host_.processes.OwnId();
+  const auto child = StartChild(0, kLong);
+  EXPECT_EQ(ListedNow().count(own), 1u);
+  EXPECT_EQ(ListedNow().count(child.pid), 1u);
+  EXPECT_TRUE(host_.processes.Terminate(child.handle, 1));
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
+  EXPECT_EQ(ListedNow().count(child.pid), 0u) << "ended, though its handle is held";
+}
+
+TEST_F(ProcessContract, ASnapshotNamesFilesWithoutTheirFolder) {
+  const fs::path own_file = host_.system.ModulePath()->filename();
+  const auto snapshot = host_.processes.TakeSnapshot();
+  ASSERT_TRUE(snapshot);
+  std::string name;
+  for (auto entry = (*snapshot)->First(); entry; entry = (*snapshot)->Next()) {
+    if (entry->pid == host_.processes.OwnId()) name = text::WideToUtf8(entry->executable_name);
+  }
+  EXPECT_EQ(name, text::PathToUtf8(own_file));
+}
+
+TEST_F(ProcessContract, AnUnquotedCommandLineFindsAFileWithBlanks) {
+  const fs::path own_file = *host_.system.ModulePath();
+  const fs::path folder = scratch_ / "with a blank";
+  fs::create_directories(folder);
+  fs::copy_file(own_file, folder / own_file.filename());
+  const auto child = host_.processes.Start(
+      {.command_line = text::PathToUtf8(folder / own_file.filename()) + " --child 5 0",
+       .working_directory = folder,
+       .console = platform::ConsoleOfChild::no_window});
+  ASSERT_TRUE(child) << CodeOf(child);
+  EXPECT_EQ(host_.processes.WaitFor(child->handle, kLong), WaitOutcome::finished);
+  EXPECT_EQ(host_.processes.ExitCode(child->handle), 5u);
+}
+
+TEST_F(ProcessContract, AStartFailsWithTheReason) {
+  const std::string missing = text::PathToUtf8(scratch_ / "missing.exe");
+  EXPECT_EQ(CodeOf(host_.processes.Start({.command_line = '"' + missing + '"'})), 2u);
+  EXPECT_EQ(CodeOf(host_.processes.Start({.command_line = missing})), 2u);
+  EXPECT_EQ(CodeOf(host_.processes.Start(
+                {.command_line = ChildCommand(0, 0ms), .working_directory = scratch_ / "missing"})),
+            267u);
+}
+
+TEST_F(ProcessContract, TaskkillEndsAProcess) {
+  const auto child = StartChild(0, kLong);
+  const std::string command = "taskkill /F /PID " + std::to_string(child.pid);
+  EXPECT_EQ(host_.processes.RunShellCommand(command), 0);
+  EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
+  // Its exit code is 1 on Windows and 0 under Wine.
+  EXPECT_NE(host_.processes.ExitCode(child.handle), 259u);
+}
+
+TEST_F(ProcessContract, TaskkillSaysWhenThereIsNoProcess) {
+  EXPECT_EQ(host_.processes.RunShellCommand("taskkill /F /PID 999999996"), 128);
+}
+
+TEST_F(ProcessContract, PrivilegesAreEnabledThroughTheOwnToken) {
+  const auto privilege = host_.processes.LookUpPrivilege("SeDebugPrivilege");
+  ASSERT_TRUE(privilege);
+  EXPECT_EQ(CodeOf(host_.processes.LookUpPrivilege("SeNoSuchPrivilege")), 1313u);
+  const auto token =
+      host_.processes.OpenOwnToken(platform::kTokenQuery | platform::kTokenAdjustPrivileges);
+  ASSERT_TRUE(token);
+  EXPECT_TRUE(host_.processes.EnablePrivilege(*token, *privilege).accepted);
+
+  const auto query_only = host_.processes.OpenOwnToken(platform::kTokenQuery);
+  ASSERT_TRUE(query_only);
+  const auto refused = host_.processes.EnablePrivilege(*query_only, *privilege);
+  EXPECT_FALSE(refused.accepted);
+  EXPECT_EQ(refused.last_error, platform::kAccessDenied);
+}
+
+}  // namespace
+}  // namespace vosk::contract

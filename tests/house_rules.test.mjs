@@ -1,0 +1,93 @@
+// The rules of the house that no compiler checks.
+import assert from 'node:assert/strict';
+import { execFileSync } from 'node:child_process';
+import { readFileSync } from 'node:fs';
+import { test } from 'node:test';
+
+const tracked = execFileSync('git', ['ls-files'], { encoding: 'utf8' }).trim().split('\n');
+const read = (path) => readFileSync(path, 'utf8');
+const cpp = tracked.filter((path) => /\.(cpp|h)$/.test(path));
+const sources = cpp.filter((path) => path.startsWith('src/'));
+
+// From the top floor to the ground; an #include goes downwards or stays in its folder.
+const floors = [
+  ['supervisor'],
+  ['install'],
+  ['dumps', 'report', 'net', 'hostsettings'],
+  ['process', 'zip'],
+  ['console'],
+  ['text'],
+  ['platform'],
+];
+const floorOf = (folder) => floors.findIndex((floor) => floor.includes(folder));
+
+function includes(path) {
+  return [...read(path).matchAll(/^#include ["<]([^">]+)[">]/gm)].map((match) => match[1]);
+}
+
+test('includes go down the floors only', () => {
+  const upward = [];
+  for (const path of sources) {
+    const folder = path.split('/')[1];
+    if (!path.startsWith(`src/${folder}/`)) continue;
+    assert.notEqual(floorOf(folder), -1, `${path}: its folder belongs to no floor`);
+    for (const included of includes(path)) {
+      const target = included.split('/')[0];
+      if (target === folder || floorOf(target) === -1) continue;
+      const inWindowsSide = path.startsWith('src/platform/windows/') && target === 'text';
+      if (floorOf(target) <= floorOf(folder) && !inWindowsSide) {
+        upward.push(`${path} includes ${included}`);
+      }
+    }
+  }
+  assert.deepEqual(upward, []);
+});
+
+test('the headers of Windows stay in their room', () => {
+  const strays = sources
+    .filter((path) => !path.startsWith('src/platform/windows/') && path !== 'src/main.cpp')
+    .filter((path) => includes(path).some((name) => /^(windows|winsock2?|tlhelp32|shlobj|msi|dbghelp|psapi|conio)\.h$/i.test(name)));
+  assert.deepEqual(strays, []);
+});
+
+test('no file passes 400 lines, no function 60', () => {
+  const long = [];
+  for (const path of cpp) {
+    const lines = read(path).split('\n');
+    if (lines.length > 400) long.push(`${path}: ${lines.length} lines`);
+    // Layout is clang-format's, so a body of ours begins with a line that ends in " {" at column
+    // one and ends with the first line that is "}" alone.
+    let start = -1;
+    lines.forEach((line, index) => {
+      if (/^[A-Za-z].*\) (const )?(override )?\{$|^ {4}.*\) (const )?\{$/.test(line) && start < 0) {
+        start = index;
+      }
+      if (/^}/.test(line) && start >= 0) {
+        if (index - start > 60 && !/^TEST/.test(lines[start])) {
+          long.push(`${path}:${start + 1}: ${index - start} lines`);
+        }
+        start = -1;
+      }
+    });
+  }
+  assert.deepEqual(long, []);
+});
+
+test('state has owners', () => {
+  // Neither singletons nor variables that outlive everybody.
+  const strays = sources.filter((path) => /^\s*static [^(]*\binstance\b|^(static|extern) (?!const)[\w:<>]+ \w+(;| =|\{)/m.test(read(path)));
+  assert.deepEqual(strays, []);
+});
+
+test('layout is what clang-format says', () => {
+  execFileSync('clang-format', ['--dry-run', '--Werror', ...cpp], { stdio: 'pipe' });
+});
+
+test('texts name no machine and no registry', () => {
+  const strays = [];
+  for (const path of tracked.filter((name) => !/\.(png|ico)$/.test(name))) {
+    const words = /\/root\/|\/home\/\w+\/|registry\.npmjs|deb\.debian\.org|"resolved": "http/;
+    if (path !== 'tests/house_rules.test.mjs' && words.test(read(path))) strays.push(path);
+  }
+  assert.deepEqual(strays, []);
+});

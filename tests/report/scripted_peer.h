@@ -1,0 +1,68 @@
+// A server on loopback that says what the test tells it to, well-behaved or not. The test awaits
+// the next request, looks at it and answers, while the client runs in a thread of its own.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vosk::report {
+
+struct PeerRequest {
+  std::string line;     // "PATCH /files/1"
+  std::string headers;  // raw, with the line above them
+  std::string body;
+
+  // A header's value, or nothing.
+  [[nodiscard]] std::optional<std::string> Header(const std::string& name) const;
+};
+
+class ScriptedPeer {
+ public:
+  ScriptedPeer();
+  ~ScriptedPeer();
+  ScriptedPeer(const ScriptedPeer&) = delete;
+  ScriptedPeer& operator=(const ScriptedPeer&) = delete;
+
+  // "http://127.0.0.1:1234/"
+  [[nodiscard]] const std::string& Url() const { return url_; }
+
+  // Runs the client. Its end, or that of an earlier one, makes Await return nothing.
+  void Run(std::function<bool()> client);
+  // Waits for the client's end and gives its result; what it threw, it throws again. Every request
+  // that still comes is turned away and fails the test.
+  [[nodiscard]] bool Result();
+
+  // The next request with its body, or with its first `most_body` bytes only; the rest stays
+  // unread. Nothing when the client has ended. Fails the test after ten seconds.
+  [[nodiscard]] std::optional<PeerRequest> Await(std::size_t most_body = SIZE_MAX);
+  // The same for a request that must come: fails the test if it is another one.
+  PeerRequest Expect(const std::string& line, std::size_t most_body = SIZE_MAX);
+
+  // Answers with a status ("204 No Content"), header lines and a body of known length.
+  void Answer(const std::string& status, const std::vector<std::string>& headers = {},
+              const std::string& body = {});
+  // Sends bytes as they are; false once the client has hung up.
+  bool Send(const std::string& bytes);
+  // Breaks the connection off.
+  void Drop();
+  // Accepts no more connections and breaks off the one there is.
+  void GoDown();
+
+ private:
+  // Waits until there is something to read or the client has ended (false).
+  [[nodiscard]] bool AwaitBytes();
+  bool ReadMore();
+
+  int listener_ = -1;
+  int connection_ = -1;
+  int client_ended_ = -1;  // readable once the client is done
+  std::string url_;
+  std::string received_;
+  std::future<bool> client_;
+};
+
+}  // namespace vosk::report

@@ -1,0 +1,65 @@
+#include "report/tus_transfer.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace vosk::report {
+namespace {
+
+TEST(TusTransfer, ResponsesAreBounded) {
+  struct Row {
+    std::size_t (*append)(char*, std::size_t, std::size_t, void*) noexcept;
+    std::string TusResponse::*buffer;
+    std::size_t cap;
+  };
+  const Row rows[] = {{&AppendHeader, &TusResponse::headers, 1'048'576},
+                      {&AppendBody, &TusResponse::body, 10'485'760}};
+  char byte = 'x';
+  for (const Row& row : rows) {
+    TusResponse response;
+    std::string& buffer = response.*row.buffer;
+    buffer.resize(row.cap - 1);
+    EXPECT_EQ(row.append(&byte, 0, 1, &response), 0u);
+    EXPECT_EQ(row.append(&byte, 1, 1, nullptr), 0u);
+    EXPECT_EQ(row.append(&byte, 1, 1, &response), 1u);
+    EXPECT_EQ(row.append(&byte, 1, 1, &response), 0u);
+    EXPECT_EQ(buffer.size(), row.cap);
+    EXPECT_EQ(buffer.back(), 'x');
+  }
+}
+
+TEST(TusTransfer, ReadsFromTheStreamToItsEnd) {
+  char buffer[4] = {};
+  TusResponse response;
+  EXPECT_EQ(read_callback(buffer, 1, 4, nullptr), 0u);
+  EXPECT_EQ(read_callback(buffer, 1, 4, &response), 0u) << "no stream";
+  response.stream = std::make_unique<std::istringstream>("report");
+  EXPECT_EQ(read_callback(buffer, 0, 4, &response), std::size_t{CURL_READFUNC_ABORT});
+  EXPECT_EQ(read_callback(buffer, 2, 2, &response), 4u);
+  EXPECT_EQ(read_callback(buffer, 1, 4, &response), 2u);
+  EXPECT_EQ(std::string(buffer, 4), "rtpo");
+  EXPECT_EQ(response.bytesReadForChunk, 6);
+  EXPECT_EQ(read_callback(buffer, 1, 4, &response), 0u);
+  EXPECT_EQ(read_callback(buffer, 0, 4, &response), 0u) << "the end goes before the abort";
+}
+
+TEST(TusTransfer, ProgressNeedsAKnownSizeAndStaysBelowTheEnd) {
+  console::TransferProgress progress;
+  std::int64_t offset = 500;
+  TusProgressContext unknown{0, &offset, &progress};
+  TusProgressContext nowhere{1000, nullptr, &progress};
+  TusProgressContext context{1000, &offset, &progress};
+  for (void* incomplete :
+       {static_cast<void*>(nullptr), static_cast<void*>(&unknown), static_cast<void*>(&nowhere)}) {
+    EXPECT_EQ(ReportProgress(incomplete, 0, 0, 0, 250), 0);
+    EXPECT_EQ(progress.Percentage(), console::TransferProgress::kHidden);
+  }
+  EXPECT_EQ(ReportProgress(&context, 0, 0, 0, 250), 0);
+  EXPECT_EQ(progress.Percentage(), 75.0);
+  ReportProgress(&context, 0, 0, 0, 500);
+  EXPECT_EQ(progress.Percentage(), 99.9);
+}
+
+}  // namespace
+}  // namespace vosk::report

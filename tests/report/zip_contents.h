@@ -1,0 +1,27 @@
+// What a zip holds, and what programs that know nothing of us think of it.
+#pragma once
+
+#include <filesystem>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace vosk::report {
+
+struct ZipEntry {
+  std::string name;
+  std::string bytes;
+  friend bool operator==(const ZipEntry&, const ZipEntry&) = default;
+  friend std::ostream& operator<<(std::ostream& out, const ZipEntry& entry) {
+    return out << entry.name << " (" << entry.bytes.size() << " bytes)";
+  }
+};
+
+// The entries in their order. Fails the test where the zip cannot be read whole.
+[[nodiscard]] std::vector<ZipEntry> ReadZip(const std::filesystem::path& zip);
+
+// Fails the test where unzip, 7z or Python's zipfile find the smallest fault. Only for entries
+// above 4 GiB may 7z warn: it does not like miniz's headers of those.
+void ExpectReadersAccept(const std::filesystem::path& zip, bool with_large_entries = false);
+
+}  // namespace vosk::report

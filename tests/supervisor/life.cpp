@@ -1,0 +1,59 @@
+#include "tests/supervisor/life.h"
+
+#include <miniz.h>
+
+#include <filesystem>
+
+namespace vosk::supervisor {
+namespace {
+
+std::vector<std::string> EntriesOf(const std::filesystem::path& archive) {
+  mz_zip_archive zip{};
+  std::vector<std::string> names;
+  if (!mz_zip_reader_init_file(&zip, archive.c_str(), 0)) return {"<no archive>"};
+  for (mz_uint i = 0; i < mz_zip_reader_get_num_files(&zip); ++i) {
+    char name[512];
+    mz_zip_reader_get_filename(&zip, i, name, sizeof name);
+    names.emplace_back(name);
+  }
+  mz_zip_reader_end(&zip);
+  return names;
+}
+
+class FakeUploader : public report::Uploader {
+ public:
+  explicit FakeUploader(FakeNetwork& network) : network_(network) {}
+
+  bool TusUpload(const std::filesystem::path& file_path) override {
+    if (!network_.server_up) return false;
+    network_.received.push_back(file_path.filename().string());
+    network_.received_entries.push_back(EntriesOf(file_path));
+    std::filesystem::remove(file_path);
+    return true;
+  }
+
+ private:
+  FakeNetwork& network_;
+};
+
+}  // namespace
+
+std::unique_ptr<report::Uploader> FakeNetwork::MakeUploader(const platform::Host&,
+                                                            console::LogSink&,
+                                                            console::TransferProgress&) {
+  return std::make_unique<FakeUploader>(*this);
+}
+
+void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor) {
+  host.InstallCore();
+  host.InstallMonitor(monitor);
+  host.PutFile(host.system.roaming_path / "VELDRAN" / "stats" / "TestNet" / "core.log",
+               "node started\n");
+}
+
+int LiveOnce(support::SimulatedHost& host, FakeNetwork& network, const LifeOptions& options) {
+  host.At(options.quit_at, [](support::SimulatedHost& at) { at.KeyPressed('q'); });
+  return Supervisor(host.Bundle(), network).Run(options.arguments);
+}
+
+}  // namespace vosk::supervisor

@@ -1,0 +1,50 @@
+// Whole lives of the supervisor on a simulated host, with a collection server that has no socket.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "supervisor/network.h"
+#include "supervisor/supervisor.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/simulated_host.h"
+
+namespace vosk::supervisor {
+
+inline constexpr std::uint32_t kAccessViolation = 0xC0000005;
+inline constexpr char16_t kCoreName[] = u"VELDRAN Core.exe";
+inline constexpr char16_t kMonitorName[] = u"procdump64.exe";
+
+class FakeNetwork : public Network {
+ public:
+  tl::expected<void, std::string> Initialize() override {
+    if (!initialize_error.empty()) return tl::unexpected(initialize_error);
+    ++open_initialisations;
+    return {};
+  }
+  void CleanUp() override { --open_initialisations; }
+  std::unique_ptr<report::Uploader> MakeUploader(const platform::Host& host, console::LogSink& log,
+                                                 console::TransferProgress& progress) override;
+
+  std::string initialize_error;
+  bool server_up = true;
+  int open_initialisations = 0;
+  // The archives that arrived, by file name, each with the names of its entries.
+  std::vector<std::string> received;
+  std::vector<std::vector<std::string>> received_entries;
+};
+
+struct LifeOptions {
+  std::vector<std::string> arguments = {};
+  std::chrono::seconds quit_at{60};
+};
+
+// Installs a Core with a log and a monitor, and has Q pressed in the end.
+void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor = {});
+
+// One life from start to end; the exit status.
+int LiveOnce(support::SimulatedHost& host, FakeNetwork& network, const LifeOptions& options = {});
+
+}  // namespace vosk::supervisor

@@ -1,0 +1,142 @@
+// Starts a program in a console window of its own, as an operator would, and types into it.
+//
+// usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] [--env NAME=VALUE]... --
+//                       PROGRAM [ARGUMENT]...
+//        console_driver press PID KEY
+//
+// "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" types one
+// character into the console of a running program.
+#include <windows.h>
+
+#include <cstdio>
+#include <cwchar>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+struct Order {
+  std::wstring command_line;
+  std::optional<std::wstring> out;
+  std::optional<std::wstring> err;
+  std::optional<std::wstring> directory;
+};
+
+// Takes one option with its value from the front of the arguments; false for an unknown one.
+bool TakeOption(std::wstring_view name, const wchar_t* value, Order& order) {
+  if (name == L"--out") {
+    order.out = value;
+  } else if (name == L"--err") {
+    order.err = value;
+  } else if (name == L"--cwd") {
+    order.directory = value;
+  } else if (name == L"--env") {
+    const std::wstring pair = value;
+    const std::size_t equals = pair.find(L'=');
+    if (equals == std::wstring::npos) return false;
+    SetEnvironmentVariableW(pair.substr(0, equals).c_str(), pair.substr(equals + 1).c_str());
+  } else {
+    return false;
+  }
+  return true;
+}
+
+std::optional<Order> Parse(int count, wchar_t** arguments) {
+  Order order;
+  int i = 2;
+  while (i + 1 < count && std::wstring_view(arguments[i]) != L"--") {
+    if (!TakeOption(arguments[i], arguments[i + 1], order)) return std::nullopt;
+    i += 2;
+  }
+  // Arguments in quotes; none that the drivers pass holds a quote of its own.
+  for (++i; i < count; ++i) {
+    if (!order.command_line.empty()) order.command_line += L' ';
+    order.command_line += L'"' + std::wstring(arguments[i]) + L'"';
+  }
+  if (order.command_line.empty()) return std::nullopt;
+  return order;
+}
+
+HANDLE CreateForChild(const std::optional<std::wstring>& path) {
+  if (!path) return nullptr;  // the system fills in the new console
+  SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+  return CreateFileW(path->c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                     &inherited, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+std::optional<PROCESS_INFORMATION> Start(Order order) {
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  const bool redirected = order.out || order.err;
+  if (redirected) startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdOutput = CreateForChild(order.out);
+  startup.hStdError = CreateForChild(order.err);
+  PROCESS_INFORMATION process{};
+  if (!CreateProcessW(nullptr, order.command_line.data(), nullptr, nullptr, redirected,
+                      CREATE_NEW_CONSOLE, nullptr,
+                      order.directory ? order.directory->c_str() : nullptr, &startup, &process)) {
+    std::fprintf(stderr, "Cannot start the program: error %lu\n", GetLastError());
+    return std::nullopt;
+  }
+  return process;
+}
+
+// Types one character into the console of a process. False with a message when that fails.
+bool PressKey(DWORD pid, char key) {
+  FreeConsole();
+  if (!AttachConsole(pid)) {
+    std::fprintf(stderr, "Cannot attach to the console: error %lu\n", GetLastError());
+    return false;
+  }
+  const HANDLE input =
+      CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  nullptr, OPEN_EXISTING, 0, nullptr);
+  if (input == INVALID_HANDLE_VALUE) {
+    std::fprintf(stderr, "Cannot open the console's input: error %lu\n", GetLastError());
+    return false;
+  }
+  INPUT_RECORD records[2]{};
+  for (INPUT_RECORD& record : records) {
+    record.EventType = KEY_EVENT;
+    record.Event.KeyEvent.bKeyDown = &record == &records[0];
+    record.Event.KeyEvent.wRepeatCount = 1;
+    record.Event.KeyEvent.wVirtualKeyCode = LOBYTE(VkKeyScanA(key));
+    record.Event.KeyEvent.uChar.UnicodeChar = static_cast<wchar_t>(key);
+  }
+  DWORD written = 0;
+  const BOOL done = WriteConsoleInputW(input, records, 2, &written);
+  if (!done) std::fprintf(stderr, "Cannot press the key: error %lu\n", GetLastError());
+  CloseHandle(input);
+  FreeConsole();
+  return done && written == 2;
+}
+
+int RunInNewConsole(const Order& order) {
+  const std::optional<PROCESS_INFORMATION> process = Start(order);
+  if (!process) return 1;
+  std::printf("pid %lu\n", process->dwProcessId);
+  std::fflush(stdout);
+  WaitForSingleObject(process->hProcess, INFINITE);
+  DWORD code = 0;
+  GetExitCodeProcess(process->hProcess, &code);
+  std::printf("exit %lu\n", code);
+  return 0;
+}
+
+}  // namespace
+
+int wmain(int count, wchar_t** arguments) {
+  const std::wstring_view verb = count > 1 ? arguments[1] : L"";
+  if (verb == L"press" && count == 4) {
+    const DWORD pid = std::wcstoul(arguments[2], nullptr, 10);
+    return PressKey(pid, static_cast<char>(arguments[3][0])) ? 0 : 1;
+  }
+  const std::optional<Order> order = Parse(count, arguments);
+  if (verb == L"start" && order) return RunInNewConsole(*order);
+  std::fprintf(stderr,
+               "usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] "
+               "[--env NAME=VALUE]... -- PROGRAM [ARGUMENT]...\n"
+               "       console_driver press PID KEY\n");
+  return 2;
+}

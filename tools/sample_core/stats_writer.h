@@ -1,0 +1,35 @@
+// What the sample Core leaves in its stats directory: its version and logs that keep growing.
+#pragma once
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+namespace vosk::tools {
+
+struct FileCloser {
+  void operator()(FILE* file) const { std::fclose(file); }
+};
+using OpenFile = std::unique_ptr<FILE, FileCloser>;
+
+class StatsWriter {
+ public:
+  // Creates roaming application data\VELDRAN\stats\TestNet with "CoreVersion.txt" and opens the
+  // logs for appending. Throws std::runtime_error or std::filesystem::filesystem_error.
+  explicit StatsWriter(unsigned long pid);
+
+  const std::filesystem::path& directory() const { return directory_; }
+  // Appends one line with the local time to the Core's own log.
+  void Note(const char* text);
+  // One second's worth of growth in both logs.
+  void Tick();
+
+ private:
+  unsigned long pid_;
+  std::filesystem::path directory_;
+  OpenFile core_log_;
+  OpenFile node_log_;  // in a sub-folder, so that a report has to hold folders
+  unsigned long block_ = 0;
+};
+
+}  // namespace vosk::tools

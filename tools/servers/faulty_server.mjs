@@ -1,0 +1,111 @@
+// A collection server that misbehaves on purpose, so that a client can be seen to take it well.
+// The fault is one of the names in faults.mjs: given once for every upload, or taken from the
+// start of the uploaded file's name ("head_404_HOST_CRASH.zip"), so that one crash with a dump for
+// each fault meets them all.
+//
+// command: node faulty_server.mjs PORT [FAULT]
+import https from 'node:https';
+import os from 'node:os';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+import { makeCertificate } from './certificate.mjs';
+import { answer, faults, honest } from './faults.mjs';
+
+function decodeFileName(metadata = '') {
+  const pair = metadata.split(',').find((item) => item.startsWith('filename '));
+  return Buffer.from(pair?.split(' ')[1] ?? '', 'base64').toString('utf8');
+}
+
+// The longest name wins: "cut_patch_kept_..." is not "cut_patch".
+function faultOf(fileName) {
+  return Object.keys(faults)
+    .filter((name) => fileName.startsWith(`${name}_`))
+    .sort((a, b) => b.length - a.length)[0] ?? 'honest';
+}
+
+class FaultyServer {
+  /** Every request so far: {method, fileName, uploadOffset, status}; status 0 = never answered. */
+  requests = [];
+  #uploads = new Map();
+  #server;
+
+  constructor(port, fault) {
+    this.port = port;
+    this.fault = fault;
+  }
+
+  async listen(certificate) {
+    this.#server = https.createServer(certificate, (request, response) =>
+      this.#serve(request, response).catch(() => request.destroy()));
+    await new Promise((resolve, reject) => {
+      this.#server.once('error', reject);
+      this.#server.listen(this.port, 'localhost', resolve);
+    });
+  }
+
+  async close() {
+    const closed = new Promise((resolve) => this.#server.close(resolve));
+    this.#server.closeAllConnections();
+    await closed;
+  }
+
+  urlOf(upload) {
+    return `https://localhost:${this.port}/${upload.id}`;
+  }
+
+  /** The upload whose file name begins with `prefix`: {fileName, size, offset, body, patches}. */
+  upload(prefix) {
+    return [...this.#uploads.values()].find((upload) => upload.fileName.startsWith(prefix));
+  }
+
+  #create(request) {
+    const fileName = decodeFileName(request.headers['upload-metadata']);
+    const upload = {
+      id: `upload${this.#uploads.size + 1}`, fileName, fault: this.fault ?? faultOf(fileName),
+      size: Number(request.headers['upload-length']), offset: 0, patches: 0, body: Buffer.alloc(0),
+    };
+    this.#uploads.set(upload.id, upload);
+    return upload;
+  }
+
+  async #serve(request, response) {
+    const creates = request.method === 'POST' && request.url === '/';
+    const upload = creates ? this.#create(request) : this.#uploads.get(request.url.slice(1));
+    const entry = { method: request.method, fileName: upload?.fileName, status: 0,
+      uploadOffset: request.headers['upload-offset'] };
+    this.requests.push(entry);
+    response.on('close', () => {
+      if (response.writableFinished) entry.status = response.statusCode;
+    });
+    const exchange = { request, response, upload, server: this };
+    if (!upload) return answer(exchange, 404);
+    const step = creates ? 'post' : { HEAD: 'head', PATCH: 'patch' }[request.method] ?? 'other';
+    if (step === 'patch') ++upload.patches;
+    await (faults[upload.fault][step] ?? honest[step])(exchange);
+  }
+}
+
+/**
+ * @param {{port: number, certificate: {key: Buffer, cert: Buffer}, fault?: string}} options
+ * @returns {Promise<FaultyServer>} listening
+ */
+export async function startFaultyServer({ port, certificate, fault }) {
+  if (fault && !faults[fault]) throw new Error(`Unknown fault ${fault}.`);
+  const server = new FaultyServer(port, fault);
+  await server.listen(certificate);
+  return server;
+}
+
+if (process.argv[1] === fileURLToPath(import.meta.url)) {
+  const [port, fault] = process.argv.slice(2);
+  if (!port) {
+    console.error(`usage: faulty_server.mjs PORT [FAULT]\nfaults: ${Object.keys(faults).join(' ')}`);
+    process.exit(2);
+  }
+  const certificate = await makeCertificate(path.join(os.tmpdir(), `faulty_server_${port}`));
+  const server = await startFaultyServer({ port: Number(port), certificate, fault });
+  console.log(`Listening on https://localhost:${port}/ with ${certificate.authorityFile}`);
+  process.on('SIGTERM', () => server.close().then(() => process.exit(0)));
+  process.on('SIGINT', () => server.close().then(() => process.exit(0)));
+}

@@ -1,0 +1,91 @@
+// One life of VOSK.exe in a folder of its own: the folder holds VOSK, the dump monitor and the
+// Core, and below tmp/ everything that VOSK writes into the temporary directory.
+import { copyFile, mkdir, readdir, rm } from 'node:fs/promises';
+import path from 'node:path';
+
+import { coreImage, orderCore } from './core.mjs';
+import { LogFollower } from './log_follower.mjs';
+import { textIn } from './waiting.mjs';
+import { windowsPath } from './wine_machine.mjs';
+
+export const monitorImage = 'procdump64.exe';
+const startLimitMs = 20_000;
+
+/**
+ * Makes `folder` afresh with VOSK, the sample Core and the sample monitor from a build folder.
+ * @param {string} buildFolder the release build
+ */
+export async function layOut(folder, buildFolder,
+  { vosk = true, monitor = true, core = true } = {}) {
+  const parts = [
+    vosk && 'loopback/VOSK.exe', core && `tools/${coreImage}`, monitor && `tools/${monitorImage}`,
+  ];
+  await rm(folder, { recursive: true, force: true });
+  await mkdir(path.join(folder, 'tmp'), { recursive: true });
+  for (const part of parts.filter(Boolean)) {
+    await copyFile(path.join(buildFolder, part), path.join(folder, path.basename(part)));
+  }
+}
+
+export const installMonitor = (folder, buildFolder) =>
+  copyFile(path.join(buildFolder, 'tools', monitorImage), path.join(folder, monitorImage));
+
+export class VoskRun {
+  constructor(machine, folder, driver, { onLine, driverLog = 'driver.log' } = {}) {
+    this.machine = machine;
+    this.folder = folder;
+    this.driver = driver;
+    this.dumpFolder = path.join(folder, 'tmp/VELDRAN_VOSK_Dumps');
+    this.log = new LogFollower(path.join(folder, 'tmp/VOSK.log'), onLine);
+    this.driverLog = path.join(folder, driverLog);
+  }
+
+  /**
+   * Starts VOSK in a console window of its own and resolves with its Windows PID.
+   * @param {{out?: string, err?: string, args?: string[]}} [redirected] files (absolute) that take
+   *   its standard output and error
+   */
+  async start({ out, err, args = [] } = {}) {
+    const temporary = windowsPath(path.join(this.folder, 'tmp'));
+    const options = ['--cwd', windowsPath(this.folder), '--env', `TMP=${temporary}`,
+      '--env', `TEMP=${temporary}`];
+    if (out) options.push('--out', windowsPath(out));
+    if (err) options.push('--err', windowsPath(err));
+    const child = this.machine.spawn(this.driver,
+      ['start', ...options, '--', windowsPath(path.join(this.folder, 'VOSK.exe')), ...args],
+      this.driverLog, { detached: true });
+    child.unref();
+    this.pid = await this.#driverSays(/pid (\d+)/, startLimitMs);
+    return this.pid;
+  }
+
+  async #driverSays(pattern, limitMs) {
+    return Number((await textIn(this.driverLog, pattern, limitMs))[1]);
+  }
+
+  /** Presses one key in VOSK's console. */
+  async press(key) {
+    const { code, output } = await this.machine.run('wine',
+      [this.driver, 'press', String(this.pid), key]);
+    if (code !== 0) throw new Error(`The key was not pressed: ${output}`);
+  }
+
+  /** VOSK's exit code, once it has ended. */
+  ended(limitMs) {
+    return this.#driverSays(/exit (\d+)/, limitMs);
+  }
+
+  /** The dump storage directory as VOSK logs it. */
+  get windowsDumpFolder() {
+    return windowsPath(this.dumpFolder);
+  }
+
+  order(line, pid) {
+    return orderCore(this.folder, line, pid);
+  }
+
+  /** The names of the files in the dump storage directory. */
+  async storedFiles() {
+    return (await readdir(this.dumpFolder).catch(() => [])).sort();
+  }
+}
