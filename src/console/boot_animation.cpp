@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "console/colours.h"
 #include "console/display_text.h"
@@ -95,7 +96,6 @@ class Frame {
     picture_.FitHeight(rows);
     return picture_.Bytes();
   }
-  [[nodiscard]] int Number() const { return number_; }
 
  private:
   void AddEdge(std::string_view left, std::string_view right);

@@ -35,7 +35,7 @@ std::string Picture::Bytes() const {
   std::string bytes;
   int row = 0;
   for (const Row& content : rows_) {
-    bytes += fmt::format("\x1b[{};1H{}{}\x1b[K", ++row, content.bytes, kReset);
+    bytes += fmt::format("\x1b[{};1H{}{}", ++row, content.bytes, kReset);
   }
   return bytes;
 }

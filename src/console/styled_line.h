@@ -40,8 +40,7 @@ class Picture {
   void FitHeight(int height);
 
   [[nodiscard]] int Height() const { return static_cast<int>(rows_.size()); }
-  // Every row at its absolute place, each reset at its end and blank to the window's edge. No line
-  // ends, so that nothing scrolls.
+  // Every row at its absolute place, each reset at its end. No line ends, so that nothing scrolls.
   [[nodiscard]] std::string Bytes() const;
 
  private:

@@ -39,6 +39,16 @@ TEST(Screen, OneRowGetsNoScrollRegion) {
   EXPECT_THAT(scene.Shown().RowText(1), HasSubstr("Core: ?"));
 }
 
+TEST(Screen, AWindowOfOneRowGivesItsOldRegionUp) {
+  ConsoleScene scene(80, 25);
+  scene.LayOut();
+  scene.Resize(80, 1);
+  EXPECT_THAT(scene.WritesOf([&] { scene.screen.FollowWindowSize(); }),
+              testing::ElementsAre("\x1b[r"));
+  scene.Resize(70, 1);
+  EXPECT_TRUE(scene.WritesOf([&] { EXPECT_TRUE(scene.screen.FollowWindowSize()); }).empty());
+}
+
 TEST(Screen, FollowsOnlyChanges) {
   ConsoleScene scene(80, 25);
   scene.LayOut();

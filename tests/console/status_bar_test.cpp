@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 
+#include "console/display_text.h"
 #include "tests/support/console_scene.h"
 
 namespace vosk::console {
@@ -108,7 +109,9 @@ TEST(StatusBar, FitsEveryWidthAndShowsNoLessInAWiderWindow) {
       std::vector<bool> narrower(8, false);
       for (int width = 1; width <= 140; ++width) {
         const std::string row = Shown(status, progress, width);
-        EXPECT_LT(row.size(), static_cast<std::size_t>(width)) << row;
+        // Not even the last column is written to: some terminals wrap at once.
+        const std::string written = PlainText(BuildStatusRow(status, progress, width));
+        EXPECT_LT(DisplayWidth(written), width) << written;
         const auto shown = SegmentsIn(row);
         for (std::size_t i = 0; i < shown.size(); ++i) {
           EXPECT_GE(shown[i], narrower[i]) << width << ": " << row;
@@ -174,6 +177,27 @@ TEST(StatusBar, DrawsWithOneWriteAndReturnsTheCursor) {
   EXPECT_EQ(terminal.CursorRow(), row);
   EXPECT_EQ(terminal.CursorColumn(), column);
   EXPECT_EQ(terminal.RowText(23), above);
+}
+
+TEST(StatusBar, WipesTheOldBarWhereAGrownWindowStillShowsIt) {
+  const auto first_write_after = [](int top, int bottom) {
+    ConsoleScene scene(80, 25);
+    scene.host.console.info.top = 100;
+    scene.host.console.info.bottom = 124;
+    scene.bar.DrawStatusBar();
+    scene.host.console.info.top = top;
+    scene.host.console.info.bottom = bottom;
+    return scene.WritesOf([&] { scene.bar.DrawStatusBar(); }).at(0);
+  };
+  const std::string wipe = "\x1b[25;1H\x1b[2K";
+  EXPECT_THAT(first_write_after(100, 129), HasSubstr(wipe));
+  EXPECT_THAT(first_write_after(98, 129), HasSubstr("\x1b[27;1H\x1b[2K"));
+  // The window has grown upwards, or has left the old place altogether.
+  EXPECT_THAT(first_write_after(95, 124), Not(HasSubstr(wipe)));
+  EXPECT_THAT(first_write_after(300, 330), Not(HasSubstr(wipe)));
+  // It only scrolled over the buffer.
+  EXPECT_THAT(first_write_after(110, 134), testing::StartsWith("\x1b[?25l\x1b"
+                                                               "7\x1b[25;1H\x1b[2K"));
 }
 
 TEST(StatusBar, DrawsNothingWhereItCannot) {
