@@ -4,8 +4,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <exception>
 #include <string_view>
 #include <vector>
 
@@ -26,7 +27,7 @@ constexpr Bench kBenches[] = {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   const std::vector<std::string_view> arguments(argv + 1, argv + argc);
   if (arguments.empty()) {
     fmt::print(stderr, "usage: vosk_bench DIRECTORY [NAME...]\n");
@@ -47,4 +48,7 @@ int main(int argc, char** argv) {
     std::fflush(stdout);
   }
   return all_met ? EXIT_SUCCESS : EXIT_FAILURE;
+} catch (const std::exception& problem) {
+  std::fprintf(stderr, "vosk_bench: %s\n", problem.what());
+  return 2;
 }

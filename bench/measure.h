@@ -34,6 +34,6 @@ void WriteSampleDump(const std::filesystem::path& path, std::uint64_t size);
 [[noreturn]] void Stop(const std::string& reason);
 void StopUnless(bool condition, const std::string& reason);
 
-inline constexpr std::uint64_t kMebibyte = 1024 * 1024;
+inline constexpr std::uint64_t kMebibyte = 1'048'576;
 
 }  // namespace vosk::bench

@@ -69,7 +69,7 @@ ZipWriter::Outcome ZipWriter::Open(const std::string& path) {
 ZipWriter::Outcome ZipWriter::AddSource(const std::string& entry_name, ZipSource& source,
                                         std::uint64_t size, std::time_t modified) {
   CountedSource counted{source};
-  const Outcome added = Judge(mz_zip_writer_add_read_buf_callback(
+  Outcome added = Judge(mz_zip_writer_add_read_buf_callback(
       &archive_->zip, entry_name.c_str(), ReadCounted, &counted, size, &modified, nullptr, 0,
       kLevelAndFlags, nullptr, 0, nullptr, 0));
   if (!added) return added;

@@ -13,7 +13,6 @@ namespace {
 namespace fs = std::filesystem;
 using support::LogHas;
 using support::LogIs;
-using support::SimulatedHost;
 
 using ReportArchiveTest = ArchiveScene;
 
@@ -47,20 +46,19 @@ TEST_F(ReportArchiveTest, PacksDumpFilesAndDirectoriesInOrder) {
   ExpectReadersAccept(kZip);
   EXPECT_EQ(progress_.Percentage(), 100.0);
   EXPECT_EQ(progress_.ActivityLabel(), "Zipping");
-  EXPECT_THAT(NewLines(),
-              LogIs({"[INFO] Creating Zip archive: dumps/core_RIG-7_CRASH.zip",
-                     "[INFO] Added dump file [core.dmp] to zip.",
-                     "[INFO] Added optional file [hostinfo/hostInfo.txt]",
-                     "[INFO] Added optional file [core_hostInfo.txt]",
-                     "[INFO] Adding optional directory: TestNet as TestNet/",
-                     "[INFO] Adding directory to zip: [TestNet] as [TestNet]",
-                     "[INFO] Successfully added contents of directory [TestNet] as [TestNet]",
-                     "[INFO] Adding optional directory: info/. as additional_files/",
-                     "[INFO] Adding directory to zip: [info/.] as [additional_files]",
-                     "[INFO] Successfully added contents of directory [info/.] as "
-                     "[additional_files]",
-                     "[INFO] Successfully created zip archive structure: "
-                     "dumps/core_RIG-7_CRASH.zip"}));
+  EXPECT_THAT(
+      NewLines(),
+      LogIs({"[INFO] Creating Zip archive: dumps/core_RIG-7_CRASH.zip",
+             "[INFO] Added dump file [core.dmp] to zip.",
+             "[INFO] Added optional file [hostinfo/hostInfo.txt]",
+             "[INFO] Added optional file [core_hostInfo.txt]",
+             "[INFO] Adding optional directory: TestNet as TestNet/",
+             "[INFO] Adding directory to zip: [TestNet] as [TestNet]",
+             "[INFO] Successfully added contents of directory [TestNet] as [TestNet]",
+             "[INFO] Adding optional directory: info/. as additional_files/",
+             "[INFO] Adding directory to zip: [info/.] as [additional_files]",
+             "[INFO] Successfully added contents of directory [info/.] as [additional_files]",
+             "[INFO] Successfully created zip archive structure: dumps/core_RIG-7_CRASH.zip"}));
 }
 
 TEST_F(ReportArchiveTest, PacksDumpsOfEverySmallSize) {
@@ -73,7 +71,7 @@ TEST_F(ReportArchiveTest, PacksDumpsOfEverySmallSize) {
 }
 
 TEST_F(ReportArchiveTest, ShowsProgressUpToTheEndOfTheDump) {
-  host_.PutFile(kDump, Noise(4 * 65'536));
+  host_.PutFile(kDump, Noise(262'144));
   std::vector<double> seen;
   files_.before_read = [&](int) { seen.push_back(progress_.Percentage()); };
   EXPECT_TRUE(Pack());
@@ -109,14 +107,13 @@ TEST_F(ReportArchiveTest, LeavesOptionalMisfitsOut) {
       NewLines(),
       LogHas({
           "[WARN] Optional path not found or error checking [missing.log], skipping. Error: No "
-          "such "
-          "file or directory",
+          "such file or directory",
           "[WARN] Optional path not found or error checking [guarded.log], skipping. Error: Access "
           "is denied.",
           "[ERROR] Error checking type of optional path [strange.log]: Access is denied.",
           "[WARN] Optional path is not a regular file, skipping: pipe",
-          "[ERROR] mz_zip_writer_add_file() failed for optional file [gone.log]. Error: file "
-          "stat failed",
+          "[ERROR] mz_zip_writer_add_file() failed for optional file [gone.log]. Error: file stat "
+          "failed",
           "[ERROR] Failed to add file [TestNet/a_gone.log] as [TestNet/a_gone.log] to zip. Error: "
           "file stat failed",
           "[ERROR] Error checking file type for [TestNet/b_odd.log]. Error: Access is denied.",
@@ -166,8 +163,8 @@ TEST_F(ReportArchiveTest, OverwritesAnOldZipThatCannotBeRemoved) {
   EXPECT_EQ(ReadZip(kZip), (std::vector<ZipEntry>{{"core.dmp", "dump"}}));
   EXPECT_THAT(NewLines(),
               LogHas({"[WARN] Failed to remove existing zip file [dumps/core_RIG-7_CRASH.zip] (The "
-                      "process cannot access the file because it is being used by another process.)"
-                      ". Attempting to overwrite."}));
+                      "process cannot access the file because it is being used by another "
+                      "process.). Attempting to overwrite."}));
 }
 
 TEST_F(ReportArchiveTest, NamesTheZipWithoutAComputerName) {

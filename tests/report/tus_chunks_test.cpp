@@ -93,8 +93,7 @@ TEST_F(TusChunksTest, TrustsTheServersOffset) {
       NewLines(),
       LogHas({"[WARN] Server offset mismatch after PATCH! Expected: 10, Server returned: 4. "
               "Trusting server offset.",
-              "[WARN]  -> Bytes read by callback for chunk: 10, Bytes reported sent by CURL: "
-              "10",
+              "[WARN]  -> Bytes read by callback for chunk: 10, Bytes reported sent by CURL: 10",
               "[PROG] Upload Progress: 4 / 10 bytes (40.0%)",
               "[PROG] Upload Progress: 11 / 10 bytes (110.0%)",
               "[INFO] TUS Upload successfully completed for: dumps/r.zip"}));
@@ -109,8 +108,10 @@ TEST_F(TusChunksTest, ServerThatNeverAdvancesEndsTheUpload) {
   }
   ExpectKept("report");
   EXPECT_EQ(requests, 100);
-  EXPECT_THAT(NewLines(), LogHas({"[ERROR] Server offset did not advance in 100 answers to TUS "
-                                  "PATCH. Aborting upload."}));
+  EXPECT_THAT(
+      NewLines(),
+      LogHas(
+          {"[ERROR] Server offset did not advance in 100 answers to TUS PATCH. Aborting upload."}));
 }
 
 TEST_F(TusChunksTest, FinalAnswersToAChunkEndTheUpload) {
@@ -129,11 +130,9 @@ TEST_F(TusChunksTest, FinalAnswersToAChunkEndTheUpload) {
        {"[ERROR] Failed to parse 'Upload-Offset' header ('six') after successful PATCH: Not a "
         "number. Aborting."}},
       {"204 No Content",
-       {"Upload-Offset: 6 "
-        "bytes"},
+       {"Upload-Offset: 6 bytes"},
        {"[ERROR] Failed to parse 'Upload-Offset' header ('6 bytes') after successful PATCH: "
-        "Invalid "
-        "characters after offset number. Aborting."}},
+        "Invalid characters after offset number. Aborting."}},
       {"204 No Content",
        {"Upload-Offset: -5"},
        {"[PROG] Upload Progress: -5 / 6 bytes (-83.3%)",
@@ -241,8 +240,7 @@ TEST_F(TusChunksTest, GoesOnFromAnAdvancedOffset) {
               "[INFO] PATCH Attempt 1/4: Offset=4, ChunkSize=6",
               "[WARN] Server offset mismatch after PATCH! Expected: 4, Server returned: 10. "
               "Trusting server offset.",
-              "[WARN]  -> Bytes read by callback for chunk: 0, Bytes reported sent by CURL: "
-              "0"}));
+              "[WARN]  -> Bytes read by callback for chunk: 0, Bytes reported sent by CURL: 0"}));
 }
 
 // A chunk that does not get through whole, whoever is to blame, and a server that knows nothing of
@@ -301,8 +299,8 @@ TEST_F(TusChunksTest, BrokenChunksKeepTheFile) {
     const LogText lines = NewLines();
     EXPECT_THAT(lines, Contains(HasSubstr("(Attempt 1/4). CURLcode: " + row.code)));
     EXPECT_THAT(lines, LogHas({"[INFO] Retrying chunk in 3000 ms...",
-                               "[ERROR] Non-retriable HTTP error (405) received during TUS "
-                               "PATCH. Aborting upload."}));
+                               "[ERROR] Non-retriable HTTP error (405) received during TUS PATCH. "
+                               "Aborting upload."}));
     host_.choke.faults.Clear();
     files_.before_read = nullptr;
     peer_.Drop();

@@ -141,8 +141,7 @@ const OffsetRow kFirstOffsets[] = {
      "port"},
     {"200 OK",
      {"Upload-Length: 6"},
-     {"[WARN] TUS HEAD: Upload-Offset header missing, but Upload-Length found. Assuming offset "
-      "is "
+     {"[WARN] TUS HEAD: Upload-Offset header missing, but Upload-Length found. Assuming offset is "
       "0."},
      "report"},
     {"403 Forbidden", {}, {Missing(403)}, "report"},
@@ -174,8 +173,8 @@ const OffsetRow kFirstOffsets[] = {
      ""},
     {"200 OK",
      {"Upload-Offset: 1 of 6"},
-     {"[ERROR] TUS HEAD: Invalid argument parsing Upload-Offset '1 of 6': Invalid characters "
-      "after offset number",
+     {"[ERROR] TUS HEAD: Invalid argument parsing Upload-Offset '1 of 6': Invalid characters after "
+      "offset number",
       kUndetermined},
      ""},
     {"200 OK",

@@ -56,10 +56,10 @@ TEST(TusSweep, LosesNothingWhateverFails) {
 class UnknownTlsServer {
  public:
   UnknownTlsServer() {
-    EXPECT_EQ(std::system("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost "
-                          "-addext subjectAltName=IP:127.0.0.1 -keyout key.pem -out cert.pem "
-                          "2>/dev/null"),
-              0);
+    EXPECT_EQ(
+        std::system("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -addext "
+                    "subjectAltName=IP:127.0.0.1 -keyout key.pem -out cert.pem 2>/dev/null"),
+        0);
     server_ = popen(
         "exec timeout 20 openssl s_server -www -naccept 1 -accept 127.0.0.1:0 -key key.pem -cert "
         "cert.pem 2>&1",
