@@ -37,7 +37,7 @@ class WindowsSide : public HostUnderTest {
             ? fmt::format("start /wait /unix /bin/ln -s {} {}", UnixName(target), UnixName(link))
             : fmt::format("mklink /J \"{}\" \"{}\"", text::PathToUtf8(link),
                           text::PathToUtf8(target));
-    return Bundle().processes.RunShellCommand(command) == 0;
+    return Bundle().processes.RunShellCommand(command) == 0 && Becomes(link, true);
   }
 
   void RemoveLink(const std::filesystem::path& link) override {
@@ -45,7 +45,17 @@ class WindowsSide : public HostUnderTest {
       ::RemoveDirectoryW(link.c_str());
     } else {
       Bundle().processes.RunShellCommand("start /wait /unix /bin/rm " + UnixName(link));
+      Becomes(link, false);
     }
+  }
+
+  // Wine does not wait for the programs of its host, whatever "start" is told.
+  static bool Becomes(const std::filesystem::path& link, bool there) {
+    for (int tries = 0; tries < 200; ++tries) {
+      if ((::GetFileAttributesW(link.c_str()) != INVALID_FILE_ATTRIBUTES) == there) return true;
+      ::Sleep(50);
+    }
+    return false;
   }
 
   std::string RedirectOutput(const std::function<void()>& writes) override {

@@ -44,7 +44,8 @@ async function startServer() {
   const server = spawn(process.execPath, [serverProgram, receivedFolder],
     { detached: true, stdio: ['ignore', output, output] });
   server.unref();
-  await textIn(serverLog, /"listening"/, seconds(20));
+  const [, reason] = await textIn(serverLog, /"listening"|"failed","reason":"(.*?)"/, seconds(20));
+  if (reason) throw new Error(`The collection server did not start: ${reason}`);
   return server.pid;
 }
 

@@ -65,8 +65,8 @@ export async function startTusServer({ folder, port = loopbackPort, onEvent = ()
       limit = setTimeout(() => reject(new Error(`No server on port ${port}.`)), startLimitMs);
       server = new TusServer(options, (event) => {
         if (event.event === 'listening') resolve();
-        if (event.event === 'failed') reject(new Error(event.reason));
         onEvent(event);
+        if (event.event === 'failed') reject(new Error(event.reason));
       });
       server.start();
     });
@@ -89,6 +89,9 @@ if (process.argv[1] === fileURLToPath(import.meta.url)) {
     folder: path.resolve(folder),
     port: port ? Number(port) : undefined,
     onEvent: (event) => console.log(JSON.stringify(event)),
+  }).catch((error) => {
+    console.error(error.message);
+    process.exit(1);
   });
   console.log(`Certificate authority: ${server.authorityFile}`);
   const stop = () => server.close().then(() => process.exit(0));
