@@ -44,7 +44,8 @@ TEST(CrashToReport, TellsTheWholeStory) {
 
   ASSERT_THAT(network.received, ElementsAre("VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip"));
   EXPECT_THAT(network.received_entries[0],
-              ElementsAre("VELDRAN Core.exe_250301_090021.dmp", "TestNet/core.log"));
+              ElementsAre("VELDRAN Core.exe_250301_090021.dmp",
+                          "VELDRAN Core.exe_250301_090021_hostInfo.txt", "TestNet/core.log"));
   EXPECT_THAT(SimulatedHost::NamesIn(host.DumpDirectory()), IsEmpty());
   EXPECT_THAT(host.processes.Running(kCoreName), IsEmpty()) << "quitting ends the Core as well";
   EXPECT_THAT(host.processes.Running(kMonitorName), IsEmpty());
@@ -149,7 +150,8 @@ TEST(CrashToReport, WhatCannotBeSentIsKept) {
   const std::string kept =
       (host.DumpDirectory() / "VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip").string();
   EXPECT_THAT(SimulatedHost::NamesIn(host.DumpDirectory()),
-              ElementsAre("VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip.failed_upload"));
+              ElementsAre("VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip.failed_upload",
+                          "VELDRAN Core.exe_250301_090021_hostInfo.txt"));
   EXPECT_GT(std::filesystem::file_size(kept + ".failed_upload"), 100u);
   EXPECT_THAT(
       LogOf(host),
