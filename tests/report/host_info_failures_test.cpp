@@ -140,7 +140,7 @@ TEST_F(HostInfoTest, ATimeThatCannotBeConvertedIsSaidToBeSo) {
 
 TEST_F(HostInfoTest, AnOldReportIsReplaced) {
   InstallWindows11();
-  host_.PutFile(kReport, std::string(100'000, 'x'));
+  host_.PutFile(kHostInfoFile, std::string(100'000, 'x'));
   EXPECT_THAT(Report(), AllOf(testing::StartsWith("--- VELDRAN"), Not(HasSubstr("xxx"))));
 }
 
@@ -162,9 +162,9 @@ TEST_F(HostInfoTest, AFullDiskIsTold) {
   host_.files.disk_full = true;
   EXPECT_EQ(Report(), "");
   // The log file is on the same disk.
-  EXPECT_THAT(
-      log_.Sink().RecentLogLines(),
-      testing::Contains(HasSubstr("Failed to write all of host info file: " + kReport.string())));
+  EXPECT_THAT(log_.Sink().RecentLogLines(),
+              testing::Contains(
+                  HasSubstr("Failed to write all of host info file: " + kHostInfoFile.string())));
 }
 
 class ThrowingMachine : public support::SimMachine {
@@ -187,8 +187,8 @@ TEST_F(HostInfoTest, AnExceptionEndsItsSectionOnly) {
                             .registry = whole.registry,
                             .system = whole.system};
   HostInfo host_info(host, log_.Sink(), {vosk_version_, core_version_, modules_});
-  EXPECT_TRUE(host_info.GenerateHostInfoFile(kReport));
-  EXPECT_THAT(host_.ReadFile(kReport),
+  EXPECT_TRUE(host_info.GenerateHostInfoFile(kHostInfoFile));
+  EXPECT_THAT(host_.ReadFile(kHostInfoFile),
               HasSubstr("8-Core Processor\n<Error: no processors>\n\n--- Graphics Hardware ---\n"));
   EXPECT_THAT(log_.Lines(), testing::Contains("[ERROR] Exception while writing the host info "
                                               "file: no processors"));
@@ -200,12 +200,12 @@ TEST(HostInfoSweep, AnyFailureLeavesAWholeReport) {
     const std::string core_version = "2.14.3";
     const ProcessModules modules;
     HostInfo host_info(host.Bundle(), log.Sink(), {"3.3", core_version, modules});
-    const bool written = host_info.GenerateHostInfoFile(kReport);
+    const bool written = host_info.GenerateHostInfoFile(kHostInfoFile);
     const auto& fired = host.choke.faults.Fired();
     const bool unopened = !fired.empty() && fired[0].operation == "files.OpenTextForWriting";
     EXPECT_EQ(written, !unopened);
     if (unopened) return;
-    const std::string report = host.ReadFile(kReport);
+    const std::string report = host.ReadFile(kHostInfoFile);
     EXPECT_TRUE(report.starts_with("--- VELDRAN Crash Report - Host Information ---\n"));
     EXPECT_TRUE(report.ends_with("network interface)\n" + std::string(45, '-') + "\n"));
     for (const char* heading :

@@ -11,7 +11,7 @@
 
 namespace vosk::report {
 
-inline const std::filesystem::path kReport = "C:/Users/op/hostInfo.txt";
+inline const std::filesystem::path kHostInfoFile = "C:/Users/op/hostInfo.txt";
 inline const std::string kWindowsKey = R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)";
 inline const std::string kProcessorKey = R"(HARDWARE\DESCRIPTION\System\CentralProcessor\0)";
 inline const std::string kVisualStudioKey = R"(SOFTWARE\Microsoft\VisualStudio\)";
@@ -68,8 +68,8 @@ class HostInfoTest : public testing::Test {
   // The report as it stands in its file.
   std::string Report() {
     HostInfo host_info(host_.Bundle(), log_.Sink(), {vosk_version_, core_version_, modules_});
-    EXPECT_TRUE(host_info.GenerateHostInfoFile(kReport));
-    return host_.ReadFile(kReport);
+    EXPECT_TRUE(host_info.GenerateHostInfoFile(kHostInfoFile));
+    return host_.ReadFile(kHostInfoFile);
   }
 
   support::SimulatedHost host_;
