@@ -97,7 +97,7 @@ async function assertHolds(zip, name, dump) {
   const [first, ...rest] = await listEntries(zip);
   assert.equal(first, `${name}.dmp`);
   assert.deepEqual(rest.sort(), ['TestNet/CoreVersion.txt', 'TestNet/core.log', 'TestNet/node/',
-    'TestNet/node/blocks.log']);
+    'TestNet/node/blocks.log', `${name}_hostInfo.txt`]);
   assert.ok(dump.equals(await readEntry(zip, `${name}.dmp`)), `${name}: the dump is whole`);
 }
 
@@ -162,7 +162,8 @@ test('every fault of the collection server', async (t) => {
   await vosk.log.next(/^\[ERROR\] TUS POST request failed\. CURLcode: 7 \(.+\), HTTP Status: 0$/, seconds(20));
   await vosk.log.next(/^\[INFO\] Renamed failed upload to: .*down_.*_CRASH\.zip\.failed_upload$/, seconds(5));
   await t.test('down: kept', async () => {
-    const [name] = (await vosk.storedFiles()).filter((file) => file.startsWith('down_'));
+    const [name] = (await vosk.storedFiles())
+      .filter((file) => file.startsWith('down_') && file.endsWith('.failed_upload'));
     await assertHolds(path.join(vosk.dumpFolder, name), 'down', lastDump.get('down'));
   });
   await quit(vosk);

@@ -15,8 +15,8 @@ const objdump = (...args) =>
 
 // All of them are in system32 of every Windows 10.
 const windowsDlls = new Set(['advapi32.dll', 'bcrypt.dll', 'crypt32.dll', 'dbghelp.dll',
-  'kernel32.dll', 'msvcrt.dll', 'ole32.dll', 'secur32.dll', 'shell32.dll', 'user32.dll',
-  'ws2_32.dll']);
+  'iphlpapi.dll', 'kernel32.dll', 'msi.dll', 'msvcrt.dll', 'ole32.dll', 'secur32.dll', 'shell32.dll', 'user32.dll',
+  'version.dll', 'ws2_32.dll']);
 
 test('it imports only DLLs of Windows itself', () => {
   const imported = [...objdump('-p', program).matchAll(/DLL Name: (\S+)/g)]
