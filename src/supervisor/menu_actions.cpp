@@ -114,7 +114,7 @@ void MenuActions::RunSelectedItem() {
     case 4:
       return SubmitDiagnosticReport();
     case 5:
-      return RefuseReinstall();
+      return services_.update.ForceReinstall();
     default:
       return ToggleRedAlert();
   }
@@ -155,10 +155,6 @@ void MenuActions::SubmitDiagnosticReport() {
     return;
   }
   services_.diagnostic_report.Submit(state_.target_pid, places_);
-}
-
-void MenuActions::RefuseReinstall() {
-  log_.LogWarn("Menu: This version of VOSK cannot reinstall VELDRAN Core.");
 }
 
 void MenuActions::ToggleRedAlert() {

@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kMenuInterval{100};
+constexpr milliseconds kShortageInterval{1000};
 constexpr seconds kStatusReportInterval{15};
 constexpr std::chrono::hours kScheduledRestartInterval{12};
 
@@ -33,13 +34,30 @@ void MonitoringLoop::Run() {
   while (!state_.g_terminateMonitoring.load()) RunCycle();
 }
 
+bool MonitoringLoop::PassDiskGate() {
+  if (services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) {
+    shortage_reported_ = false;
+    return true;
+  }
+  if (!shortage_reported_) {
+    log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
+  }
+  shortage_reported_ = true;
+  host_.clock.SleepFor(kShortageInterval);
+  return false;
+}
+
 void MonitoringLoop::RunCycle() {
+  if (!PassDiskGate()) return;
   ReadCoreVersion();
   const SteadyTime now = host_.clock.SteadyNow();
   services_.menu.ReadKeyboard();
   RefreshDisplay();
   if (state_.target_pid == 0 || !state_.hTargetProcess) AttachToRunningCore();
   const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
+  services_.update.CheckPeriodically(now, core_runs);
+  // A successor that has taken over launches the Core itself.
+  if (state_.g_terminateMonitoring.load()) return;
   if (!core_runs) Relaunch();
   host_.clock.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
@@ -96,7 +114,11 @@ bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
 bool MonitoringLoop::CheckCore(SteadyTime now) {
   if (state_.target_pid == 0 || !state_.hTargetProcess) return false;
   if (!services_.processes.IsProcessAlive(state_.target_pid)) {
-    HandleCoreEnd();
+    if (state_.update_in_progress.load()) {
+      HandleExpectedEnd();
+    } else {
+      HandleCoreEnd();
+    }
     return false;
   }
   core_was_running_ = true;

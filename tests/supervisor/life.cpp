@@ -3,6 +3,7 @@
 #include <miniz.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace vosk::supervisor {
 namespace {
@@ -36,12 +37,52 @@ class FakeUploader : public report::Uploader {
   FakeNetwork& network_;
 };
 
+class FakeDownloader : public net::Downloader {
+ public:
+  explicit FakeDownloader(FakeNetwork& network) : network_(network) {}
+
+  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
+    const auto found = network_.downloads.find(url);
+    if (found == network_.downloads.end()) return false;
+    std::ofstream file(destination, std::ios::binary);
+    file << found->second;
+    return file.good();
+  }
+
+ private:
+  FakeNetwork& network_;
+};
+
+class FakeVersionService : public net::VersionService {
+ public:
+  explicit FakeVersionService(FakeNetwork& network) : network_(network) {}
+
+  std::string FetchVersion() override {
+    ++network_.version_queries;
+    return network_.latest_version;
+  }
+
+ private:
+  FakeNetwork& network_;
+};
+
 }  // namespace
 
 std::unique_ptr<report::Uploader> FakeNetwork::MakeUploader(const platform::Host&,
                                                             console::LogSink&,
                                                             console::TransferProgress&) {
   return std::make_unique<FakeUploader>(*this);
+}
+
+std::unique_ptr<net::Downloader> FakeNetwork::MakeDownloader(const platform::Host&,
+                                                             console::LogSink&,
+                                                             console::TransferProgress&,
+                                                             const std::atomic<bool>&) {
+  return std::make_unique<FakeDownloader>(*this);
+}
+
+std::unique_ptr<net::VersionService> FakeNetwork::MakeVersionService(console::LogSink&) {
+  return std::make_unique<FakeVersionService>(*this);
 }
 
 void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor) {

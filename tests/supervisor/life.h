@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,7 +29,17 @@ class FakeNetwork : public Network {
   std::unique_ptr<report::Uploader> MakeUploader(const platform::Host& host, console::LogSink& log,
                                                  console::TransferProgress& progress) override;
 
+  std::unique_ptr<net::Downloader> MakeDownloader(const platform::Host& host, console::LogSink& log,
+                                                  console::TransferProgress& progress,
+                                                  const std::atomic<bool>& terminate) override;
+  std::unique_ptr<net::VersionService> MakeVersionService(console::LogSink& log) override;
+
   std::string initialize_error;
+  // What can be downloaded, by its address.
+  std::map<std::string, std::string, std::less<>> downloads;
+  // What the version service says; empty: it does not answer.
+  std::string latest_version;
+  int version_queries = 0;
   bool server_up = true;
   int open_initialisations = 0;
   // The archives that arrived, by file name, each with the names of its entries.
