@@ -12,6 +12,7 @@
 #include "tests/support/log_recorder.h"
 #include "tests/support/simulated_host.h"
 #include "tests/support/zip_bytes.h"
+#include "text/utf.h"
 
 namespace vosk::install {
 
