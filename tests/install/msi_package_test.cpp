@@ -37,8 +37,7 @@ TEST(MsiPackage, TellsWhyThereIsNoMsi) {
   const std::string good = support::ZipBytes({{"VELDRAN Core Installer.msi", "new"}});
   const Row rows[] = {
       {"<html>", "",
-       "[ERROR] Installer: Failed init zip reader for C:/package.zip. Error: failed finding "
-       "central directory"},
+       "[ERROR] Installer: Failed init zip reader for C:/package.zip. Error: not a ZIP archive"},
       {good.substr(0, good.size() - 30), "",
        "[ERROR] Installer: Failed init zip reader for C:/package.zip. Error: failed finding "
        "central directory"},

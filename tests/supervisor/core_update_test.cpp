@@ -163,9 +163,6 @@ TEST(CoreUpdate, ACoreThatOutlivesTheUpdateIsWatchedAgain) {
     network.latest_version = "1.2.3";
     at.processes.Running(kCoreName).at(0)->on_terminate = support::OnTerminate::ignores;
   });
-  host.At(312s, [&](SimulatedHost& at) {
-    at.processes.Running(kCoreName).at(0)->on_terminate = support::OnTerminate::dies;
-  });
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1h}), 0);
   EXPECT_THAT(LogOf(host),
               LogHas({"[ERROR] Update Error: Target Core process (PID: 1004) did not terminate "

@@ -33,7 +33,7 @@ void LeaveBare(SimulatedHost& host) {
 TEST(Provision, ABareMachineEndsUpWithAWatchedCore) {
   SimulatedHost host;
   LeaveBare(host);
-  host.clock.SetBudget(5min);
+  host.clock.SetBudget(1h);
   FakeNetwork network;
   network.downloads[std::string(identity::kProcDumpUrl)] =
       support::ZipBytes({{"procdump64.exe", "MZ"}});
@@ -142,7 +142,7 @@ TEST(Provision, AFullDiskHaltsTheLoopAndNothingIsLost) {
 TEST(Provision, RepairsACoreThatCannotBeLaunched) {
   SimulatedHost host;
   FurnishHost(host);
-  host.clock.SetBudget(5min);
+  host.clock.SetBudget(1h);
   FakeNetwork network;
   Publish(host, network, {.version = "1.2.3"});
   host.FailNext("processes.Start", 193);
