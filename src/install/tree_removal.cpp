@@ -7,6 +7,7 @@
 #include <ranges>
 #include <vector>
 
+#include "install/fixed_path.h"
 #include "text/utf.h"
 
 namespace vosk::install {
@@ -24,18 +25,6 @@ struct Entry {
   Kind kind = Kind::unknown;
   std::optional<FileError> listing_error = {};  // a directory that was not read to its end
 };
-
-// "X:\" at the start; elsewhere than on Windows that is no root to std::filesystem.
-bool StartsAtDriveRoot(const Path& path) {
-  const auto& text = path.native();
-  if (text.size() < 3 || text[1] != ':' || (text[2] != '/' && text[2] != '\\')) return false;
-  return (text[0] >= 'A' && text[0] <= 'Z') || (text[0] >= 'a' && text[0] <= 'z');
-}
-
-// Without the empty last element of "a/b/": behind a link, it would stand for the target.
-Path WithoutTrailingSeparator(const Path& path) {
-  return path.has_filename() ? path : path.parent_path();
-}
 
 // The root of a drive or share, however it is spelled; nobody means to remove all of it.
 bool IsRoot(const Path& path) {
@@ -114,11 +103,6 @@ std::vector<Entry> ListTree(platform::Files& files, const Path& path) {
 }
 
 }  // namespace
-
-bool IsFixedPath(const Path& path) {
-  if (!path.is_absolute() && !StartsAtDriveRoot(path)) return false;
-  return std::ranges::none_of(path, [](const Path& part) { return part == "." || part == ".."; });
-}
 
 FileResult<> RemoveTree(platform::Files& files, const Path& path, const Path& limit) {
   if (!IsFixedPath(path) || !IsFixedPath(limit)) {

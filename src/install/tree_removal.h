@@ -9,13 +9,9 @@
 
 namespace vosk::install {
 
-// Whether the path says where it lies without looking at anything else: from the root of a drive or
-// share, without "." and "..". The same answer on every machine.
-[[nodiscard]] bool IsFixedPath(const std::filesystem::path& path);
-
 // Removes a file, a link, or a directory with everything inside; a missing path is a success. Both
-// paths are fixed ones and `path` is `limit` or lies below it, not by way of a link; else nothing
-// is touched. Goes on past what cannot be removed and gives the first of those errors.
+// paths are fixed (IsFixedPath) and `path` is `limit` or lies below it, not by way of a link; else
+// nothing is touched. Goes on past what cannot be removed and gives the first of those errors.
 platform::FileResult<> RemoveTree(platform::Files& files, const std::filesystem::path& path,
                                   const std::filesystem::path& limit);
 
