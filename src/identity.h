@@ -19,8 +19,6 @@ inline constexpr std::string_view kDefaultTargetPath =
 
 inline constexpr std::string_view kLogFileName = "VOSK.log";
 inline constexpr std::string_view kDumpStorageName = "VELDRAN_VOSK_Dumps";
-// The work directory of installations, in the temporary directory.
-inline constexpr std::string_view kInstallDirectoryName = "VELDRAN_Install";
 
 // The TUS creation endpoint of the crash-collection server.
 extern const std::string_view kCollectionUrl;

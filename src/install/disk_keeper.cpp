@@ -7,6 +7,7 @@
 #include "identity.h"
 #include "install/fixed_path.h"
 #include "install/tree_removal.h"
+#include "install/work_files.h"
 #include "text/utf.h"
 
 namespace vosk::install {
@@ -241,7 +242,7 @@ std::uint64_t DiskKeeper::CleanDumpStorage(const Path& directory, const Path& te
 }
 
 std::uint64_t DiskKeeper::RemoveInstallDirectory(const Path& temp_directory) try {
-  const Path directory = temp_directory / identity::kInstallDirectoryName;
+  const Path directory = temp_directory / kWorkDirectoryName;
   const std::string name = text::PathToUtf8(directory);
   log_.LogInfo(fmt::format("Cleaning installation temp directory: {}", name));
   const std::uint64_t size = TreeSize(files_, directory);
