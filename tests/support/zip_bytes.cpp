@@ -5,20 +5,20 @@
 
 namespace vosk::support {
 
-std::string ZipBytes(const std::vector<std::pair<std::string, std::string>>& members) {
+std::string ZipBytes(const std::vector<ZipMember>& members) {
   mz_zip_archive zip{};
-  EXPECT_TRUE(mz_zip_writer_init_heap(&zip, 0, 0));
-  for (const auto& [name, bytes] : members) {
-    EXPECT_TRUE(mz_zip_writer_add_mem(&zip, name.c_str(), bytes.data(), bytes.size(),
-                                      MZ_DEFAULT_COMPRESSION));
+  mz_zip_writer_init_heap(&zip, 0, 0);
+  for (const ZipMember& member : members) {
+    EXPECT_TRUE(mz_zip_writer_add_mem(&zip, member.name.c_str(), member.bytes.data(),
+                                      member.bytes.size(), MZ_BEST_SPEED));
   }
-  void* archive = nullptr;
+  void* bytes = nullptr;
   std::size_t size = 0;
-  EXPECT_TRUE(mz_zip_writer_finalize_heap_archive(&zip, &archive, &size));
-  std::string bytes(static_cast<const char*>(archive), size);
-  mz_free(archive);
+  EXPECT_TRUE(mz_zip_writer_finalize_heap_archive(&zip, &bytes, &size));
+  std::string result(static_cast<const char*>(bytes), size);
+  mz_free(bytes);
   mz_zip_writer_end(&zip);
-  return bytes;
+  return result;
 }
 
 }  // namespace vosk::support
