@@ -34,6 +34,7 @@ class MenuActions {
   void RefreshMenu(bool redraw);
 
  private:
+  void HandleSpecialKey();
   void HandleLogKey(int key);
   void HandleMenuKey(int key);
   void MoveSelection(int steps);
