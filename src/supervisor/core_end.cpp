@@ -67,8 +67,6 @@ CoreEnd MonitoringLoop::JudgeCoreEnd() {
 }
 
 void MonitoringLoop::EndMonitorOfDeadCore() {
-  monitor_lost_at_.reset();
-  monitor_retry_delay_ = kMonitorLossGrace;
   if (!state_.hProcDump) return;
   log_.LogInfo("Terminating ProcDump monitor...");
   services_.processes.TerminateProcessL(state_.hProcDump, kTerminatedExitCode);

@@ -65,9 +65,7 @@ bool MonitoringLoop::LaunchCore() {
     return false;
   }
   log_.LogInfo("VELDRAN Core relaunched successfully.");
-  state_.hTargetProcess = std::move(started->handle);
-  state_.target_pid = started->pid;
-  state_.target_launch_time = host_.clock.SteadyNow();
+  HoldCore(std::move(started->handle), started->pid);
   return true;
 }
 

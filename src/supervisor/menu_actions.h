@@ -36,6 +36,7 @@ class MenuActions {
   void RefreshMenu(bool redraw);
 
  private:
+  void HandleSpecialKey();
   void HandleLogKey(int key);
   void HandleMenuKey(int key);
   void MoveSelection(int steps);

@@ -103,9 +103,7 @@ bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
                     pid, process.error().value));
     return false;
   }
-  state_.target_pid = pid;
-  state_.hTargetProcess = std::move(*process);
-  state_.target_launch_time = host_.clock.SteadyNow();
+  HoldCore(std::move(*process), pid);
   log_.LogInfo(fmt::format("Successfully attached to existing PID {}. Starting monitoring.", pid));
   log_.LogInfo(fmt::format("Captured {} runtime modules from existing process", CaptureModules()));
   return true;
@@ -147,6 +145,15 @@ bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
   services_.restart.InitiateGracefulRestart("Scheduled Interval", state_.target_pid,
                                             state_.hTargetProcess, state_.hProcDump);
   return true;
+}
+
+void MonitoringLoop::HoldCore(platform::ProcessHandle process, platform::ProcessId pid) {
+  state_.target_pid = pid;
+  state_.hTargetProcess = std::move(process);
+  state_.target_launch_time = host_.clock.SteadyNow();
+  // What kept monitors from the last Core need not keep them from this one.
+  monitor_lost_at_.reset();
+  monitor_retry_delay_ = kMonitorLossGrace;
 }
 
 std::size_t MonitoringLoop::CaptureModules() {

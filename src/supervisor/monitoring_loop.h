@@ -80,6 +80,8 @@ class MonitoringLoop {
   [[nodiscard]] bool LaunchCore();
   void RepairInstallation();
   void WatchLaunchedCore();
+  // From now on this is the Core to watch.
+  void HoldCore(platform::ProcessHandle process, platform::ProcessId pid);
   // The number of modules of the Core's runtime that are kept for reports.
   std::size_t CaptureModules();
   void ForgetCore();

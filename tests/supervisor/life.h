@@ -18,6 +18,12 @@ inline constexpr std::uint32_t kAccessViolation = 0xC0000005;
 inline constexpr char16_t kCoreName[] = u"VELDRAN Core.exe";
 inline constexpr char16_t kMonitorName[] = u"procdump64.exe";
 
+// Keys as the C runtime gives them; an arrow is a prefix and a code.
+inline constexpr int kEnter = 13;
+inline constexpr int kArrow = 224;
+inline constexpr int kUp = 72;
+inline constexpr int kDown = 80;
+
 class FakeNetwork : public Network {
  public:
   tl::expected<void, std::string> Initialize() override {
@@ -54,6 +60,12 @@ struct LifeOptions {
 
 // Installs a Core with a log and a monitor, and has Q pressed in the end.
 void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor = {});
+
+// The operator opens the menu and runs one of its items, counted from 1.
+void ChooseItem(support::SimulatedHost& host, int item);
+
+// How many processes of that executable there have ever been.
+[[nodiscard]] std::size_t EverStarted(const support::SimulatedHost& host, std::u16string_view name);
 
 // One life from start to end; the exit status.
 int LiveOnce(support::SimulatedHost& host, FakeNetwork& network, const LifeOptions& options = {});

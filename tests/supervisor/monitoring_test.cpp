@@ -18,14 +18,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// Every process ever of that executable.
-std::size_t EverStarted(const SimulatedHost& host, std::u16string_view name) {
-  std::size_t count = 0;
-  for (const auto& [pid, process] : host.processes.Table())
-    count += process.executable_name == name;
-  return count;
-}
-
 TEST(Monitoring, ARunningCoreIsAdoptedWithoutARestart) {
   SimulatedHost host;
   FurnishHost(host);
@@ -131,6 +123,25 @@ TEST(Monitoring, ACoreThatAnotherDebuggerHoldsIsAskedForEverMoreSeldom) {
   // After 0, 5, 15, 35... seconds, then every hour.
   EXPECT_GE(EverStarted(host, kMonitorName), 10u);
   EXPECT_LE(EverStarted(host, kMonitorName), 13u);
+}
+
+TEST(Monitoring, ANewCoreDoesNotInheritThePatienceWithTheLast) {
+  SimulatedHost host;
+  FurnishHost(host, {.leaves_at_once = true});
+  host.processes.Add(kCoreName);
+  host.At(15min, [](SimulatedHost& at) {
+    at.InstallMonitor();
+    ChooseItem(at, 1);
+  });
+  host.At(16min, [](SimulatedHost& at) {
+    at.processes.End(*at.processes.Running(kMonitorName).front(), 7);
+  });
+  std::size_t monitors = 0;
+  host.At(16min + 10s,
+          [&](SimulatedHost& at) { monitors = at.processes.Running(kMonitorName).size(); });
+  FakeNetwork network;
+  LiveOnce(host, network, {.quit_at = 17min});
+  EXPECT_EQ(monitors, 1u);
 }
 
 TEST(Monitoring, TheScreenFollowsTheWindow) {
