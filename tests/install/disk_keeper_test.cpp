@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "install/tree_removal.h"
-#include "tests/report/meddling_files.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meddling_files.h"
 #include "tests/support/simulated_host.h"
 #include "tests/support/sweep.h"
 
@@ -33,7 +33,7 @@ struct Bench {
 
   SimulatedHost& host;
   LogRecorder log{host};
-  report::MeddlingFiles files{host.files};
+  support::MeddlingFiles files{host.files};
   process::ProcessControl processes{host.processes, log.Sink()};
   DiskKeeper keeper{files, host.clock, log.Sink(), processes};
 };
@@ -123,20 +123,20 @@ TEST(ClearDirectory, TriesAgainAndStaysInside) {
 TEST(ClearDirectory, SaysWhyItCannot) {
   const auto fail = [](std::string operation) {
     return
-        [operation](SimulatedHost& host, report::MeddlingFiles&) { host.FailNext(operation, 5); };
+        [operation](SimulatedHost& host, support::MeddlingFiles&) { host.FailNext(operation, 5); };
   };
   const auto throw_at_removal = [](auto thrown) {
-    return [thrown](SimulatedHost&, report::MeddlingFiles& files) {
+    return [thrown](SimulatedHost&, support::MeddlingFiles& files) {
       files.before_remove = [thrown](const fs::path&) { throw thrown; };
     };
   };
   struct Row {
     fs::path path;
-    std::function<void(SimulatedHost&, report::MeddlingFiles&)> prepare;
+    std::function<void(SimulatedHost&, support::MeddlingFiles&)> prepare;
     bool verdict;
     LogText lines;
   };
-  const auto nothing = [](SimulatedHost&, report::MeddlingFiles&) {};
+  const auto nothing = [](SimulatedHost&, support::MeddlingFiles&) {};
   const std::string failed =
       "[INFO] ClearDirectory: Finished clearing [C:/d]. Deleted: 0, Failed: ";
   const Row rows[] = {
@@ -188,7 +188,7 @@ TEST(ClearDirectory, SaysWhyItCannot) {
        false,
        {"[ERROR] ClearDirectory: Unknown exception deleting entry [C:/d/file]", failed + "1"}},
       {"C:/d",
-       [](SimulatedHost&, report::MeddlingFiles& files) {
+       [](SimulatedHost&, support::MeddlingFiles& files) {
          files.before_exists = [](const fs::path&) { throw std::runtime_error("no memory"); };
        },
        false,
