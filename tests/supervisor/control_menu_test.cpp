@@ -300,8 +300,10 @@ TEST(ControlMenu, SurvivesEveryFault) {
       cores = at.processes.Running(kCoreName).size();
       monitors = at.processes.Running(kMonitorName).size();
     });
-    host.clock.SetBudget(5min);
+    host.clock.SetBudget(30min);
     FakeNetwork network;
+    // A Core that cannot be launched is repaired.
+    PublishPackage(host, network, {.version = "1.2.3", .install_time = 2s});
     EXPECT_EQ(LiveOnce(host, network, {.quit_at = 39s}), 0);
     if (host.choke.faults.Fired().size() == faults_with_time_to_heal) {
       EXPECT_EQ(cores, 1u) << "healed in good time";

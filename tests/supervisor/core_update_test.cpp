@@ -2,10 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "identity.h"
-#include "install/work_files.h"
 #include "tests/supervisor/life.h"
-#include "tests/support/zip_bytes.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -29,8 +26,7 @@ void FurnishRelease(SimulatedHost& host, FakeNetwork& network) {
       {.product_code = "{11111111-1111-1111-1111-111111111111}", .version = "1.2.2"},
       std::filesystem::path(kInstalledVosk).parent_path());
   host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet/CoreVersion.txt", "1.2.2\r\n");
-  network.downloads[std::string(identity::kCorePackageUrl)] = support::ZipBytes(
-      {{std::string(install::kMsiName), host.installer.MakePackage({.version = "1.2.3"})}});
+  PublishPackage(host, network, {.version = "1.2.3"});
 }
 
 int CountLines(const SimulatedHost& host, const std::string& line) {
@@ -177,9 +173,7 @@ TEST(CoreUpdate, TheMenuReinstallsWhateverTheVersion) {
   FurnishRelease(host, network);
   host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet/CoreVersion.txt", "1.2.3");
   network.latest_version = "1.2.3";
-  host.At(20s, [](SimulatedHost& at) {
-    for (const int key : {int{'m'}, 224, 80, 224, 80, 224, 80, 224, 80, 13}) at.KeyPressed(key);
-  });
+  host.At(20s, [](SimulatedHost& at) { ChooseItem(at, 5); });
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1h}), 0);
   ExpectHandedOver(host);
   EXPECT_THAT(LogOf(host),
@@ -197,7 +191,7 @@ TEST(CoreUpdate, TheMenuTellsWhyItDoesNotReinstall) {
     network.downloads.clear();
     host.At(20s, [&](SimulatedHost& at) {
       network.latest_version = server_answers ? "1.2.2" : "";
-      for (const int key : {int{'m'}, 224, 80, 224, 80, 224, 80, 224, 80, 13}) at.KeyPressed(key);
+      ChooseItem(at, 5);
     });
     std::size_t cores = 0;
     host.At(30s, [&](SimulatedHost& at) { cores = at.processes.Running(kCoreName).size(); });

@@ -5,6 +5,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "identity.h"
+#include "install/work_files.h"
+#include "tests/support/zip_bytes.h"
+
 namespace vosk::supervisor {
 namespace {
 
@@ -90,6 +94,12 @@ void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor
   host.InstallMonitor(monitor);
   host.PutFile(host.system.roaming_path / "VELDRAN" / "stats" / "TestNet" / "core.log",
                "node started\n");
+}
+
+void PublishPackage(support::SimulatedHost& host, FakeNetwork& network,
+                    const support::SimPackage& package) {
+  network.downloads[std::string(identity::kCorePackageUrl)] =
+      support::ZipBytes({{std::string(install::kMsiName), host.installer.MakePackage(package)}});
 }
 
 void ChooseItem(support::SimulatedHost& host, int item) {

@@ -61,6 +61,10 @@ struct LifeOptions {
 // Installs a Core with a log and a monitor, and has Q pressed in the end.
 void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor = {});
 
+// Lets a package that holds the Core and VOSK be downloaded.
+void PublishPackage(support::SimulatedHost& host, FakeNetwork& network,
+                    const support::SimPackage& package);
+
 // The operator opens the menu and runs one of its items, counted from 1.
 void ChooseItem(support::SimulatedHost& host, int item);
 

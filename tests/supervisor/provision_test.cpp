@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "identity.h"
-#include "install/work_files.h"
 #include "tests/supervisor/life.h"
 #include "tests/support/zip_bytes.h"
 
@@ -19,11 +18,6 @@ using support::SimulatedHost;
 
 constexpr std::uint64_t kRequired = std::uint64_t{2} << 30;
 
-void Publish(SimulatedHost& host, FakeNetwork& network, const support::SimPackage& package) {
-  network.downloads[std::string(identity::kCorePackageUrl)] =
-      support::ZipBytes({{std::string(install::kMsiName), host.installer.MakePackage(package)}});
-}
-
 // A machine with VOSK and nothing else; the monitor's program is known to it once it is there.
 void LeaveBare(SimulatedHost& host) {
   host.InstallMonitor();
@@ -37,7 +31,7 @@ TEST(Provision, ABareMachineEndsUpWithAWatchedCore) {
   FakeNetwork network;
   network.downloads[std::string(identity::kProcDumpUrl)] =
       support::ZipBytes({{"procdump64.exe", "MZ"}});
-  Publish(host, network, {.version = "1.2.3"});
+  PublishPackage(host, network, {.version = "1.2.3"});
   std::size_t cores = 0;
   std::size_t monitors = 0;
   host.At(50s, [&](SimulatedHost& at) {
@@ -118,7 +112,7 @@ TEST(Provision, RepairsACoreThatCannotBeLaunched) {
   FurnishHost(host);
   host.clock.SetBudget(1h);
   FakeNetwork network;
-  Publish(host, network, {.version = "1.2.3"});
+  PublishPackage(host, network, {.version = "1.2.3"});
   host.FailNext("processes.Start", 193);
   LiveOnce(host, network);
   EXPECT_THAT(
