@@ -162,8 +162,7 @@ std::optional<std::uint32_t> MsiInstaller::Install(const std::filesystem::path& 
     return AwaitInstall(*process);
   }
   if (process.error() == platform::kCancelled) {
-    log_.LogError(fmt::format("Installer: Install execution cancelled (UAC denied?). Error: {}",
-                              process.error().value));
+    log_.LogError("Installer: Install execution cancelled (UAC denied?). Error: 1223");
   } else {
     log_.LogError(fmt::format("Installer: ShellExecuteExW failed for Install command. Error: {}",
                               process.error().value));

@@ -252,14 +252,20 @@ std::optional<int> Supervisor::PrepareMonitoring(Places& places, const Provision
 }
 
 void Supervisor::DetermineCoreVersion(const Places& places) {
-  if (places.log_root_directory.empty()) {
-    log_.LogWarn("Log root directory not available. Update check will assume version '0.0.0'.");
-  } else if (core_version_.Read(places.log_root_directory, /*quiet=*/false).empty()) {
-    log_.LogWarn(
-        "Could not read current version from file or file empty. Update check will assume version "
-        "'0.0.0'.");
-  } else {
-    return;
+  try {
+    if (places.log_root_directory.empty()) {
+      log_.LogWarn("Log root directory not available. Update check will assume version '0.0.0'.");
+    } else if (core_version_.Read(places.log_root_directory, /*quiet=*/false).empty()) {
+      log_.LogWarn(
+          "Could not read current version from file or file empty. Update check will assume "
+          "version "
+          "'0.0.0'.");
+    } else {
+      return;
+    }
+  } catch (const std::exception& problem) {
+    log_.LogError(fmt::format("Exception while checking current Core version: {}", problem.what()));
+    log_.LogWarn("Could not retrieve current Core Version. Assuming '0.0.0'.");
   }
   core_version_.Set(std::string(install::kUnknownVersion));
 }
