@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <ranges>
 #include <vector>
 
 #include "install/fixed_path.h"
@@ -114,10 +113,12 @@ FileResult<> RemoveTree(platform::Files& files, const Path& path, const Path& li
     return allowed;
   }
   std::optional<FileError> first_error;
-  for (const Entry& entry : ListTree(files, root) | std::views::reverse) {
-    const auto removed = files.Remove(entry.path);
+  const auto entries = ListTree(files, root);
+  // A directory comes before what is inside it.
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+    const auto removed = files.Remove(entry->path);
     if (removed || first_error) continue;
-    first_error = entry.listing_error.value_or(removed.error());
+    first_error = entry->listing_error.value_or(removed.error());
   }
   if (first_error) return tl::unexpected(*first_error);
   return {};
