@@ -34,7 +34,8 @@ class Files {
   virtual FileResult<bool> IsLink(const std::filesystem::path& path) = 0;
   virtual FileResult<std::chrono::system_clock::time_point> LastWriteTime(
       const std::filesystem::path& path) = 0;
-  // Removes one file or empty directory; false when there was nothing to remove.
+  // Removes one file, link or empty directory, read-only ones too; false when there was nothing to
+  // remove.
   virtual FileResult<bool> Remove(const std::filesystem::path& path) = 0;
   // Replaces nothing: a file at the new name is an error.
   virtual FileResult<> Rename(const std::filesystem::path& from,

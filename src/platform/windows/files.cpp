@@ -79,10 +79,13 @@ class WindowsFiles : public Files {
   FileResult<bool> Remove(const std::filesystem::path& path) override {
     const std::wstring name = SystemPath(path);
     const DWORD attributes = ::GetFileAttributesW(name.c_str());
-    const bool directory =
-        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const bool known = attributes != INVALID_FILE_ATTRIBUTES;
+    const bool directory = known && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    const bool read_only = known && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    if (read_only) ::SetFileAttributesW(name.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
     if (directory ? ::RemoveDirectoryW(name.c_str()) : ::DeleteFileW(name.c_str())) return true;
     const ErrorCode code = LastError();
+    if (read_only) ::SetFileAttributesW(name.c_str(), attributes);
     if (MeansMissing(code)) return false;
     return tl::unexpected(FileError{code, ErrorText(code)});
   }
