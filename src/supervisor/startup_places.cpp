@@ -35,7 +35,9 @@ tl::expected<void, std::string> StartupPlaces::PrepareDumpStorage(Places& places
   }
   places.dump_storage_directory = *temp / identity::kDumpStorageName;
   const std::string path = text::PathToUtf8(places.dump_storage_directory);
-  if (host_.files.Exists(places.dump_storage_directory).value_or(false)) {
+  // A file of that name would take no dump: it is no directory, and none can be made there.
+  const auto type = host_.files.TypeOf(places.dump_storage_directory);
+  if (type && *type == platform::FileType::directory) {
     log_.LogInfo(fmt::format("Using existing dump storage directory: {}", path));
     return {};
   }

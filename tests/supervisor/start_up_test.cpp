@@ -92,7 +92,7 @@ TEST(StartUp, TheCoreMayStandBesideVosk) {
   SimulatedHost host;
   host.InstallCore("C:/VOSK/VELDRAN Core.exe");
   host.InstallMonitor();
-  host.FailNext("files.Exists", 5);  // the dump storage's, which then is simply made
+  host.FailNext("files.TypeOf", 5);  // the dump storage's, which then is simply made
   FakeNetwork network;
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 10s}), 0);
   EXPECT_THAT(
@@ -154,6 +154,13 @@ TEST(StartUp, FatalFailuresAreShownInABox) {
        "VOSK Error",
        "Initialization failed: Failed to create dump storage directory: "
        "C:/Users/op/AppData/Local/Temp/VELDRAN_VOSK_Dumps, Error: "},
+      {"a file in the dump storage's place",
+       [](SimulatedHost& host, FakeNetwork&) { host.PutFile(host.DumpDirectory(), ""); },
+       "VOSK Error",
+       "Initialization failed: Failed to create dump storage directory: "
+       "C:/Users/op/AppData/Local/Temp/VELDRAN_VOSK_Dumps, Error: Cannot create a file when that "
+       "file already exists." +
+           see_log},
       {"no Core",
        [](SimulatedHost&, FakeNetwork&) {
          std::filesystem::remove_all("C:/Program Files/VELDRAN Inc");

@@ -1,11 +1,14 @@
-// Starts a program in a console window of its own, as an operator would, and types into it.
+// Starts a program in a console window of its own, as an operator would, types into it and reads
+// the boxes that it shows.
 //
 // usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] [--env NAME=VALUE]... --
 //                       PROGRAM [ARGUMENT]...
 //        console_driver press PID KEY
+//        console_driver read TITLE
 //
 // "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" types one
-// character into the console of a running program.
+// character into the console of a running program. "read" prints what stands in the window of that
+// title: the texts of its parts.
 #include <windows.h>
 
 #include <cstdio>
@@ -112,6 +115,29 @@ bool PressKey(DWORD pid, char key) {
   return done && written == 2;
 }
 
+BOOL CALLBACK PrintText(HWND part, LPARAM) {
+  constexpr UINT kLimitMilliseconds = 5000;
+  wchar_t text[2048] = L"";
+  DWORD_PTR length = 0;
+  // By message: the part belongs to another program.
+  SendMessageTimeoutW(part, WM_GETTEXT, std::size(text), reinterpret_cast<LPARAM>(text),
+                      SMTO_ABORTIFHUNG, kLimitMilliseconds, &length);
+  char utf8[3 * std::size(text)] = "";
+  WideCharToMultiByte(CP_UTF8, 0, text, -1, utf8, sizeof utf8, nullptr, nullptr);
+  if (length > 0) std::printf("%s\n", utf8);
+  return TRUE;
+}
+
+int ReadWindow(const wchar_t* title) {
+  const HWND window = FindWindowW(nullptr, title);
+  if (window == nullptr) {
+    std::fprintf(stderr, "There is no such window: error %lu\n", GetLastError());
+    return 1;
+  }
+  EnumChildWindows(window, PrintText, 0);
+  return 0;
+}
+
 int RunInNewConsole(const Order& order) {
   const std::optional<PROCESS_INFORMATION> process = Start(order);
   if (!process) return 1;
@@ -132,11 +158,13 @@ int wmain(int count, wchar_t** arguments) {
     const DWORD pid = std::wcstoul(arguments[2], nullptr, 10);
     return PressKey(pid, static_cast<char>(arguments[3][0])) ? 0 : 1;
   }
+  if (verb == L"read" && count == 3) return ReadWindow(arguments[2]);
   const std::optional<Order> order = Parse(count, arguments);
   if (verb == L"start" && order) return RunInNewConsole(*order);
   std::fprintf(stderr,
                "usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] "
                "[--env NAME=VALUE]... -- PROGRAM [ARGUMENT]...\n"
-               "       console_driver press PID KEY\n");
+               "       console_driver press PID KEY\n"
+               "       console_driver read TITLE\n");
   return 2;
 }

@@ -63,6 +63,18 @@ export class VoskRun {
     return Number((await textIn(this.driverLog, pattern, limitMs))[1]);
   }
 
+  /** Types X keys on the display's keyboard while VOSK's window has the focus. */
+  type(...keys) {
+    return this.machine.typeInto('VOSK\\.exe$', keys);
+  }
+
+  /** The texts of a box that VOSK shows. */
+  async boxTexts(title) {
+    const { code, output } = await this.machine.run('wine', [this.driver, 'read', title]);
+    if (code !== 0) throw new Error(`The box was not read: ${output}`);
+    return output.replaceAll('\r', '').trim();
+  }
+
   /** Presses one key in VOSK's console. */
   async press(key) {
     const { code, output } = await this.machine.run('wine',

@@ -12,6 +12,7 @@ import { within } from './waiting.mjs';
 const prefixLimitMs = 120_000;
 const programLimitMs = 60_000;
 const displayLimitMs = 15_000;
+const keyPauseMs = 50;
 
 /** The name under which programs on the machine know an absolute path. */
 export const windowsPath = (file) => `Z:${file.replaceAll('/', '\\')}`;
@@ -113,6 +114,19 @@ export class WineMachine {
     } finally {
       await rm(outputFile, { force: true });
     }
+  }
+
+  /**
+   * Waits for a window whose title matches the pattern, clicks into it and types X keys ("m",
+   * "Down"). Without the click, Wine gives the keys to the window that came last.
+   */
+  async typeInto(title, keys) {
+    const { output } = await this.run('xdotool', ['search', '--sync', '--name', title]);
+    const [window] = output.split('\n');
+    const { code } = await this.run('xdotool', ['windowraise', window,
+      'mousemove', '--window', window, '5', '5', 'click', '1', 'windowfocus', '--sync', window,
+      'key', '--delay', String(keyPauseMs), ...keys]);
+    if (code !== 0) throw new Error(`The keys were not typed: ${keys.join(' ')}`);
   }
 
   /** The roaming application data folder of the machine's user. */
