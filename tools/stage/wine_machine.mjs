@@ -115,6 +115,12 @@ export class WineMachine {
     }
   }
 
+  /** The name under which the machine's programs know a file of the host. */
+  nameOf(file) {
+    const inside = path.relative(path.join(this.prefix, 'drive_c'), file);
+    return inside.startsWith('..') ? windowsPath(file) : `C:\\${inside.replaceAll('/', '\\')}`;
+  }
+
   /** The roaming application data folder of the machine's user. */
   get roamingFolder() {
     return path.join(this.prefix, 'drive_c/users', os.userInfo().username, 'AppData/Roaming');
