@@ -11,6 +11,9 @@ inline constexpr std::string_view kVersion = "3.3";
 inline constexpr std::u16string_view kSupervisorExecutable = u"VOSK.exe";
 inline constexpr std::u16string_view kCoreExecutable = u"VELDRAN Core.exe";
 
+// Where the Core's installer puts the Core, and VOSK beside it.
+inline constexpr std::string_view kInstallDirectory =
+    R"(C:\Program Files\VELDRAN Inc\VELDRAN Core)";
 inline constexpr std::string_view kDefaultTargetPath =
     R"(C:\Program Files\VELDRAN Inc\VELDRAN Core\VELDRAN Core.exe)";
 

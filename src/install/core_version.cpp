@@ -9,8 +9,6 @@
 namespace vosk::install {
 namespace {
 
-constexpr std::string_view kVersionFile = "CoreVersion.txt";
-
 std::string Trim(const std::string& line) {
   constexpr std::string_view kBlanks = " \t\n\r";
   const auto first = line.find_first_not_of(kBlanks);
@@ -22,14 +20,14 @@ std::string Trim(const std::string& line) {
 
 std::string ReadCoreVersionFile(platform::Files& files,
                                 const std::filesystem::path& stats_directory) {
-  const auto stream = files.OpenForReading(stats_directory / kVersionFile);
+  const auto stream = files.OpenForReading(stats_directory / kCoreVersionFile);
   std::string line;
   if (!stream || !std::getline(**stream, line)) return {};
   return Trim(line);
 }
 
 bool HasCoreVersionFile(platform::Files& files, const std::filesystem::path& stats_directory) {
-  return files.Exists(stats_directory / kVersionFile).value_or(true);
+  return files.Exists(stats_directory / kCoreVersionFile).value_or(true);
 }
 
 CoreVersion::CoreVersion(platform::Files& files, console::LogSink& log)
@@ -41,7 +39,7 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
     return {};
   }
   try {
-    const auto path = log_root_directory / kVersionFile;
+    const auto path = log_root_directory / kCoreVersionFile;
     if (!quiet) {
       log_.LogInfo(
           fmt::format("Attempting to read current core version from: {}", text::PathToUtf8(path)));

@@ -10,6 +10,8 @@
 namespace vosk::install {
 
 inline constexpr std::string_view kUnknownVersion = "0.0.0";
+// In the Core's stats directory.
+inline constexpr std::string_view kCoreVersionFile = "CoreVersion.txt";
 
 // The trimmed first line of "CoreVersion.txt" in the Core's stats directory; empty where the file
 // is missing, unreadable or blank.

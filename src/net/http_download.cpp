@@ -13,10 +13,6 @@
 namespace vosk::net {
 namespace {
 
-constexpr long kConnectSeconds = 60;
-// Slower than this for so long is given up.
-constexpr long kSlowestBytesPerSecond = 1'024;
-constexpr long kSlowestSeconds = 60;
 // Some versions of libcurl follow a circle of redirections for ever.
 constexpr long kMostRedirections = 30;
 constexpr double kHighestRunningPercentage = 99.9;
@@ -99,14 +95,17 @@ std::size_t WriteBody(char* data, std::size_t size, std::size_t count, void* fil
   return static_cast<DownloadedFile*>(file)->Write(data, size * count);
 }
 
-int ShowProgress(void* reporter, curl_off_t total, curl_off_t now, curl_off_t,
-                 curl_off_t) noexcept {
+int ShowProgress(void* reporter, curl_off_t total, curl_off_t now, curl_off_t, curl_off_t) noexcept
+    try {
   const DownloadedBytes bytes{.now = now, .total = total};
   return static_cast<ProgressReporter*>(reporter)->Report(bytes) ? 0 : 1;
+} catch (...) {
+  // libcurl must not be unwound; without memory for a line the transfer ends.
+  return 1;
 }
 
 void SetOptions(CURL* easy, const std::string& url, DownloadedFile& file,
-                ProgressReporter& reporter) {
+                ProgressReporter& reporter, const DownloadLimits& limits) {
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, WriteBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &file);
@@ -119,9 +118,9 @@ void SetOptions(CURL* easy, const std::string& url, DownloadedFile& file,
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT, 0L);
-  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
-  curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, kSlowestBytesPerSecond);
-  curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, kSlowestSeconds);
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, limits.connect_seconds);
+  curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, limits.slowest_bytes_per_second);
+  curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, limits.slowest_seconds);
   curl_easy_setopt(easy, CURLOPT_USERAGENT, "VELDRAN-CrashUploader/1.8");
 }
 
@@ -137,12 +136,14 @@ std::string DescribeFailure(CURL* easy, CURLcode code) {
 
 HttpDownloader::HttpDownloader(platform::Files& files, platform::Clock& clock,
                                console::LogSink& log, console::TransferProgress& progress,
-                               const std::atomic<bool>& g_terminateMonitoring)
+                               const std::atomic<bool>& g_terminateMonitoring,
+                               DownloadLimits limits)
     : files_(files),
       clock_(clock),
       log_(log),
       progress_(progress),
-      g_terminateMonitoring_(g_terminateMonitoring) {}
+      g_terminateMonitoring_(g_terminateMonitoring),
+      limits_(limits) {}
 
 bool HttpDownloader::DownloadFile(const std::string& url,
                                   const std::filesystem::path& destination) {
@@ -165,7 +166,7 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   DownloadedFile file(std::move(*stream));
   ProgressReporter reporter(clock_, log_, progress_, g_terminateMonitoring_);
   progress_.Begin("Downloading");
-  SetOptions(easy.get(), url, file, reporter);
+  SetOptions(easy.get(), url, file, reporter, limits_);
   CURLcode code = curl_easy_perform(easy.get());
   if (const int error = file.Close(); error != 0) {
     log_.LogWarn(fmt::format("DownloadFile: Writing to {} failed. Error: {} (Code: {})", target,
@@ -189,12 +190,13 @@ void HttpDownloader::RemoveIncompleteFile(const std::filesystem::path& destinati
   try {
     // Where nobody can say whether it exists, it may well be there.
     if (!files_.Exists(destination).value_or(true)) return;
-    if (const auto removed = files_.Remove(destination); !removed) {
+    const auto removed = files_.Remove(destination);
+    if (!removed) {
       log_.LogWarn(fmt::format("Failed to remove incomplete download file: {}. Error: {}", target,
                                removed.error().text));
-      return;
+    } else if (*removed) {
+      log_.LogInfo(fmt::format("Removed incomplete download file: {}", target));
     }
-    log_.LogInfo(fmt::format("Removed incomplete download file: {}", target));
   } catch (const std::exception& problem) {
     log_.LogWarn(fmt::format("Exception while removing incomplete download file '{}': {}", target,
                              problem.what()));

@@ -11,12 +11,20 @@
 
 namespace vosk::net {
 
+// When a download is given up. A long one is not, as long as it moves.
+struct DownloadLimits {
+  long connect_seconds = 60;
+  // Slower than this for so long is too slow.
+  long slowest_bytes_per_second = 1'024;
+  long slowest_seconds = 60;
+};
+
 class HttpDownloader : public Downloader {
  public:
   // A set `g_terminateMonitoring` breaks a running transfer off.
   HttpDownloader(platform::Files& files, platform::Clock& clock, console::LogSink& log,
                  console::TransferProgress& progress,
-                 const std::atomic<bool>& g_terminateMonitoring);
+                 const std::atomic<bool>& g_terminateMonitoring, DownloadLimits limits = {});
 
   bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override;
 
@@ -28,6 +36,7 @@ class HttpDownloader : public Downloader {
   console::LogSink& log_;
   console::TransferProgress& progress_;
   const std::atomic<bool>& g_terminateMonitoring_;
+  DownloadLimits limits_;
 };
 
 }  // namespace vosk::net

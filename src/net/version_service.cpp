@@ -12,11 +12,10 @@ namespace vosk::net {
 namespace {
 
 constexpr long kHttpOk = 200;
-constexpr long kSecondsInAll = 15;
-constexpr long kConnectSeconds = 5;
 // What a reply may take of the memory; a server that sends more is treated like one that has used
-// it up.
-constexpr std::size_t kLargestBody = std::size_t{128} << 20;
+// it up. The parsed document is many times as large, and its parser does not survive a refused
+// allocation.
+constexpr std::size_t kLargestBody = std::size_t{4} << 20;
 // A body of this size is told in full. The log, its recent lines and the console each keep a copy.
 constexpr std::size_t kLongestLoggedBody = std::size_t{64} << 10;
 
@@ -46,18 +45,22 @@ class ResponseBody {
   std::string text_;
 };
 
-std::size_t CollectBody(char* data, std::size_t size, std::size_t count, void* body) noexcept {
+std::size_t CollectBody(char* data, std::size_t size, std::size_t count, void* body) noexcept try {
   return static_cast<ResponseBody*>(body)->Append(data, size * count);
+} catch (...) {
+  // Not even memory for the line that says so.
+  return 0;
 }
 
-void SetOptions(CURL* easy, const std::string& url, ResponseBody& body) {
+void SetOptions(CURL* easy, const std::string& url, ResponseBody& body,
+                const VersionServicePatience& patience) {
   const std::string user_agent = fmt::format("VELDRAN-VOSK/{}", identity::kVersion);
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, CollectBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
   curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(easy, CURLOPT_TIMEOUT, kSecondsInAll);
-  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, kConnectSeconds);
+  curl_easy_setopt(easy, CURLOPT_TIMEOUT, patience.seconds_in_all);
+  curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, patience.connect_seconds);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
   curl_easy_setopt(easy, CURLOPT_USERAGENT, user_agent.c_str());
@@ -68,8 +71,9 @@ void SetOptions(CURL* easy, const std::string& url, ResponseBody& body) {
 
 }  // namespace
 
-HttpVersionService::HttpVersionService(std::string url, console::LogSink& log)
-    : url_(std::move(url)), log_(log) {}
+HttpVersionService::HttpVersionService(std::string url, console::LogSink& log,
+                                       VersionServicePatience patience)
+    : url_(std::move(url)), log_(log), patience_(patience) {}
 
 std::string HttpVersionService::FetchVersion() {
   log_.LogInfo(fmt::format("Checking for latest version from API: {}", url_));
@@ -79,7 +83,7 @@ std::string HttpVersionService::FetchVersion() {
     return {};
   }
   ResponseBody body(log_);
-  SetOptions(easy.get(), url_, body);
+  SetOptions(easy.get(), url_, body, patience_);
   const CURLcode code = curl_easy_perform(easy.get());
   long status = 0;
   curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);

@@ -14,10 +14,16 @@ class VersionService {
   virtual std::string FetchVersion() = 0;
 };
 
-// Asks over HTTPS; blocks for 15 seconds at most.
+// For how long the service is waited for.
+struct VersionServicePatience {
+  long connect_seconds = 5;
+  long seconds_in_all = 15;
+};
+
+// Asks over HTTPS and blocks until the answer is there or its patience ends.
 class HttpVersionService : public VersionService {
  public:
-  HttpVersionService(std::string url, console::LogSink& log);
+  HttpVersionService(std::string url, console::LogSink& log, VersionServicePatience patience = {});
 
   std::string FetchVersion() override;
 
@@ -26,6 +32,7 @@ class HttpVersionService : public VersionService {
 
   std::string url_;
   console::LogSink& log_;
+  VersionServicePatience patience_;
 };
 
 }  // namespace vosk::net

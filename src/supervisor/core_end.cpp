@@ -33,6 +33,15 @@ void MonitoringLoop::HandleCoreEnd() {
   ForgetCore();
 }
 
+void MonitoringLoop::HandleExpectedEnd() {
+  log_.LogInfo("Target process termination detected during update sequence (expected).");
+  if (state_.hProcDump) {
+    log_.LogInfo("Closing potentially orphaned ProcDump handle during update.");
+    state_.hProcDump.Reset();
+  }
+  ForgetCore();
+}
+
 CoreEnd MonitoringLoop::JudgeCoreEnd() {
   CoreEnd end;
   if (const auto exit_code = host_.processes.ExitCode(state_.hTargetProcess)) {
@@ -58,8 +67,6 @@ CoreEnd MonitoringLoop::JudgeCoreEnd() {
 }
 
 void MonitoringLoop::EndMonitorOfDeadCore() {
-  monitor_lost_at_.reset();
-  monitor_retry_delay_ = kMonitorLossGrace;
   if (!state_.hProcDump) return;
   log_.LogInfo("Terminating ProcDump monitor...");
   services_.processes.TerminateProcessL(state_.hProcDump, kTerminatedExitCode);

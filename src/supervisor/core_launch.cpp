@@ -14,6 +14,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kRelaunchDelay{5000};
 // How long a fresh Core gets before a monitor is attached to it.
 constexpr milliseconds kSettlingPause{2000};
+constexpr std::chrono::seconds kExitPause{15};
 constexpr std::uint32_t kTerminatedExitCode = 1;
 
 }  // namespace
@@ -32,7 +33,24 @@ void MonitoringLoop::Relaunch() {
         "VELDRAN Core is already running (PID: {}). Not launching another one.", running.front()));
     return;
   }
-  if (LaunchCore()) WatchLaunchedCore();
+  if (LaunchCore()) {
+    WatchLaunchedCore();
+  } else {
+    RepairInstallation();
+  }
+}
+
+void MonitoringLoop::RepairInstallation() {
+  log_.LogWarn("Attempting automated download and installation/repair of VELDRAN Core...");
+  if (services_.msi_installer.AutomatedInstall(places_.dump_storage_directory.parent_path())) {
+    log_.LogInfo("Automated installation succeeded. Will attempt relaunch next cycle.");
+    return;
+  }
+  log_.LogError("Automated installation failed. Cannot relaunch VELDRAN Core automatically.");
+  log_.LogError("Please install VELDRAN Core manually and restart the reporter.");
+  state_.g_terminateMonitoring.store(true);
+  log_.LogWarn("Reporter will exit in 15 seconds due to installation failure.");
+  host_.clock.SleepFor(kExitPause);
 }
 
 bool MonitoringLoop::LaunchCore() {
@@ -47,9 +65,7 @@ bool MonitoringLoop::LaunchCore() {
     return false;
   }
   log_.LogInfo("VELDRAN Core relaunched successfully.");
-  state_.hTargetProcess = std::move(started->handle);
-  state_.target_pid = started->pid;
-  state_.target_launch_time = host_.clock.SteadyNow();
+  HoldCore(std::move(started->handle), started->pid);
   return true;
 }
 

@@ -31,11 +31,23 @@ MenuActions::MenuActions(platform::Console& console, console::LogSink& log, cons
 void MenuActions::ReadKeyboard() {
   if (!console_.KeyWaiting()) return;
   const int key = console_.ReadKey();
-  if (state_.menu_visible) {
+  if (key == kArrowPrefix || key == kKeypadPrefix) {
+    HandleSpecialKey();
+  } else if (state_.menu_visible) {
     HandleMenuKey(key);
   } else {
     HandleLogKey(key);
   }
+}
+
+void MenuActions::HandleSpecialKey() {
+  // The code is taken with its prefix whether it means something here or not: left behind, it would
+  // be read as a letter, and that of Page Down is a Q. A letter that looks like the prefix has
+  // none.
+  const int code = console_.KeyWaiting() ? console_.ReadKey() : 0;
+  if (!state_.menu_visible) return;
+  if (code == kUp) MoveSelection(-1);
+  if (code == kDown) MoveSelection(+1);
 }
 
 void MenuActions::HandleLogKey(int key) {
@@ -49,13 +61,6 @@ void MenuActions::HandleLogKey(int key) {
 
 void MenuActions::HandleMenuKey(int key) {
   switch (key) {
-    case kArrowPrefix:
-    case kKeypadPrefix: {
-      const int code = console_.ReadKey();
-      if (code == kUp) MoveSelection(-1);
-      if (code == kDown) MoveSelection(+1);
-      break;
-    }
     case kEnter:
       CloseMenu();
       RunSelectedItem();
@@ -68,7 +73,7 @@ void MenuActions::HandleMenuKey(int key) {
     case 'q':
       CloseMenu();
       log_.LogWarn("Menu: Quit VOSK & VELDRAN Core requested via 'Q'.");
-      state_.g_terminateMonitoring.store(true);
+      Quit();
       break;
     default:
       break;
@@ -114,7 +119,7 @@ void MenuActions::RunSelectedItem() {
     case 4:
       return SubmitDiagnosticReport();
     case 5:
-      return RefuseReinstall();
+      return services_.update.ForceReinstall();
     default:
       return ToggleRedAlert();
   }
@@ -155,10 +160,6 @@ void MenuActions::SubmitDiagnosticReport() {
     return;
   }
   services_.diagnostic_report.Submit(state_.target_pid, places_);
-}
-
-void MenuActions::RefuseReinstall() {
-  log_.LogWarn("Menu: This version of VOSK cannot reinstall VELDRAN Core.");
 }
 
 void MenuActions::ToggleRedAlert() {

@@ -7,6 +7,7 @@
 #include "dumps/dump_capture.h"
 #include "install/core_version.h"
 #include "platform/console.h"
+#include "supervisor/core_update.h"
 #include "supervisor/diagnostic_report.h"
 #include "supervisor/graceful_restart.h"
 #include "supervisor/places.h"
@@ -20,6 +21,7 @@ struct MenuServices {
   const install::CoreVersion& core_version;
   GracefulRestart& restart;
   DiagnosticReport& diagnostic_report;
+  CoreUpdate& update;
 };
 
 class MenuActions {
@@ -34,6 +36,7 @@ class MenuActions {
   void RefreshMenu(bool redraw);
 
  private:
+  void HandleSpecialKey();
   void HandleLogKey(int key);
   void HandleMenuKey(int key);
   void MoveSelection(int steps);
@@ -45,7 +48,6 @@ class MenuActions {
   void Quit();
   void ShowVersions();
   void SubmitDiagnosticReport();
-  void RefuseReinstall();
   void ToggleRedAlert();
 
   [[nodiscard]] bool CoreRuns() const;

@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr milliseconds kMenuInterval{100};
+constexpr milliseconds kShortageInterval{1000};
 constexpr seconds kStatusReportInterval{15};
 constexpr std::chrono::hours kScheduledRestartInterval{12};
 
@@ -33,13 +34,30 @@ void MonitoringLoop::Run() {
   while (!state_.g_terminateMonitoring.load()) RunCycle();
 }
 
+bool MonitoringLoop::PassDiskGate() {
+  if (services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) {
+    shortage_reported_ = false;
+    return true;
+  }
+  if (!shortage_reported_) {
+    log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
+  }
+  shortage_reported_ = true;
+  host_.clock.SleepFor(kShortageInterval);
+  return false;
+}
+
 void MonitoringLoop::RunCycle() {
+  if (!PassDiskGate()) return;
   ReadCoreVersion();
   const SteadyTime now = host_.clock.SteadyNow();
   services_.menu.ReadKeyboard();
   RefreshDisplay();
   if (state_.target_pid == 0 || !state_.hTargetProcess) AttachToRunningCore();
   const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
+  services_.update.CheckPeriodically(now, core_runs);
+  // A successor that has taken over launches the Core itself.
+  if (state_.g_terminateMonitoring.load()) return;
   if (!core_runs) Relaunch();
   host_.clock.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
@@ -85,9 +103,7 @@ bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
                     pid, process.error().value));
     return false;
   }
-  state_.target_pid = pid;
-  state_.hTargetProcess = std::move(*process);
-  state_.target_launch_time = host_.clock.SteadyNow();
+  HoldCore(std::move(*process), pid);
   log_.LogInfo(fmt::format("Successfully attached to existing PID {}. Starting monitoring.", pid));
   log_.LogInfo(fmt::format("Captured {} runtime modules from existing process", CaptureModules()));
   return true;
@@ -96,7 +112,11 @@ bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
 bool MonitoringLoop::CheckCore(SteadyTime now) {
   if (state_.target_pid == 0 || !state_.hTargetProcess) return false;
   if (!services_.processes.IsProcessAlive(state_.target_pid)) {
-    HandleCoreEnd();
+    if (state_.update_in_progress.load()) {
+      HandleExpectedEnd();
+    } else {
+      HandleCoreEnd();
+    }
     return false;
   }
   core_was_running_ = true;
@@ -125,6 +145,15 @@ bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
   services_.restart.InitiateGracefulRestart("Scheduled Interval", state_.target_pid,
                                             state_.hTargetProcess, state_.hProcDump);
   return true;
+}
+
+void MonitoringLoop::HoldCore(platform::ProcessHandle process, platform::ProcessId pid) {
+  state_.target_pid = pid;
+  state_.hTargetProcess = std::move(process);
+  state_.target_launch_time = host_.clock.SteadyNow();
+  // What kept monitors from the last Core need not keep them from this one.
+  monitor_lost_at_.reset();
+  monitor_retry_delay_ = kMonitorLossGrace;
 }
 
 std::size_t MonitoringLoop::CaptureModules() {

@@ -8,9 +8,12 @@
 #include "console/status_bar.h"
 #include "dumps/dump_capture.h"
 #include "install/core_version.h"
+#include "install/disk_keeper.h"
+#include "install/msi_installer.h"
 #include "platform/host.h"
 #include "process/process_control.h"
 #include "report/host_info.h"
+#include "supervisor/core_update.h"
 #include "supervisor/crash_processing.h"
 #include "supervisor/graceful_restart.h"
 #include "supervisor/menu_actions.h"
@@ -35,6 +38,9 @@ struct LoopServices {
   CrashProcessing& crash_processing;
   GracefulRestart& restart;
   MenuActions& menu;
+  install::DiskKeeper& disk_keeper;
+  install::MsiInstaller& msi_installer;
+  CoreUpdate& update;
 };
 
 class MonitoringLoop {
@@ -49,6 +55,8 @@ class MonitoringLoop {
   using SteadyTime = SupervisorState::SteadyTime;
 
   void RunCycle();
+  // False where the cycle has to be left out for want of room.
+  [[nodiscard]] bool PassDiskGate();
   void ReadCoreVersion();
   void RefreshDisplay();
 
@@ -61,6 +69,7 @@ class MonitoringLoop {
   // True where the Core has run so long that it is restarted.
   [[nodiscard]] bool RestartWhenDue(SteadyTime now);
   void HandleCoreEnd();
+  void HandleExpectedEnd();
   [[nodiscard]] CoreEnd JudgeCoreEnd();
   void EndMonitorOfDeadCore();
 
@@ -69,7 +78,10 @@ class MonitoringLoop {
 
   void Relaunch();
   [[nodiscard]] bool LaunchCore();
+  void RepairInstallation();
   void WatchLaunchedCore();
+  // From now on this is the Core to watch.
+  void HoldCore(platform::ProcessHandle process, platform::ProcessId pid);
   // The number of modules of the Core's runtime that are kept for reports.
   std::size_t CaptureModules();
   void ForgetCore();
@@ -81,6 +93,7 @@ class MonitoringLoop {
   SupervisorState& state_;
 
   bool core_was_running_ = false;
+  bool shortage_reported_ = false;
   std::optional<SteadyTime> last_status_report_;
   std::optional<SteadyTime> monitor_lost_at_;
   std::chrono::seconds monitor_retry_delay_ = kMonitorLossGrace;

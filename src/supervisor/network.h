@@ -1,11 +1,14 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <tl/expected.hpp>
 
 #include "console/log.h"
 #include "console/transfer_progress.h"
+#include "net/downloader.h"
+#include "net/version_service.h"
 #include "platform/host.h"
 #include "report/uploader.h"
 
@@ -23,6 +26,10 @@ class Network {
   virtual std::unique_ptr<report::Uploader> MakeUploader(const platform::Host& host,
                                                          console::LogSink& log,
                                                          console::TransferProgress& progress) = 0;
+  virtual std::unique_ptr<net::Downloader> MakeDownloader(
+      const platform::Host& host, console::LogSink& log, console::TransferProgress& progress,
+      const std::atomic<bool>& g_terminateMonitoring) = 0;
+  virtual std::unique_ptr<net::VersionService> MakeVersionService(console::LogSink& log) = 0;
 };
 
 // The real one, on libcurl and to the addresses that VOSK was built for.
@@ -32,6 +39,10 @@ class CurlNetwork : public Network {
   void CleanUp() override;
   std::unique_ptr<report::Uploader> MakeUploader(const platform::Host& host, console::LogSink& log,
                                                  console::TransferProgress& progress) override;
+  std::unique_ptr<net::Downloader> MakeDownloader(
+      const platform::Host& host, console::LogSink& log, console::TransferProgress& progress,
+      const std::atomic<bool>& g_terminateMonitoring) override;
+  std::unique_ptr<net::VersionService> MakeVersionService(console::LogSink& log) override;
 };
 
 }  // namespace vosk::supervisor

@@ -20,12 +20,16 @@ struct SupervisorState {
   platform::ProcessHandle hProcDump;
   SteadyTime target_launch_time{};  // zero: no Core; the time of attaching where it ran before us
   std::int64_t crash_count = 0;
+  // What the version service said last, and when it was asked; empty: it could not be asked.
+  std::string last_fetched_version;
+  SteadyTime last_update_check_time{};
   // What the Core's runtime consists of, for reports on a crash of it; guarded by the console lock.
   report::ProcessModules captured_modules;
 
   std::atomic<bool> g_terminateMonitoring{false};
   std::atomic<bool> red_alert_mode{false};
   std::atomic<bool> restart_in_progress{false};
+  std::atomic<bool> update_in_progress{false};
   bool menu_visible = false;
   int menu_selection = 1;
 };

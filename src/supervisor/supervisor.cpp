@@ -7,11 +7,14 @@
 
 #include "console/boot_animation.h"
 #include "console/colours.h"
+#include "hostsettings/crash_dialogs.h"
 #include "identity.h"
+#include "install/self_update.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "report/report_archive.h"
+#include "supervisor/core_update.h"
 #include "supervisor/diagnostic_report.h"
 #include "supervisor/graceful_restart.h"
 #include "supervisor/host_info_self_test.h"
@@ -87,6 +90,9 @@ int Supervisor::Run(const std::vector<std::string>& arguments) {
   if (!ClearTheField()) return kFailure;
   OpenConsoleAndLog();
   LogBanner();
+  hostsettings::CrashDialogs crash_dialogs(host_.registry, log_);
+  crash_dialogs.SuppressWerDialog();
+  crash_dialogs.DisableJitDebugger();
   processes_.EnableDebugPriv();
   if (!arguments.empty()) LogArguments(arguments);
   return RunWithNetwork();
@@ -195,34 +201,67 @@ int Supervisor::RunWithCom() {
   const AtScopeEnd uninitialize([this, com] {
     if (!com.Failed()) host_.system.UninitializeCom();
   });
+  const auto downloader =
+      network_.MakeDownloader(host_, log_, progress_, state_.g_terminateMonitoring);
+  install::DiskKeeper disk_keeper(host_.files, host_.clock, log_, processes_);
+  install::MsiInstaller msi_installer(host_, log_, progress_, processes_, *downloader);
+  const Provisions provisions{
+      .downloader = *downloader, .disk_keeper = disk_keeper, .msi_installer = msi_installer};
   Places places;
+  if (const auto status = PrepareMonitoring(places, provisions)) return *status;
+  Monitor(places, provisions);
+  return kSuccess;
+}
+
+int Supervisor::EndInitialization(const std::string& text) {
+  log_.LogError(fmt::format("FATAL Initialization Error: {}", text));
+  return EndFatally(
+      "VOSK Error",
+      fmt::format("Initialization failed: {}\n\nPlease check the VOSK.log file for details.",
+                  text));
+}
+
+std::optional<int> Supervisor::PrepareMonitoring(Places& places, const Provisions& provisions) {
   StartupPlaces finder(host_, log_);
+  StartupProvision provision(host_, log_, provisions);
   if (const auto fixed = finder.FixDirectories(places); !fixed) {
-    log_.LogError(fmt::format("FATAL Initialization Error: {}", fixed.error()));
-    return EndFatally("VOSK Error",
-                      fmt::format("Initialization failed: {}\n\nPlease check the VOSK.log file for "
-                                  "details.",
-                                  fixed.error()));
+    return EndInitialization(fixed.error());
   }
+  if (const auto acquired = provision.AcquireProcDump(places); !acquired) {
+    return EndInitialization(acquired.error());
+  }
+  provision.RemoveUpdateLeftovers(places);
   const bool target_found = finder.LocateTarget(places);
   HostInfoSelfTest(host_.clock, host_.files, log_, [this](const std::filesystem::path& path) {
     return host_info_.GenerateHostInfoFile(path);
   }).Run(places.dump_storage_directory);
-  if (!target_found) {
+  provision.WaitForDiskSpace(places);
+  if (!target_found && !provision.InstallTarget(places)) {
     const auto message = fmt::format(
-        "Initialization failed: Target executable '{}' not found at default or fallback location. "
-        "Cannot monitor.\n\nPlease check the VOSK.log file for details.",
+        "Initialization failed: Target executable '{}' not found at default or fallback location, "
+        "and automatic installation failed or did not place it correctly. Cannot "
+        "monitor.\n\nPlease check the VOSK.log file for details.",
         text::WideToUtf8(identity::kCoreExecutable));
     log_.LogError(message);
     return EndFatally("VOSK Error", message);
   }
   finder.LocateLogRoot(places);
-  if (!places.log_root_directory.empty()) {
-    core_version_.Read(places.log_root_directory, /*quiet=*/false);
-  }
+  DetermineCoreVersion(places);
   LogMonitoringBanner(places);
-  Monitor(places);
-  return kSuccess;
+  return std::nullopt;
+}
+
+void Supervisor::DetermineCoreVersion(const Places& places) {
+  if (places.log_root_directory.empty()) {
+    log_.LogWarn("Log root directory not available. Update check will assume version '0.0.0'.");
+  } else if (core_version_.Read(places.log_root_directory, /*quiet=*/false).empty()) {
+    log_.LogWarn(
+        "Could not read current version from file or file empty. Update check will assume version "
+        "'0.0.0'.");
+  } else {
+    return;
+  }
+  core_version_.Set(std::string(install::kUnknownVersion));
 }
 
 void Supervisor::LogMonitoringBanner(const Places& places) {
@@ -242,7 +281,7 @@ void Supervisor::LogMonitoringBanner(const Places& places) {
   log_.LogInfo(kRule);
 }
 
-void Supervisor::Monitor(const Places& places) {
+void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
   dumps::DumpCapture dump_capture(host_, log_, state_.red_alert_mode);
   report::ReportArchive archive(host_.files, host_.system, host_.clock, log_, progress_);
   const auto uploader = network_.MakeUploader(host_, log_, progress_);
@@ -251,11 +290,22 @@ void Supervisor::Monitor(const Places& places) {
   DiagnosticReport diagnostic_report(host_.files, log_, dump_capture, host_info_, archive,
                                      *uploader, state_.red_alert_mode);
   GracefulRestart restart(host_.processes, log_, processes_, state_);
+  const auto version_service = network_.MakeVersionService(log_);
+  install::SelfUpdate self_update(host_, log_, processes_, provisions.downloader, core_version_,
+                                  state_.g_terminateMonitoring);
+  CoreUpdate update(host_, log_,
+                    {.version_service = *version_service,
+                     .self_update = self_update,
+                     .disk_keeper = provisions.disk_keeper,
+                     .core_version = core_version_,
+                     .processes = processes_},
+                    places, state_);
   MenuActions menu(host_.console, log_, screen_,
                    {.dump_capture = dump_capture,
                     .core_version = core_version_,
                     .restart = restart,
-                    .diagnostic_report = diagnostic_report},
+                    .diagnostic_report = diagnostic_report,
+                    .update = update},
                    places, state_);
   MonitoringLoop loop(host_, log_,
                       {.screen = screen_,
@@ -266,8 +316,12 @@ void Supervisor::Monitor(const Places& places) {
                        .host_info = host_info_,
                        .crash_processing = crash_processing,
                        .restart = restart,
-                       .menu = menu},
+                       .menu = menu,
+                       .disk_keeper = provisions.disk_keeper,
+                       .msi_installer = provisions.msi_installer,
+                       .update = update},
                       places, state_);
+  update.CheckAtStartup();
   loop.Run();
   ShutDown();
 }

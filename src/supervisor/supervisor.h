@@ -16,6 +16,7 @@
 #include "report/host_info.h"
 #include "supervisor/network.h"
 #include "supervisor/places.h"
+#include "supervisor/startup_provision.h"
 #include "supervisor/state.h"
 
 namespace vosk::supervisor {
@@ -40,13 +41,17 @@ class Supervisor {
 
   int RunWithNetwork();
   int RunWithCom();
-  void Monitor(const Places& places);
+  // Finds, fetches or installs what monitoring needs; an exit status where it cannot begin.
+  [[nodiscard]] std::optional<int> PrepareMonitoring(Places& places, const Provisions& provisions);
+  void DetermineCoreVersion(const Places& places);
+  void Monitor(const Places& places, const Provisions& provisions);
   void ShutDown();
   void ReleaseConsole();
   [[nodiscard]] console::StatusSnapshot Status() const;
 
   // Tells the operator in a box why the program ends, and gives the exit status.
   int EndFatally(const std::string& title, const std::string& text);
+  int EndInitialization(const std::string& text);
 
   platform::Host host_;
   Network& network_;

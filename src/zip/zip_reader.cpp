@@ -60,8 +60,12 @@ ZipReader::Outcome ZipReader::ExtractToFile(std::uint32_t index,
   if (!name) return Failed(MZ_ZIP_INVALID_FILENAME);
   if (const Outcome sound = CheckMember(index); !sound) return sound;
   mz_zip_archive& zip = archive_->zip;
+  // A name that was not found is still noted as the last error.
+  mz_zip_clear_last_error(&zip);
   if (mz_zip_reader_extract_to_file(&zip, index, name->c_str(), 0) != 0) return {};
-  const mz_zip_error error = mz_zip_peek_last_error(&zip);
+  mz_zip_error error = mz_zip_peek_last_error(&zip);
+  // miniz notes nothing where the compressed bytes themselves make no sense.
+  if (error == MZ_ZIP_NO_ERROR) error = MZ_ZIP_DECOMPRESSION_FAILED;
   // A file that could not even be opened is somebody else's, and whole.
   if (error == MZ_ZIP_FILE_OPEN_FAILED) return Failed(error);
   if (const auto removed = files_.Remove(destination); !removed) {

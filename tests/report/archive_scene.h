@@ -6,12 +6,14 @@
 #include <random>
 
 #include "report/report_archive.h"
-#include "tests/report/meddling_files.h"
 #include "tests/report/zip_contents.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meddling_files.h"
 #include "tests/support/simulated_host.h"
 
 namespace vosk::report {
+
+using support::MeddlingFiles;
 
 inline const std::filesystem::path kDump = "dumps/core.dmp";
 inline const std::filesystem::path kZip = "dumps/core_RIG-7_CRASH.zip";

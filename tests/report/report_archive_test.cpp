@@ -173,7 +173,7 @@ TEST_F(ReportArchiveTest, NamesTheZipWithoutAComputerName) {
   EXPECT_EQ(archive_.MakeReportZipPath(kDump, "LIVE_FD"), "dumps/core_UNKNOWN_LIVE_FD.zip");
 }
 
-// Writes a dump of more than 4 GiB and packs it; takes a minute and little room on the disk.
+// Writes a dump of more than 4 GiB and packs it; takes 20 seconds and little room on the disk.
 TEST_F(ReportArchiveTest, SlowDumpAbove4GiB) {
   constexpr std::uint64_t kSize = (4ull << 30) + 5'000'001;
   const std::string tail = Noise(100'000);

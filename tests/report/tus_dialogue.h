@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "report/tus_client.h"
-#include "tests/report/meddling_files.h"
-#include "tests/report/scripted_peer.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meddling_files.h"
+#include "tests/support/scripted_peer.h"
 #include "tests/support/simulated_host.h"
 
 namespace vosk::report {
+
+using support::MeddlingFiles;
+using support::PeerRequest;
+using support::ScriptedPeer;
 
 inline const std::filesystem::path kReport = "dumps/r.zip";
 

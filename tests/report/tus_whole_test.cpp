@@ -1,9 +1,6 @@
 // Whole uploads against servers that play by the rules, with something failing on our side.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-
 #include "tests/report/tus_dialogue.h"
 #include "tests/support/sweep.h"
 
@@ -52,38 +49,10 @@ TEST(TusSweep, LosesNothingWhateverFails) {
   });
 }
 
-// A server whose certificate nobody vouches for.
-class UnknownTlsServer {
- public:
-  UnknownTlsServer() {
-    EXPECT_EQ(
-        std::system("openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -addext "
-                    "subjectAltName=IP:127.0.0.1 -keyout key.pem -out cert.pem 2>/dev/null"),
-        0);
-    server_ = popen(
-        "exec timeout 20 openssl s_server -www -naccept 1 -accept 127.0.0.1:0 -key key.pem -cert "
-        "cert.pem 2>&1",
-        "r");
-    char line[200];
-    while (std::fgets(line, sizeof(line), server_) != nullptr) {
-      if (std::sscanf(line, "ACCEPT 127.0.0.1:%d", &port_) == 1) return;
-    }
-    ADD_FAILURE() << "no TLS server";
-  }
-  ~UnknownTlsServer() { pclose(server_); }
-  [[nodiscard]] std::string Url() const {
-    return "https://127.0.0.1:" + std::to_string(port_) + "/";
-  }
-
- private:
-  std::FILE* server_ = nullptr;
-  int port_ = 0;
-};
-
 using TusTlsTest = TusDialogue;
 
 TEST_F(TusTlsTest, RefusesAnUnknownCertificate) {
-  UnknownTlsServer server;
+  const support::UnknownTlsServer server;
   TusClient client(server.Url(), files_, host_.clock, log_.Sink(), progress_);
   host_.PutFile(kReport, "report");
   EXPECT_FALSE(client.TusUpload(kReport));

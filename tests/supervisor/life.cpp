@@ -3,6 +3,7 @@
 #include <miniz.h>
 
 #include <filesystem>
+#include <fstream>
 
 namespace vosk::supervisor {
 namespace {
@@ -36,6 +37,35 @@ class FakeUploader : public report::Uploader {
   FakeNetwork& network_;
 };
 
+class FakeDownloader : public net::Downloader {
+ public:
+  explicit FakeDownloader(FakeNetwork& network) : network_(network) {}
+
+  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
+    const auto found = network_.downloads.find(url);
+    if (found == network_.downloads.end()) return false;
+    std::ofstream file(destination, std::ios::binary);
+    file << found->second;
+    return file.good();
+  }
+
+ private:
+  FakeNetwork& network_;
+};
+
+class FakeVersionService : public net::VersionService {
+ public:
+  explicit FakeVersionService(FakeNetwork& network) : network_(network) {}
+
+  std::string FetchVersion() override {
+    ++network_.version_queries;
+    return network_.latest_version;
+  }
+
+ private:
+  FakeNetwork& network_;
+};
+
 }  // namespace
 
 std::unique_ptr<report::Uploader> FakeNetwork::MakeUploader(const platform::Host&,
@@ -44,11 +74,38 @@ std::unique_ptr<report::Uploader> FakeNetwork::MakeUploader(const platform::Host
   return std::make_unique<FakeUploader>(*this);
 }
 
+std::unique_ptr<net::Downloader> FakeNetwork::MakeDownloader(const platform::Host&,
+                                                             console::LogSink&,
+                                                             console::TransferProgress&,
+                                                             const std::atomic<bool>&) {
+  return std::make_unique<FakeDownloader>(*this);
+}
+
+std::unique_ptr<net::VersionService> FakeNetwork::MakeVersionService(console::LogSink&) {
+  return std::make_unique<FakeVersionService>(*this);
+}
+
 void FurnishHost(support::SimulatedHost& host, support::MonitorBehaviour monitor) {
   host.InstallCore();
   host.InstallMonitor(monitor);
   host.PutFile(host.system.roaming_path / "VELDRAN" / "stats" / "TestNet" / "core.log",
                "node started\n");
+}
+
+void ChooseItem(support::SimulatedHost& host, int item) {
+  host.KeyPressed('m');
+  for (int at = 1; at < item; ++at) {
+    host.KeyPressed(kArrow);
+    host.KeyPressed(kDown);
+  }
+  host.KeyPressed(kEnter);
+}
+
+std::size_t EverStarted(const support::SimulatedHost& host, std::u16string_view name) {
+  std::size_t count = 0;
+  for (const auto& [pid, process] : host.processes.Table())
+    count += process.executable_name == name;
+  return count;
 }
 
 int LiveOnce(support::SimulatedHost& host, FakeNetwork& network, const LifeOptions& options) {

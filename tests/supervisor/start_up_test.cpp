@@ -160,7 +160,14 @@ TEST(StartUp, FatalFailuresAreShownInABox) {
        },
        "VOSK Error",
        "Initialization failed: Target executable 'VELDRAN Core.exe' not found at default or "
-       "fallback location. Cannot monitor." +
+       "fallback location, and automatic installation failed or did not place it correctly. "
+       "Cannot monitor." +
+           see_log},
+      {"no ProcDump",
+       [](SimulatedHost&, FakeNetwork&) { std::filesystem::remove("C:/VOSK/procdump64.exe"); },
+       "VOSK Error",
+       "Initialization failed: ProcDump could not be found or acquired. Cannot proceed with "
+       "monitoring." +
            see_log},
   };
   for (const Row& row : rows) {

@@ -52,7 +52,8 @@ void SimClock::Advance(Duration limit, const std::function<bool()>& done) {
   while (!done || !done()) {
     const auto next = happenings_.begin();
     if (next == happenings_.end() || next->first > deadline) {
-      elapsed_ = deadline;
+      // Later where something on the way took time itself.
+      elapsed_ = std::max(elapsed_, deadline);
       return;
     }
     elapsed_ = next->first;

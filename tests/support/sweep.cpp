@@ -41,11 +41,17 @@ struct RunOutcome {
 };
 
 // Keeps the run's failures back, so that they can be told together with the fault behind them.
-void RunOnce(const Scenario& scenario, const std::optional<FaultRule>& rule, RunOutcome& outcome) {
+void RunOnce(const Scenario& scenario, const std::optional<FaultRule>& rule, Duration from,
+             RunOutcome& outcome) {
   const testing::ScopedFakeTestPartResultReporter reporter(
       testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &outcome.results);
   SimulatedHost host;
-  if (rule) host.choke.faults.Add(*rule);
+  // Drawing is the dearest part of a run, and least in a low window.
+  host.console.info.bottom = 3;
+  if (rule && from == Duration(0)) host.choke.faults.Add(*rule);
+  if (rule && from > Duration(0)) {
+    host.At(from, [&rule](SimulatedHost& at) { at.choke.faults.Add(*rule); });
+  }
   try {
     scenario(host);
   } catch (const BudgetExceeded&) {
@@ -76,11 +82,11 @@ void Explain(const RunOutcome& outcome, const std::string& run) {
 
 enum class Verdict { passed, failed, nothing_fired };
 
-Verdict RunWithFault(const Scenario& scenario, const Kind& kind, int n) {
+Verdict RunWithFault(const Scenario& scenario, const SweepLimits& limits, const Kind& kind, int n) {
   FaultRule rule = kind.rule;
   rule.first = n;
   RunOutcome outcome;
-  RunOnce(scenario, rule, outcome);
+  RunOnce(scenario, rule, limits.from, outcome);
   if (!outcome.Passed()) {
     Explain(outcome, fmt::format("{}:{}", kind.name, n));
     return Verdict::failed;
@@ -91,7 +97,7 @@ Verdict RunWithFault(const Scenario& scenario, const Kind& kind, int n) {
 void RepeatOne(const Scenario& scenario, const SweepLimits& limits, const std::string& run) {
   for (const Kind& kind : Kinds(limits.scope)) {
     if (!run.starts_with(kind.name + ":")) continue;
-    RunWithFault(scenario, kind, std::atoi(run.c_str() + kind.name.size() + 1));
+    RunWithFault(scenario, limits, kind, std::atoi(run.c_str() + kind.name.size() + 1));
     return;
   }
   ADD_FAILURE() << "VOSK_FAULT=" << run << " names no kind of fault.";
@@ -100,9 +106,9 @@ void RepeatOne(const Scenario& scenario, const SweepLimits& limits, const std::s
 // Whether the scenario passes with nothing failing, and makes the same calls each time.
 bool PassesClean(const Scenario& scenario) {
   RunOutcome clean;
-  RunOnce(scenario, std::nullopt, clean);
+  RunOnce(scenario, std::nullopt, Duration(0), clean);
   RunOutcome again;
-  RunOnce(scenario, std::nullopt, again);
+  RunOnce(scenario, std::nullopt, Duration(0), again);
   if (!clean.Passed()) {
     Explain(clean, "clean");
     return false;
@@ -121,7 +127,7 @@ void SweepFaults(const Scenario& scenario, const SweepLimits& limits) {
   int runs = 0;
   for (const Kind& kind : Kinds(limits.scope)) {
     for (int n = 1; runs < limits.runs; ++n, ++runs) {
-      const Verdict verdict = RunWithFault(scenario, kind, n);
+      const Verdict verdict = RunWithFault(scenario, limits, kind, n);
       if (verdict == Verdict::failed) return;
       if (verdict == Verdict::nothing_fired) break;
     }

@@ -15,6 +15,7 @@ using Scenario = std::function<void(SimulatedHost&)>;
 struct SweepLimits {
   std::string scope = {};  // as in FaultRule
   int runs = 20'000;       // more are a failure: the sweep would not end
+  Duration from{0};        // calls before this time never fail
 };
 
 // Runs the scenario clean (twice: both runs must make the same calls), then, for every kind of

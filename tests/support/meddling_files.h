@@ -6,9 +6,9 @@
 
 #include "tests/support/forwarding_files.h"
 
-namespace vosk::report {
+namespace vosk::support {
 
-class MeddlingFiles : public support::ForwardingFiles {
+class MeddlingFiles : public ForwardingFiles {
  public:
   // What happens just before or after an operation; it may throw.
   using Hook = std::function<void(const Path&)>;
@@ -75,4 +75,4 @@ class MeddlingFiles : public support::ForwardingFiles {
   };
 };
 
-}  // namespace vosk::report
+}  // namespace vosk::support

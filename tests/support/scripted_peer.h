@@ -3,13 +3,14 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <future>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace vosk::report {
+namespace vosk::support {
 
 struct PeerRequest {
   std::string line;     // "PATCH /files/1"
@@ -65,4 +66,21 @@ class ScriptedPeer {
   std::future<bool> client_;
 };
 
-}  // namespace vosk::report
+// A TLS server on loopback whose certificate nobody vouches for. It would answer any request with
+// 200 and a page, but no client should get that far.
+class UnknownTlsServer {
+ public:
+  UnknownTlsServer();
+  ~UnknownTlsServer();
+  UnknownTlsServer(const UnknownTlsServer&) = delete;
+  UnknownTlsServer& operator=(const UnknownTlsServer&) = delete;
+
+  // "https://127.0.0.1:1234/"
+  [[nodiscard]] std::string Url() const;
+
+ private:
+  std::FILE* server_ = nullptr;
+  int port_ = 0;
+};
+
+}  // namespace vosk::support

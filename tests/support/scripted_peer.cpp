@@ -1,4 +1,4 @@
-#include "tests/report/scripted_peer.h"
+#include "tests/support/scripted_peer.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -12,9 +12,7 @@
 #include <array>
 #include <cstdlib>
 
-#include "report/tus_protocol.h"
-
-namespace vosk::report {
+namespace vosk::support {
 namespace {
 
 constexpr int kPatienceMs = 10'000;
@@ -22,8 +20,11 @@ constexpr int kPatienceMs = 10'000;
 }  // namespace
 
 std::optional<std::string> PeerRequest::Header(const std::string& name) const {
-  if (headers.find("\r\n" + name + ":") == std::string::npos) return std::nullopt;
-  return FindHeaderValue(headers, name);
+  const std::string start = "\r\n" + name + ": ";
+  const std::size_t found = headers.find(start);
+  if (found == std::string::npos) return std::nullopt;
+  const std::size_t value = found + start.size();
+  return headers.substr(value, headers.find("\r\n", value) - value);
 }
 
 ScriptedPeer::ScriptedPeer() : client_ended_(eventfd(0, EFD_CLOEXEC)) {
@@ -151,4 +152,28 @@ void ScriptedPeer::GoDown() {
   listener_ = -1;
 }
 
-}  // namespace vosk::report
+UnknownTlsServer::UnknownTlsServer() {
+  EXPECT_EQ(std::system("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes "
+                        "-days 2 -subj /CN=localhost -addext subjectAltName=IP:127.0.0.1 "
+                        "-keyout key.pem -out cert.pem 2>/dev/null"),
+            0);
+  server_ = popen(
+      "exec timeout 20 openssl s_server -www -naccept 1 -accept 127.0.0.1:0 -key key.pem "
+      "-cert cert.pem 2>&1",
+      "r");
+  std::array<char, 200> line{};
+  while (std::fgets(line.data(), line.size(), server_) != nullptr) {
+    if (std::sscanf(line.data(), "ACCEPT 127.0.0.1:%d", &port_) == 1) return;
+  }
+  ADD_FAILURE() << "no TLS server";
+}
+
+UnknownTlsServer::~UnknownTlsServer() {
+  pclose(server_);
+}
+
+std::string UnknownTlsServer::Url() const {
+  return fmt::format("https://127.0.0.1:{}/", port_);
+}
+
+}  // namespace vosk::support

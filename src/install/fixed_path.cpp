@@ -1,0 +1,33 @@
+#include "install/fixed_path.h"
+
+#include <algorithm>
+
+namespace vosk::install {
+namespace {
+
+using Path = std::filesystem::path;
+
+// "X:\" at the start; elsewhere than on Windows that is no root to std::filesystem.
+bool StartsAtDriveRoot(const Path& path) {
+  const auto& text = path.native();
+  if (text.size() < 3 || text[1] != ':' || (text[2] != '/' && text[2] != '\\')) return false;
+  return (text[0] >= 'A' && text[0] <= 'Z') || (text[0] >= 'a' && text[0] <= 'z');
+}
+
+}  // namespace
+
+bool IsFixedPath(const Path& path) {
+  if (!path.is_absolute() && !StartsAtDriveRoot(path)) return false;
+  return std::ranges::none_of(path, [](const Path& part) { return part == "." || part == ".."; });
+}
+
+Path VolumeRoot(const Path& path) {
+  if (StartsAtDriveRoot(path)) return path.native().substr(0, 3);
+  return path.has_root_directory() ? path.root_path() : Path();
+}
+
+Path WithoutTrailingSeparator(const Path& path) {
+  return path.has_filename() ? path : path.parent_path();
+}
+
+}  // namespace vosk::install

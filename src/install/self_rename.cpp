@@ -1,0 +1,96 @@
+#include "install/self_rename.h"
+
+#include <fmt/format.h>
+
+#include "text/utf.h"
+
+namespace vosk::install {
+namespace {
+
+using text::PathToUtf8;
+
+constexpr int kRemovalAttempts = 3;
+constexpr std::chrono::milliseconds kRemovalPause{100};
+
+}  // namespace
+
+SelfRename::SelfRename(platform::Clock& clock, platform::Files& files, platform::System& system,
+                       console::LogSink& log)
+    : clock_(clock), files_(files), system_(system), log_(log) {}
+
+std::optional<std::filesystem::path> SelfRename::RenameSelf() {
+  log_.LogInfo("Attempting to rename currently running executable...");
+  const auto own = system_.ModulePath();
+  if (!own) {
+    log_.LogError(
+        fmt::format("RenameSelf: GetModuleFileNameW failed. Error: {}", own.error().value));
+    return std::nullopt;
+  }
+  std::filesystem::path target = *own;
+  target += ".old";
+  log_.LogInfo(fmt::format("RenameSelf: Current path: {}", PathToUtf8(*own)));
+  log_.LogInfo(fmt::format("RenameSelf: Target old path: {}", PathToUtf8(target)));
+  if (!RemoveOlderSelf(target)) return std::nullopt;
+
+  const auto renamed = files_.Rename(*own, target);
+  if (renamed) {
+    log_.LogInfo(fmt::format("RenameSelf: Successfully renamed running executable to: {}",
+                             PathToUtf8(target)));
+    return target;
+  }
+  const platform::ErrorCode error = renamed.error().code;
+  if (error == platform::kAccessDenied || error == platform::kSharingViolation) {
+    log_.LogError(fmt::format(
+        "RenameSelf: Failed to rename executable - likely still locked (Error: {})", error.value));
+  } else {
+    log_.LogError(
+        fmt::format("RenameSelf: Failed to rename executable. Error code: {}", error.value));
+  }
+  // A file system may have done what it reports as failed; the executable must not stay away.
+  if (!files_.Exists(*own).value_or(true)) static_cast<void>(files_.Rename(target, *own));
+  return std::nullopt;
+}
+
+bool SelfRename::RemoveOlderSelf(const std::filesystem::path& target) {
+  const auto exists = files_.Exists(target);
+  if (!exists) {
+    log_.LogWarn(fmt::format("RenameSelf: Error checking existence of '.old' file. Error: {}",
+                             exists.error().text));
+    return true;
+  }
+  if (!*exists) return true;
+  log_.LogInfo(fmt::format("RenameSelf: Removing existing '.old' file: {}", PathToUtf8(target)));
+  for (int attempt = 1;; ++attempt) {
+    const auto removed = files_.Remove(target);
+    if (removed) {
+      log_.LogInfo("RenameSelf: Successfully removed existing '.old' file.");
+      return true;
+    }
+    if (attempt == kRemovalAttempts) {
+      log_.LogWarn(
+          fmt::format("RenameSelf: Failed to remove existing '.old' file after retries. Error: {}",
+                      removed.error().text));
+      return false;
+    }
+    clock_.SleepFor(kRemovalPause);
+  }
+}
+
+bool SelfRename::RenameBack(const std::filesystem::path& old_path) {
+  log_.LogError("Update: Attempting to rename self back from '.old'...");
+  std::filesystem::path own = old_path;
+  own.replace_extension();
+  // The system still knows the running executable by the name that it was started under.
+  if (const auto asked = system_.ModulePath()) own = *asked;
+  if (const auto renamed = files_.Replace(old_path, own); !renamed) {
+    log_.LogError(
+        fmt::format("Update: CRITICAL - Failed to rename self back! Manual intervention required. "
+                    "Error: {}",
+                    renamed.error().text));
+    return false;
+  }
+  log_.LogInfo("Update: Renamed self back successfully.");
+  return true;
+}
+
+}  // namespace vosk::install

@@ -1,0 +1,108 @@
+#include "supervisor/startup_provision.h"
+
+#include <fmt/format.h>
+
+#include "dumps/procdump_acquisition.h"
+#include "identity.h"
+#include "install/tree_removal.h"
+#include "install/work_files.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "text/utf.h"
+
+namespace vosk::supervisor {
+namespace {
+
+using text::PathToUtf8;
+
+constexpr std::chrono::milliseconds kDiskSpacePause{1000};
+constexpr std::uint64_t kMebibyte = 1'048'576;
+
+std::filesystem::path TempDirectory(const Places& places) {
+  return places.dump_storage_directory.parent_path();
+}
+
+}  // namespace
+
+StartupProvision::StartupProvision(const platform::Host& host, console::LogSink& log,
+                                   const Provisions& provisions)
+    : host_(host), log_(log), provisions_(provisions) {}
+
+tl::expected<void, std::string> StartupProvision::AcquireProcDump(const Places& places) {
+  dumps::ProcDumpAcquisition acquisition(host_.files, host_.system, log_, provisions_.downloader);
+  if (!acquisition.EnsureProcDumpExists(places.supervisor_directory,
+                                        places.dump_storage_directory)) {
+    return tl::unexpected<std::string>(
+        "ProcDump could not be found or acquired. Cannot proceed with monitoring.");
+  }
+  if (places.dump_storage_directory.empty()) {
+    log_.LogWarn("Dump storage directory path is invalid, cannot clear contents.");
+  } else {
+    provisions_.disk_keeper.ClearDirectory(places.dump_storage_directory);
+  }
+  return {};
+}
+
+void StartupProvision::RemoveUpdateLeftovers(const Places& places) {
+  const auto leftovers = TempDirectory(places) / install::kWorkDirectoryName;
+  if (!host_.files.Exists(leftovers).value_or(false)) return;
+  log_.LogInfo(
+      fmt::format("Removing installation directory left behind: {}", PathToUtf8(leftovers)));
+  if (const auto removed = install::RemoveTree(host_.files, leftovers, leftovers); !removed) {
+    log_.LogWarn(fmt::format("Failed to remove installation directory {}. Error: {}",
+                             PathToUtf8(leftovers), removed.error().text));
+  }
+}
+
+void StartupProvision::WaitForDiskSpace(const Places& places) {
+  install::DiskKeeper& keeper = provisions_.disk_keeper;
+  for (bool first_pass = true; !keeper.CheckDiskSpace(places.target_directory, first_pass);
+       first_pass = false) {
+    log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
+    const std::uint64_t freed =
+        keeper.CleanUpStorage(places.dump_storage_directory, TempDirectory(places));
+    if (keeper.CheckDiskSpace(places.target_directory, /*verbose=*/false)) {
+      log_.LogInfo("Storage cleanup successful! Proceeding with update.");
+    } else {
+      log_.LogError(
+          fmt::format("Even after freeing {} MB, insufficient space for update. Update aborted.",
+                      freed / kMebibyte));
+    }
+    if (first_pass) log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
+    host_.clock.SleepFor(kDiskSpacePause);
+  }
+}
+
+bool StartupProvision::InstallTarget(Places& places) {
+  log_.LogWarn(fmt::format("Target executable '{}' not found. Attempting automatic installation...",
+                           text::WideToUtf8(identity::kCoreExecutable)));
+  if (!provisions_.msi_installer.AutomatedInstall(TempDirectory(places))) {
+    log_.LogError("Automated installation failed.");
+    return false;
+  }
+  log_.LogInfo("Automated installation process completed. Re-checking for target executable...");
+  if (FindInstalledTarget(places)) return true;
+  log_.LogWarn("Target STILL not found after installation attempt.");
+  return false;
+}
+
+bool StartupProvision::FindInstalledTarget(Places& places) {
+  const auto use = [&places](const std::filesystem::path& path) {
+    places.target_path = path;
+    places.target_directory = path.parent_path();
+    return true;
+  };
+  const auto default_path = text::PathFromUtf8(identity::kDefaultTargetPath);
+  log_.LogInfo(fmt::format("Re-checking default path: {}", PathToUtf8(default_path)));
+  if (host_.files.Exists(default_path).value_or(false)) {
+    log_.LogInfo("Target found at default location after installation.");
+    return use(default_path);
+  }
+  const auto fallback = places.supervisor_directory / identity::kCoreExecutable;
+  log_.LogInfo(fmt::format("Re-checking fallback path: {}", PathToUtf8(fallback)));
+  if (!host_.files.Exists(fallback).value_or(false)) return false;
+  log_.LogInfo("Target found at fallback location after installation.");
+  return use(fallback);
+}
+
+}  // namespace vosk::supervisor

@@ -1,0 +1,57 @@
+// What the tests of installing share: packages to download, and the services over one host.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "identity.h"
+#include "install/msi_installer.h"
+#include "install/self_update.h"
+#include "install/work_files.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/simulated_host.h"
+#include "tests/support/zip_bytes.h"
+#include "text/utf.h"
+
+namespace vosk::install {
+
+inline constexpr char kTemp[] = "C:/temp";
+inline constexpr char kWorkDirectory[] = "C:/temp/VELDRAN_Install";
+inline constexpr char kCoreDirectory[] = "C:/Program Files/VELDRAN Inc/VELDRAN Core";
+inline constexpr char16_t kCoreName[] = u"VELDRAN Core.exe";
+inline constexpr char16_t kSelfName[] = u"VOSK.exe";
+
+// A download that hands out bytes made beforehand.
+class PreparedDownload : public net::Downloader {
+ public:
+  explicit PreparedDownload(support::SimulatedHost& host) : host_(host) {}
+
+  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
+    EXPECT_EQ(url, identity::kCorePackageUrl);
+    if (zip.empty()) return false;
+    host_.PutFile(destination, zip);
+    return true;
+  }
+
+  std::string zip;  // empty: the server has none
+
+ private:
+  support::SimulatedHost& host_;
+};
+
+[[nodiscard]] inline std::string PackageZip(support::SimulatedHost& host,
+                                            const support::SimPackage& package) {
+  return support::ZipBytes({{std::string(kMsiName), host.installer.MakePackage(package)}});
+}
+
+// Installed long ago, in the place where the Core belongs.
+inline void InstallOld(support::SimulatedHost& host, const std::string& version,
+                       const std::string& product_code) {
+  host.installer.Install({.product_code = product_code, .version = version}, kCoreDirectory);
+}
+
+inline constexpr char kOldProduct[] = "{11111111-1111-1111-1111-111111111111}";
+inline constexpr char kOlderProduct[] = "{22222222-2222-2222-2222-222222222222}";
+
+}  // namespace vosk::install

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "net/downloader.h"
+
+namespace vosk::support {
+
+// Downloads what the test says, without a server. It keeps the promise of the real one: what it
+// cannot fetch leaves no file.
+class FakeDownloader : public net::Downloader {
+ public:
+  // Puts the answer at the destination, or returns false.
+  std::function<bool(const std::filesystem::path& destination)> fetch;
+  std::vector<std::string> urls;
+
+  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
+    urls.push_back(url);
+    return fetch && fetch(destination);
+  }
+};
+
+}  // namespace vosk::support
