@@ -8,6 +8,7 @@ import { test } from 'node:test';
 import { coreImage, startCore } from '../../tools/stage/core.mjs';
 import { installedProducts, installFolder, installTarget } from '../../tools/stage/installation.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
+import { within } from '../../tools/stage/waiting.mjs';
 import { seconds, useStage } from './support/stage.mjs';
 import { launched, tells } from './support/steps.mjs';
 import { assertInOrder, handedOver, installedVosk, installRelease, movedAside, preparedUpdate,
@@ -18,7 +19,7 @@ const up = useSite();
 
 // In this order; VOSK tries again with every cycle, since the announced version stays newer.
 const badPackages = [
-  { name: 'missing', file: undefined, tells: [
+  { name: 'missing', file: null, tells: [
     '[ERROR] DownloadFile: Download failed. CURLcode: 22*, HTTP Status: 404',
     '[ERROR] Update: Failed download. Aborting before touching local installation.'] },
   { name: 'truncated', file: 'truncated.zip', tells: [
@@ -100,7 +101,7 @@ test('a newer release, published while the Core runs', async (t) => {
     assert.notEqual(pid, core.pid);
     await assertInOrder(vosk, program, '1.2.3');
     assert.ok(existsSync(`${program}.old`), 'the former VOSK lies beside the new one');
-    assert.equal(await core.ended, 1, 'the former Core was terminated');
+    await within(seconds(5), core.ended, 'The former Core runs on.');
   });
   await quitAfterHandOver(vosk);
 });

@@ -15,10 +15,10 @@ import { makeCertificate } from './certificate.mjs';
 export const sitePort = 18444;
 
 class SiteServer {
-  /** The published version; undefined = the version service is out of order. */
-  version;
-  /** Names of files in the packages folder; undefined = answered with 404. */
-  package;
+  /** The published version; null = the version service is out of order. */
+  version = null;
+  /** Names of files in the packages folder; null = answered with 404. */
+  package = null;
   procdump = 'procdump.zip';
   /** Every request so far: {url, status}; status 0 = never answered to the end. */
   requests = [];
@@ -28,7 +28,7 @@ class SiteServer {
     this.folder = folder;
   }
 
-  /** Publishes a release, with the package of that version unless told otherwise. */
+  /** Publishes a release; its package is that version's unless another or none (null) is named. */
   publish(version, packageFile = `core-${version}.zip`) {
     this.version = version;
     this.package = packageFile;

@@ -13,16 +13,12 @@ export async function readKey(machine, key) {
   return Object.fromEntries(values.map(([, name, type, data]) => [name, `${type} ${data}`]));
 }
 
-/** Makes a key hold exactly these values, or go away. */
+/** Makes a key hold exactly these values, at least one, or go away. */
 export async function setKey(machine, key, values) {
   await reg(machine, 'delete', key, '/f');
-  if (!values) return;
-  const orders = [['add', key, '/f'], ...Object.entries(values).map(([name, value]) => {
+  for (const [name, value] of Object.entries(values ?? {})) {
     const [type, data] = value.split(' ');
-    return ['add', key, '/v', name, '/t', type, '/d', data, '/f'];
-  })];
-  for (const order of orders) {
-    const { ok, output } = await reg(machine, ...order);
-    if (!ok) throw new Error(`reg ${order.join(' ')}: ${output}`);
+    const { ok, output } = await reg(machine, 'add', key, '/v', name, '/t', type, '/d', data, '/f');
+    if (!ok) throw new Error(`${key}: ${output}`);
   }
 }
