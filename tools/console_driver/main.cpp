@@ -3,19 +3,28 @@
 //
 // usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] [--env NAME=VALUE]... --
 //                       PROGRAM [ARGUMENT]...
+<<<<<<< HEAD
 //        console_driver press PID KEY
 //        console_driver read TITLE
 //
 // "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" types one
 // character into the console of a running program. "read" prints what stands in the window of that
 // title: the texts of its parts.
+=======
+//        console_driver press PID KEY...
+//
+// "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" presses keys
+// in the console of a running program; each is one character or one of the words up, down, enter.
+>>>>>>> c
 #include <windows.h>
 
 #include <cstdio>
 #include <cwchar>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -85,8 +94,24 @@ std::optional<PROCESS_INFORMATION> Start(Order order) {
   return process;
 }
 
-// Types one character into the console of a process. False with a message when that fails.
-bool PressKey(DWORD pid, char key) {
+// A key by its name or its character, going down; no character for an arrow.
+KEY_EVENT_RECORD KeyOf(std::wstring_view name) {
+  KEY_EVENT_RECORD key{};
+  key.bKeyDown = TRUE;
+  key.wRepeatCount = 1;
+  if (name == L"up" || name == L"down") {
+    key.wVirtualKeyCode = name == L"up" ? VK_UP : VK_DOWN;
+    key.dwControlKeyState = ENHANCED_KEY;
+  } else {
+    key.uChar.UnicodeChar = name == L"enter" ? L'\r' : name.front();
+    key.wVirtualKeyCode = LOBYTE(VkKeyScanW(key.uChar.UnicodeChar));
+  }
+  key.wVirtualScanCode = static_cast<WORD>(MapVirtualKeyW(key.wVirtualKeyCode, MAPVK_VK_TO_VSC));
+  return key;
+}
+
+// Presses keys in the console of a process. False with a message when that fails.
+bool PressKeys(DWORD pid, std::span<wchar_t*> names) {
   FreeConsole();
   if (!AttachConsole(pid)) {
     std::fprintf(stderr, "Cannot attach to the console: error %lu\n", GetLastError());
@@ -99,20 +124,22 @@ bool PressKey(DWORD pid, char key) {
     std::fprintf(stderr, "Cannot open the console's input: error %lu\n", GetLastError());
     return false;
   }
-  INPUT_RECORD records[2]{};
-  for (INPUT_RECORD& record : records) {
+  std::vector<INPUT_RECORD> records;
+  for (const wchar_t* name : names) {
+    INPUT_RECORD record{};
     record.EventType = KEY_EVENT;
-    record.Event.KeyEvent.bKeyDown = &record == &records[0];
-    record.Event.KeyEvent.wRepeatCount = 1;
-    record.Event.KeyEvent.wVirtualKeyCode = LOBYTE(VkKeyScanA(key));
-    record.Event.KeyEvent.uChar.UnicodeChar = static_cast<wchar_t>(key);
+    record.Event.KeyEvent = KeyOf(name);
+    records.push_back(record);
+    record.Event.KeyEvent.bKeyDown = FALSE;
+    records.push_back(record);
   }
+  const DWORD count = static_cast<DWORD>(records.size());
   DWORD written = 0;
-  const BOOL done = WriteConsoleInputW(input, records, 2, &written);
-  if (!done) std::fprintf(stderr, "Cannot press the key: error %lu\n", GetLastError());
+  const BOOL done = WriteConsoleInputW(input, records.data(), count, &written);
+  if (!done) std::fprintf(stderr, "Cannot press the keys: error %lu\n", GetLastError());
   CloseHandle(input);
   FreeConsole();
-  return done && written == 2;
+  return done && written == count;
 }
 
 BOOL CALLBACK PrintText(HWND part, LPARAM) {
@@ -154,9 +181,9 @@ int RunInNewConsole(const Order& order) {
 
 int wmain(int count, wchar_t** arguments) {
   const std::wstring_view verb = count > 1 ? arguments[1] : L"";
-  if (verb == L"press" && count == 4) {
+  if (verb == L"press" && count > 3) {
     const DWORD pid = std::wcstoul(arguments[2], nullptr, 10);
-    return PressKey(pid, static_cast<char>(arguments[3][0])) ? 0 : 1;
+    return PressKeys(pid, {arguments + 3, arguments + count}) ? 0 : 1;
   }
   if (verb == L"read" && count == 3) return ReadWindow(arguments[2]);
   const std::optional<Order> order = Parse(count, arguments);
@@ -164,7 +191,11 @@ int wmain(int count, wchar_t** arguments) {
   std::fprintf(stderr,
                "usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] "
                "[--env NAME=VALUE]... -- PROGRAM [ARGUMENT]...\n"
+<<<<<<< HEAD
                "       console_driver press PID KEY\n"
                "       console_driver read TITLE\n");
+=======
+               "       console_driver press PID KEY...\n");
+>>>>>>> c
   return 2;
 }

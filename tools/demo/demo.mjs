@@ -3,40 +3,22 @@
 //
 // usage: demo.mjs [--keep | --stop]
 import { spawn } from 'node:child_process';
-import { existsSync, openSync } from 'node:fs';
-import { mkdir, readdir, readFile, rm, writeFile } from 'node:fs/promises';
+import { openSync } from 'node:fs';
+import { mkdir, readdir, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { fileURLToPath } from 'node:url';
 
 import { coreImage, orderCore, startCore } from '../stage/core.mjs';
 import { layOut, VoskRun } from '../stage/vosk_run.mjs';
 import { textIn, until, within } from '../stage/waiting.mjs';
 import { WineMachine } from '../stage/wine_machine.mjs';
 import { describeReport, examineReport, judgeReport } from './received_report.mjs';
+import { buildFolder, demoFolder, driver, judge, local, narrate, perform, readState, say, seconds,
+  serverProgram, serverRuns, showLine, startMachine, stateFile } from './theatre.mjs';
 
-const root = fileURLToPath(new URL('../../', import.meta.url));
-const buildFolder = path.join(root, 'build/release');
-const demoFolder = path.join(root, 'build/demo');
 const siteFolder = path.join(demoFolder, 'site');
 const receivedFolder = path.join(demoFolder, 'received');
-const stateFile = path.join(demoFolder, 'state.json');
 const serverLog = path.join(demoFolder, 'server.log');
-const driver = path.join(buildFolder, 'tools/console_driver.exe');
-const serverProgram = path.join(root, 'tools/servers/tus_server.mjs');
-
-const totalLimitMs = 240_000;
-const seconds = (count) => count * 1000;
-const local = (file) => path.relative(process.cwd(), file) || '.';
-
-const say = (...lines) => lines.forEach((line) => console.log(line));
-const narrate = (...lines) => say('', ...lines.map((line) => `>> ${line}`));
-const showLine = ({ time, level, text }) => say(`   VOSK.log | ${time} [${level}] ${text}`);
-
-async function commandLineOf(pid) {
-  return readFile(`/proc/${pid}/cmdline`, 'utf8').catch(() => '');
-}
-const serverRuns = async (pid) => (await commandLineOf(pid)).includes(serverProgram);
 
 async function startServer() {
   await rm(serverLog, { force: true });
@@ -47,10 +29,6 @@ async function startServer() {
   const [, reason] = await textIn(serverLog, /"listening"|"failed","reason":"(.*?)"/, seconds(20));
   if (reason) throw new Error(`The collection server did not start: ${reason}`);
   return server.pid;
-}
-
-async function readState() {
-  return existsSync(stateFile) ? JSON.parse(await readFile(stateFile, 'utf8')) : undefined;
 }
 
 // Ends what this demo, or the kept one that the state file tells of, has started.
@@ -140,10 +118,8 @@ async function showReceived(knownRecords) {
   const report = await examineReport(receivedFolder, records[0]);
   narrate('What the collection server received:');
   say(...describeReport(report).map((line) => `   ${line}`));
-  const verdicts = judgeReport(report);
   narrate('Seen from the server:');
-  verdicts.forEach(([what, seen]) => say(`   ${seen ? 'yes' : 'NO '}  ${what}`));
-  if (!verdicts.every(([, seen]) => seen)) throw new Error('The report is not what it should be.');
+  judge(judgeReport(report), 'The report is not what it should be.');
 }
 
 function explainKept(vosk, corePid) {
@@ -163,7 +139,7 @@ async function show(keep, stage) {
   narrate('Setting the stage below build/demo/: a Wine prefix with a private display, a folder with',
     'VOSK.exe, the dump monitor and the Core, and a TUS server over HTTPS on this machine.');
   stage.serverPid = await startServer();
-  stage.machine = await WineMachine.start(demoFolder);
+  stage.machine = await startMachine();
   await layOut(siteFolder, buildFolder);
   narrate('The Core runs for a second, as it has on any machine before VOSK comes: its logs are there.');
   await runCoreOnce(stage.machine);
@@ -183,26 +159,8 @@ async function show(keep, stage) {
 
 async function main(option) {
   if (option === '--stop') return stopKept();
-  const state = await readState();
-  if (state && (await serverRuns(state.serverPid))) {
-    throw new Error('A demo is still running here. End it with: scripts/demo --stop');
-  }
   const keep = option === '--keep';
-  const stage = {};
-  const giveUp = async (reason) => {
-    say('', `demo: ${reason}`);
-    await tearDown(stage);
-    process.exit(1);
-  };
-  setTimeout(() => giveUp(`not finished within ${totalLimitMs / 1000} s`), totalLimitMs).unref();
-  process.on('SIGINT', () => giveUp('interrupted'));
-  process.on('SIGTERM', () => giveUp('interrupted'));
-  try {
-    await show(keep, stage);
-  } catch (error) {
-    await giveUp(error.message);
-  }
-  if (!keep) await tearDown(stage);
+  await perform((stage) => show(keep, stage), tearDown, keep);
 }
 
 try {

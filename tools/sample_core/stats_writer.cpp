@@ -7,13 +7,23 @@
 #include <shlobj.h>
 
 #include <ctime>
+#include <fstream>
 #include <stdexcept>
 #include <string>
 
 namespace vosk::tools {
 namespace {
 
-constexpr char kVersion[] = "1.2.3";
+constexpr char kBareVersion[] = "1.2.3";
+
+// What the installer put beside the executable; a Core that was only copied knows its own.
+std::string OwnVersion() {
+  wchar_t path[MAX_PATH] = L"";
+  GetModuleFileNameW(nullptr, path, MAX_PATH);
+  std::ifstream file(std::filesystem::path(path).replace_filename("installed_version.txt"));
+  std::string version;
+  return file >> version ? version : kBareVersion;
+}
 
 std::filesystem::path StatsDirectory() {
   PWSTR roaming = nullptr;
@@ -45,7 +55,7 @@ std::string LocalTime() {
 StatsWriter::StatsWriter(unsigned long pid) : pid_(pid), directory_(StatsDirectory()) {
   std::filesystem::create_directories(directory_ / "node");
   const OpenFile version = OpenShared(directory_ / "CoreVersion.txt", L"w");
-  std::fprintf(version.get(), "%s\n", kVersion);
+  std::fprintf(version.get(), "%s\n", OwnVersion().c_str());
   core_log_ = OpenShared(directory_ / "core.log", L"a");
   node_log_ = OpenShared(directory_ / "node" / "blocks.log", L"a");
 }

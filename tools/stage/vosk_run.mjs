@@ -42,17 +42,18 @@ export class VoskRun {
 
   /**
    * Starts VOSK in a console window of its own and resolves with its Windows PID.
-   * @param {{out?: string, err?: string, args?: string[]}} [redirected] files (absolute) that take
-   *   its standard output and error
+   * @param {{out?: string, err?: string, args?: string[], program?: string}} [options] files
+   *   (absolute) that take its standard output and error; the VOSK.exe to start when it is not the
+   *   one in the folder
    */
-  async start({ out, err, args = [] } = {}) {
+  async start({ out, err, args = [], program = path.join(this.folder, 'VOSK.exe') } = {}) {
     const temporary = windowsPath(path.join(this.folder, 'tmp'));
-    const options = ['--cwd', windowsPath(this.folder), '--env', `TMP=${temporary}`,
-      '--env', `TEMP=${temporary}`];
+    const options = ['--cwd', this.machine.nameOf(path.dirname(program)),
+      '--env', `TMP=${temporary}`, '--env', `TEMP=${temporary}`];
     if (out) options.push('--out', windowsPath(out));
     if (err) options.push('--err', windowsPath(err));
     const child = this.machine.spawn(this.driver,
-      ['start', ...options, '--', windowsPath(path.join(this.folder, 'VOSK.exe')), ...args],
+      ['start', ...options, '--', this.machine.nameOf(program), ...args],
       this.driverLog, { detached: true });
     child.unref();
     this.pid = await this.#driverSays(/pid (\d+)/, startLimitMs);
@@ -63,6 +64,7 @@ export class VoskRun {
     return Number((await textIn(this.driverLog, pattern, limitMs))[1]);
   }
 
+<<<<<<< HEAD
   /** Types X keys on the display's keyboard while VOSK's window has the focus. */
   type(...keys) {
     return this.machine.typeInto('VOSK\\.exe$', keys);
@@ -77,12 +79,16 @@ export class VoskRun {
 
   /** Presses one key in VOSK's console. */
   async press(key) {
+=======
+  /** Presses keys in VOSK's console, each a character or "up", "down" or "enter". */
+  async press(...keys) {
+>>>>>>> c
     const { code, output } = await this.machine.run('wine',
-      [this.driver, 'press', String(this.pid), key]);
-    if (code !== 0) throw new Error(`The key was not pressed: ${output}`);
+      [this.driver, 'press', String(this.pid), ...keys]);
+    if (code !== 0) throw new Error(`The keys were not pressed: ${output}`);
   }
 
-  /** VOSK's exit code, once it has ended. */
+  /** VOSK's exit code, once the one that was started here has ended. */
   ended(limitMs) {
     return this.#driverSays(/exit (\d+)/, limitMs);
   }

@@ -129,6 +129,12 @@ export class WineMachine {
     if (code !== 0) throw new Error(`The keys were not typed: ${keys.join(' ')}`);
   }
 
+  /** The name under which the machine's programs know a file of the host. */
+  nameOf(file) {
+    const inside = path.relative(path.join(this.prefix, 'drive_c'), file);
+    return inside.startsWith('..') ? windowsPath(file) : `C:\\${inside.replaceAll('/', '\\')}`;
+  }
+
   /** The roaming application data folder of the machine's user. */
   get roamingFolder() {
     return path.join(this.prefix, 'drive_c/users', os.userInfo().username, 'AppData/Roaming');

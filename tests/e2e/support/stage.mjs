@@ -1,10 +1,12 @@
 // The stage of one test file: a Windows machine that lives as long as the file's tests, and for
 // each test a fresh folder with VOSK, the Core and the monitor.
+import { existsSync } from 'node:fs';
 import { mkdir, rm } from 'node:fs/promises';
 import path from 'node:path';
 import { after, before } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
+import { installFolder, removeInstalled } from '../../../tools/stage/installation.mjs';
 import { layOut, VoskRun } from '../../../tools/stage/vosk_run.mjs';
 import { WineMachine } from '../../../tools/stage/wine_machine.mjs';
 
@@ -25,6 +27,7 @@ class Stage {
   async folder(name, { stats = true, ...parts } = {}) {
     // Whatever a failed test left running must not meet this one.
     await this.machine.endPrograms();
+    if (existsSync(installFolder(this.machine))) await removeInstalled(this.machine);
     const folder = path.join(e2eFolder, 'runs', name);
     await layOut(folder, buildFolder, parts);
     await rm(this.machine.statsFolder, { recursive: true, force: true });

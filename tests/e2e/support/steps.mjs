@@ -6,6 +6,20 @@ import { seconds } from './stage.mjs';
 // Wine takes a second or two to write a dump, several times that on a busy machine.
 const crashLimitMs = seconds(60);
 
+const escaped = (text) => text.replace(/[.+?^${}()|[\]\\]/g, '\\$&').replaceAll('*', '.*');
+
+/**
+ * Sees these messages come, in this order, others between them. Each is a whole message as
+ * "[LEVEL] text", in which "*" stands for anything. Returns the last one's match.
+ */
+export async function tells(vosk, limitMs, ...messages) {
+  let match;
+  for (const message of messages) {
+    match = await vosk.log.next(new RegExp(`^${escaped(message)}$`), limitMs);
+  }
+  return match;
+}
+
 /** VOSK launches a Core and attaches its monitor. Returns the Core's PID. */
 export async function launched(vosk) {
   const [, pid] = await vosk.log.next(/^\[INFO\] New Target Process PID: (\d+)$/, seconds(40));

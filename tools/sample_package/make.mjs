@@ -1,0 +1,106 @@
+// Makes everything that the Core's makers and ProcDump's publish: installers in zips, good ones and
+// bad ones, below the release build's packages/. Made again only when something in them changed.
+//
+// command: node make.mjs [BUILD_FOLDER]
+import { execFile } from 'node:child_process';
+import { createHash } from 'node:crypto';
+import { copyFile, mkdir, readFile, rename, rm, stat, truncate, writeFile } from 'node:fs/promises';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+import { promisify } from 'node:util';
+
+import { makeInstaller } from './installer.mjs';
+
+const here = path.dirname(fileURLToPath(import.meta.url));
+
+/** The packages with an installer, by the name of their zip. Each is good but for what is said. */
+const installers = {
+  'core-1.2.2': { version: '1.2.2' },
+  'core-1.2.3': { version: '1.2.3' },
+  'core-1.3.0': { version: '1.3.0' },
+  'two_numbers': { version: '1.3' },
+  'refused': { version: '1.3.0', refuses: true },
+  'without_core': { version: '1.3.0', core: undefined },
+  'without_vosk': { version: '1.3.0', vosk: undefined },
+  'broken_vosk': { version: '1.3.0', vosk: 'broken/VOSK.exe' },
+};
+
+async function zip(file, folder, members) {
+  await rm(file, { force: true });
+  await promisify(execFile)('7z', ['a', '-tzip', '-mx=1', file, ...members], { cwd: folder });
+}
+
+async function upgradeCodeOf(buildFolder) {
+  const cache = await readFile(path.join(buildFolder, 'CMakeCache.txt'), 'utf8');
+  return /^VOSK_CORE_UPGRADE_CODE:\w+=\{(.+)\}$/m.exec(cache)[1];
+}
+
+async function makeBadZips(folder, good) {
+  const parts = path.join(folder, 'bad');
+  await mkdir(parts);
+  await writeFile(path.join(parts, 'ReadMe.txt'), 'There is no installer in here.\n');
+  await writeFile(path.join(parts, 'VELDRAN Core Installer.msi'), 'This is no installer.\n');
+  await zip(path.join(folder, 'without_installer.zip'), parts, ['ReadMe.txt']);
+  await zip(path.join(folder, 'no_database.zip'), parts, ['VELDRAN Core Installer.msi']);
+  // The member's name leads out of any folder that the zip is unpacked into.
+  const climbing = path.join(folder, 'climbing.zip');
+  await zip(climbing, parts, ['VELDRAN Core Installer.msi']);
+  await promisify(execFile)('7z',
+    ['rn', climbing, 'VELDRAN Core Installer.msi', '../VELDRAN Core Installer.msi']);
+  const truncated = path.join(folder, 'truncated.zip');
+  await copyFile(good, truncated);
+  await truncate(truncated, Math.floor((await stat(good)).size / 2));
+}
+
+async function makeAll(folder, { upgradeCode, core, vosk, monitor }) {
+  await mkdir(path.join(folder, 'broken'), { recursive: true });
+  const broken = path.join(folder, 'broken/VOSK.exe');
+  await writeFile(broken, 'This is no program.\n');
+  for (const [name, wanted] of Object.entries(installers)) {
+    const contents = { upgradeCode, core, vosk, ...wanted };
+    if (wanted.vosk) contents.vosk = broken;
+    const installer = await makeInstaller(path.join(folder, name), contents);
+    await zip(path.join(folder, `${name}.zip`), path.dirname(installer),
+      [path.basename(installer)]);
+  }
+  await makeBadZips(folder, path.join(folder, 'core-1.3.0.zip'));
+  await zip(path.join(folder, 'procdump.zip'), path.dirname(monitor), [path.basename(monitor)]);
+}
+
+async function fingerprint(files, upgradeCode) {
+  const hash = createHash('sha256').update(upgradeCode);
+  for (const file of files) hash.update(await readFile(file));
+  return hash.digest('hex');
+}
+
+/**
+ * Makes what is missing.
+ * @param {string} buildFolder the release build, with VOSK for the loopback site and the stand-ins
+ * @returns {Promise<string>} the folder with the zips; the installer of "NAME.zip" is in "NAME/"
+ */
+export async function makePackages(buildFolder) {
+  const parts = {
+    upgradeCode: await upgradeCodeOf(buildFolder),
+    core: path.join(buildFolder, 'tools/VELDRAN Core.exe'),
+    vosk: path.join(buildFolder, 'loopback/VOSK.exe'),
+    monitor: path.join(buildFolder, 'tools/procdump64.exe'),
+  };
+  const sources = [parts.core, parts.vosk, parts.monitor,
+    path.join(here, 'installer.mjs'), path.join(here, 'make.mjs')];
+  const wanted = await fingerprint(sources, parts.upgradeCode);
+  const folder = path.join(buildFolder, 'packages');
+  const stamp = path.join(folder, 'stamp');
+  if (await readFile(stamp, 'utf8').catch(() => '') === wanted) return folder;
+  const made = `${folder}.part`;
+  await rm(made, { recursive: true, force: true });
+  await makeAll(made, parts);
+  await writeFile(path.join(made, 'stamp'), wanted);
+  await rm(folder, { recursive: true, force: true });
+  await rename(made, folder);
+  return folder;
+}
+
+if (process.argv[1] === fileURLToPath(import.meta.url)) {
+  const buildFolder = path.resolve(process.argv[2] ?? path.join(here, '../../build/release'));
+  console.log(await makePackages(buildFolder));
+}
