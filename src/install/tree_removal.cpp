@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <ranges>
 #include <vector>
 
 #include "install/fixed_path.h"
@@ -113,8 +112,10 @@ FileResult<> RemoveTree(platform::Files& files, const Path& path, const Path& li
   if (auto allowed = CheckLimit(files, root, WithoutTrailingSeparator(limit)); !allowed) {
     return allowed;
   }
+  std::vector<Entry> entries = ListTree(files, root);
+  std::ranges::reverse(entries);
   std::optional<FileError> first_error;
-  for (const Entry& entry : ListTree(files, root) | std::views::reverse) {
+  for (const Entry& entry : entries) {
     const auto removed = files.Remove(entry.path);
     if (removed || first_error) continue;
     first_error = entry.listing_error.value_or(removed.error());
