@@ -40,6 +40,11 @@ std::size_t Writes(const SimulatedHost& host) {
   });
 }
 
+// Whether the call was made without asking for the 64-bit view.
+bool CalledPlainly(const SimulatedHost& host, const std::string& call) {
+  return std::ranges::count(host.choke.Trace(), call) > 0;
+}
+
 std::string Joined(const LogText& lines) {
   return fmt::format("{}", fmt::join(lines, "\n"));
 }
@@ -110,6 +115,10 @@ TEST(SuppressWerDialog, FromEveryState) {
             ? "[INFO] WER Dialog settings checked/updated successfully."
             : "[ERROR] Failed to fully configure WER dialog settings. Check previous errors."};
     EXPECT_EQ(Joined(log.Lines()), Joined(wanted));
+    EXPECT_EQ(CalledPlainly(host, "registry.Open " + kWer + " 0x20019"),
+              row.failing == "registry.Open" || row.what == "no key");
+    EXPECT_EQ(CalledPlainly(host, "registry.CreateOrOpen " + kWer + " 0x20006"),
+              row.failing == "registry.CreateOrOpen");
     EXPECT_EQ(Writes(host) == 0, row.log == right) << "what is right is not written";
     EXPECT_EQ(Stored(host.registry.ValueAt(kWer, "DontShowUI")), row.stored);
   }
@@ -163,6 +172,8 @@ TEST(DisableJitDebugger, FromEveryState) {
                     : "[ERROR] Failed to fully configure JIT Debugger settings. Check previous "
                       "errors. JIT prompts may still appear."};
     EXPECT_EQ(Joined(log.Lines()), Joined(wanted));
+    EXPECT_EQ(CalledPlainly(host, "registry.Open " + kJit + " 0x2001f"),
+              row.failing == "registry.Open" || row.what == "no key");
     EXPECT_EQ(Stored(host.registry.ValueAt(kJit, "Debugger")) + " | " +
                   Stored(host.registry.ValueAt(kJit, "Auto")),
               row.stored);
