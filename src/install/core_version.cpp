@@ -26,10 +26,6 @@ std::string ReadCoreVersionFile(platform::Files& files,
   return Trim(line);
 }
 
-bool HasCoreVersionFile(platform::Files& files, const std::filesystem::path& stats_directory) {
-  return files.Exists(stats_directory / kCoreVersionFile).value_or(true);
-}
-
 CoreVersion::CoreVersion(platform::Files& files, console::LogSink& log)
     : files_(files), log_(log) {}
 
@@ -44,7 +40,7 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
       log_.LogInfo(
           fmt::format("Attempting to read current core version from: {}", text::PathToUtf8(path)));
     }
-    const std::string version = ReadFirstLine(path);
+    const std::string version = ReadFirstLine(path, quiet);
     if (!version.empty()) Track(version, quiet);
     return version;
   } catch (const std::exception& problem) {
@@ -53,34 +49,50 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
   }
 }
 
-std::string CoreVersion::ReadFirstLine(const std::filesystem::path& path) {
+std::string CoreVersion::ReadFirstLine(const std::filesystem::path& path, bool quiet) {
   const std::string name = text::PathToUtf8(path);
   const auto exists = files_.Exists(path);
   if (!exists) {
-    log_.LogError(fmt::format("Error checking existence of {}: {}", name, exists.error().text));
+    Fail(fmt::format("Error checking existence of {}: {}", name, exists.error().text), quiet);
     return {};
   }
   if (!*exists) {
-    log_.LogWarn(fmt::format("CoreVersion.txt not found at expected location: {}", name));
+    Warn(fmt::format("CoreVersion.txt not found at expected location: {}", name), quiet);
     return {};
   }
   const auto stream = files_.OpenForReading(path);
   if (!stream) {
-    log_.LogError(fmt::format("Failed to open {} for reading.", name));
+    Fail(fmt::format("Failed to open {} for reading.", name), quiet);
     return {};
   }
   std::string line;
   if (!std::getline(**stream, line)) {
-    log_.LogWarn(
-        "Failed to read a line from CoreVersion.txt (file might be empty or read error occurred).");
+    Warn("Failed to read a line from CoreVersion.txt (file might be empty or read error occurred).",
+         quiet);
     return {};
   }
   std::string version = Trim(line);
-  if (version.empty()) log_.LogWarn("CoreVersion.txt is empty.");
+  if (version.empty()) Warn("CoreVersion.txt is empty.", quiet);
   return version;
 }
 
+bool CoreVersion::IsNews(const std::string& problem, bool quiet) {
+  // The loop reads twice a second: a file that stays unreadable must not fill the log.
+  if (quiet && problem == last_problem_) return false;
+  last_problem_ = problem;
+  return true;
+}
+
+void CoreVersion::Warn(const std::string& problem, bool quiet) {
+  if (IsNews(problem, quiet)) log_.LogWarn(problem);
+}
+
+void CoreVersion::Fail(const std::string& problem, bool quiet) {
+  if (IsNews(problem, quiet)) log_.LogError(problem);
+}
+
 void CoreVersion::Track(const std::string& version, bool quiet) {
+  last_problem_.clear();
   if (version == current_) {
     if (!quiet) {
       log_.LogInfo(fmt::format("Read current core version from file: {} (Unchanged)", version));

@@ -18,15 +18,13 @@ inline constexpr std::string_view kCoreVersionFile = "CoreVersion.txt";
 [[nodiscard]] std::string ReadCoreVersionFile(platform::Files& files,
                                               const std::filesystem::path& stats_directory);
 
-[[nodiscard]] bool HasCoreVersionFile(platform::Files& files,
-                                      const std::filesystem::path& stats_directory);
-
 // The internal version tracker: what is known of the installed Core's version.
 class CoreVersion {
  public:
   CoreVersion(platform::Files& files, console::LogSink& log);
 
-  // Reads the version file again and tells of a change; a quiet call leaves out the routine lines.
+  // Reads the version file again and tells of a change; a quiet call leaves out the routine lines,
+  // and what it has to complain of where the last call complained of the same.
   // The version, or nothing where it could not be read: the tracker then keeps what it has.
   std::string Read(const std::filesystem::path& log_root_directory, bool quiet);
 
@@ -35,12 +33,17 @@ class CoreVersion {
   void Set(std::string version) { current_ = std::move(version); }
 
  private:
-  [[nodiscard]] std::string ReadFirstLine(const std::filesystem::path& path);
+  [[nodiscard]] std::string ReadFirstLine(const std::filesystem::path& path, bool quiet);
+  // False where nothing new is to be told.
+  [[nodiscard]] bool IsNews(const std::string& problem, bool quiet);
+  void Warn(const std::string& problem, bool quiet);
+  void Fail(const std::string& problem, bool quiet);
   void Track(const std::string& version, bool quiet);
 
   platform::Files& files_;
   console::LogSink& log_;
   std::string current_{kUnknownVersion};
+  std::string last_problem_;  // empty: the last call read a version
 };
 
 }  // namespace vosk::install

@@ -11,6 +11,13 @@ using text::PathToUtf8;
 
 constexpr int kRemovalAttempts = 3;
 constexpr std::chrono::milliseconds kRemovalPause{100};
+// A virus scanner looks at what the installer has just put there; without the executable VOSK ends.
+constexpr int kReturnAttempts = 10;
+constexpr std::chrono::milliseconds kReturnPause{500};
+
+bool IsHeld(platform::ErrorCode error) {
+  return error == platform::kAccessDenied || error == platform::kSharingViolation;
+}
 
 }  // namespace
 
@@ -39,7 +46,7 @@ std::optional<std::filesystem::path> SelfRename::RenameSelf() {
     return target;
   }
   const platform::ErrorCode error = renamed.error().code;
-  if (error == platform::kAccessDenied || error == platform::kSharingViolation) {
+  if (IsHeld(error)) {
     log_.LogError(fmt::format(
         "RenameSelf: Failed to rename executable - likely still locked (Error: {})", error.value));
   } else {
@@ -82,7 +89,13 @@ bool SelfRename::RenameBack(const std::filesystem::path& old_path) {
   own.replace_extension();
   // The system still knows the running executable by the name that it was started under.
   if (const auto asked = system_.ModulePath()) own = *asked;
-  if (const auto renamed = files_.Replace(old_path, own); !renamed) {
+  auto renamed = files_.Replace(old_path, own);
+  for (int attempt = 1; !renamed && IsHeld(renamed.error().code) && attempt < kReturnAttempts;
+       ++attempt) {
+    clock_.SleepFor(kReturnPause);
+    renamed = files_.Replace(old_path, own);
+  }
+  if (!renamed) {
     log_.LogError(
         fmt::format("Update: CRITICAL - Failed to rename self back! Manual intervention required. "
                     "Error: {}",

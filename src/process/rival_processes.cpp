@@ -56,7 +56,9 @@ bool ProcessControl::TerminateOtherInstance(platform::ProcessId pid, int& attemp
   if (const auto terminated = TerminateProcessL(*process, kTerminatedExitCode); !terminated) {
     log_.LogError(fmt::format("Failed to terminate other VOSK process (PID: {}). Error: {}", pid,
                               terminated.error().value));
-    return false;
+    // A process that was ending by itself cannot be ended any more.
+    const auto outcome = processes_.WaitFor(*process, kRivalExitWait);
+    return outcome && *outcome == platform::WaitOutcome::finished;
   }
   log_.LogInfo(fmt::format(
       "Successfully signaled termination for other VOSK instance (PID: {}). Waiting briefly...",

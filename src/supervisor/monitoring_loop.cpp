@@ -53,19 +53,24 @@ void MonitoringLoop::RunCycle() {
   const SteadyTime now = host_.clock.SteadyNow();
   services_.menu.ReadKeyboard();
   RefreshDisplay();
-  if (state_.target_pid == 0 || !state_.hTargetProcess) AttachToRunningCore();
+  // Who is about to end must not take a Core from the successor that an update has brought.
+  const bool ending = state_.g_terminateMonitoring.load();
+  if (!ending && (state_.target_pid == 0 || !state_.hTargetProcess)) AttachToRunningCore();
   const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
   services_.update.CheckPeriodically(now, core_runs);
   // A successor that has taken over launches the Core itself.
   if (state_.g_terminateMonitoring.load()) return;
-  if (!core_runs) Relaunch();
+  if (!core_runs || UpdateEndedCore()) Relaunch();
   host_.clock.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
 
+bool MonitoringLoop::UpdateEndedCore() {
+  // A Core that outlived the attempt to end it is taken up by the next cycle.
+  return !state_.hTargetProcess && services_.processes.FindCoreProcesses().empty();
+}
+
 void MonitoringLoop::ReadCoreVersion() {
-  // A Core that never writes its version down is told of once, at start-up, not twice a second.
   if (places_.log_root_directory.empty()) return;
-  if (!install::HasCoreVersionFile(host_.files, places_.log_root_directory)) return;
   services_.core_version.Read(places_.log_root_directory, /*quiet=*/true);
 }
 

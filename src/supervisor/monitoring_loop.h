@@ -57,6 +57,8 @@ class MonitoringLoop {
   void RunCycle();
   // False where the cycle has to be left out for want of room.
   [[nodiscard]] bool PassDiskGate();
+  // True where a failed update has left no Core.
+  [[nodiscard]] bool UpdateEndedCore();
   void ReadCoreVersion();
   void RefreshDisplay();
 

@@ -56,12 +56,13 @@ void StartupProvision::RemoveUpdateLeftovers(const Places& places) {
 
 void StartupProvision::WaitForDiskSpace(const Places& places) {
   install::DiskKeeper& keeper = provisions_.disk_keeper;
-  for (bool first_pass = true; !keeper.CheckDiskSpace(places.target_directory, first_pass);
-       first_pass = false) {
+  // Where the Core will be is not settled yet: the current directory's volume stands for it.
+  const std::filesystem::path unsettled;
+  for (bool first_pass = true; !keeper.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
     log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
     const std::uint64_t freed =
         keeper.CleanUpStorage(places.dump_storage_directory, TempDirectory(places));
-    if (keeper.CheckDiskSpace(places.target_directory, /*verbose=*/false)) {
+    if (keeper.CheckDiskSpace(unsettled, /*verbose=*/false)) {
       log_.LogInfo("Storage cleanup successful! Proceeding with update.");
     } else {
       log_.LogError(

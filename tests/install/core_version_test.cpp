@@ -35,6 +35,23 @@ TEST(CoreVersion, ReadsTheFirstLineAndTellsOfChanges) {
              "[INFO] Detected Core version changed/read: 1.3.0 (Previous known: 1.2.3)"}));
 }
 
+TEST(CoreVersion, ComplainsOfTheSameOnlyOnce) {
+  SimulatedHost host;
+  LogRecorder log(host);
+  CoreVersion version(host.files, log.Sink());
+  for (const char* contents : {"", "", " ", "1.2.3", ""}) {
+    host.PutFile("C:/stats/CoreVersion.txt", contents);
+    version.Read("C:/stats", true);
+  }
+  const std::string unreadable =
+      "[WARN] Failed to read a line from CoreVersion.txt (file might be empty or read error "
+      "occurred).";
+  EXPECT_THAT(log.Lines(),
+              LogIs({unreadable, "[WARN] CoreVersion.txt is empty.",
+                     "[INFO] Detected Core version changed/read: 1.2.3 (Previous known: 0.0.0)",
+                     unreadable}));
+}
+
 TEST(CoreVersion, KeepsWhatItKnowsWhereTheFileTellsNothing) {
   struct Row {
     std::string contents;

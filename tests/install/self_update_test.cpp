@@ -295,6 +295,12 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
        [](Scene& scene) { scene.host.FailNext("processes.StartElevated", 1223, 2); },
        {"[WARN] Installer: Install step might have been cancelled (UAC Denied?).",
         "[ERROR] Update: Failed to execute install command. Aborting update."}},
+      {"the new VOSK.exe is held for a moment",
+       [](Scene& scene) {
+         scene.host.FailNext("processes.Start", 740);
+         scene.host.FailNext("files.Replace", 5, 9);
+       },
+       {"[ERROR] Update: FAILED to launch NEW VOSK manually! Error: 740"}},
       {"the new VOSK does not start",
        [](Scene& scene) { scene.host.FailNext("processes.Start", 740); },
        {"[ERROR] Update: FAILED to launch NEW VOSK manually! Error: 740"}},
@@ -303,7 +309,6 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
     SCOPED_TRACE(row.what);
     SimulatedHost host;
     Scene scene(host);
-    // One of the seam's calls of that name is the installer's own in the row about elevation.
     row.arrange(scene);
     EXPECT_FALSE(scene.Run());
     EXPECT_FALSE(scene.terminate);
@@ -322,7 +327,7 @@ TEST(SelfUpdate, EndsTheSupervisorThatCannotBePutBack) {
   SimulatedHost host;
   Scene scene(host);
   scene.Publish({.version = "1.2.3", .install_exit_code = 1603});
-  host.FailNext("files.Replace", 32);
+  host.FailNext("files.Replace", 32, 10);
   EXPECT_FALSE(scene.Run());
   EXPECT_TRUE(scene.terminate);
   EXPECT_THAT(scene.log.Lines(),

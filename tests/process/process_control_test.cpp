@@ -9,6 +9,7 @@
 namespace vosk::process {
 namespace {
 
+using namespace std::chrono_literals;
 using support::LogHas;
 using support::LogIs;
 using support::LogLacks;
@@ -233,6 +234,20 @@ TEST(TerminateOtherInstances, CountsWhatItEnded) {
   EXPECT_THAT(
       refused.log.Lines(),
       LogHas({"[WARN] Errors occurred while trying to terminate all other VOSK instances."}));
+}
+
+// An instance that has just handed over refuses to be ended: it is ending already.
+TEST(TerminateOtherInstances, LetsGoOfAnInstanceThatEndsByItself) {
+  for (const auto life : {100ms, 900ms}) {
+    Bench bench;
+    auto& other = bench.host.processes.Add(u"VOSK.exe");
+    other.on_terminate = OnTerminate::access_denied;
+    other.survives_taskkill = true;
+    bench.host.At(life, [&other](SimulatedHost& at) { at.processes.End(other, 0); });
+    EXPECT_EQ(bench.control.TerminateOtherInstances(), life == 100ms);
+    EXPECT_THAT(bench.log.Lines(),
+                LogHas({"[ERROR] Failed to terminate other VOSK process (PID: 1004). Error: 5"}));
+  }
 }
 
 TEST(TerminateProcDumpInstances, TakesEveryNameThatBeginsSo) {

@@ -33,10 +33,10 @@ int CountLines(const SimulatedHost& host, const std::string& line) {
   return static_cast<int>(std::ranges::count(LogOf(host), line));
 }
 
-void ExpectHandedOver(SimulatedHost& host) {
+void ExpectHandedOver(SimulatedHost& host, std::size_t cores = 0) {
   EXPECT_EQ(SimulatedHost::ReadFile(kInstalledVosk), "MZ of 1.2.3");
   EXPECT_EQ(host.processes.Running(kSelfName).size(), 2u) << "this one and its successor";
-  EXPECT_TRUE(host.processes.Running(kCoreName).empty()) << "the successor's to launch";
+  EXPECT_EQ(host.processes.Running(kCoreName).size(), cores) << "the successor's to launch";
   EXPECT_TRUE(host.processes.Running(kMonitorName).empty());
   const LogText log = LogOf(host);
   EXPECT_EQ(log.back(), "[INFO] ----------------------------------------------------");
@@ -167,15 +167,35 @@ TEST(CoreUpdate, ACoreThatOutlivesTheUpdateIsWatchedAgain) {
   ExpectHandedOver(host);
 }
 
+TEST(CoreUpdate, ACoreThatAFailedUpdateEndedIsLaunchedBeforeTheNextAttempt) {
+  SimulatedHost host;
+  FakeNetwork network;
+  FurnishRelease(host, network);
+  network.latest_version = "1.2.2";
+  host.At(200s, [&](SimulatedHost& at) {
+    network.latest_version = "1.2.3";
+    at.FailNext("files.Rename", 32);
+  });
+  EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1h}), 0);
+  ExpectHandedOver(host);
+  EXPECT_THAT(LogOf(host),
+              LogHas({"[ERROR] Update Step 6/7: Failed to rename self! Aborting update.",
+                      "[INFO] VELDRAN Core relaunched successfully.",
+                      "[INFO] ProcDump monitor started for new target PID 1012",
+                      "[WARN] --- Starting Update Sequence to Version 1.2.3 ---"}));
+}
+
 TEST(CoreUpdate, TheMenuReinstallsWhateverTheVersion) {
   SimulatedHost host;
   FakeNetwork network;
   FurnishRelease(host, network);
+  // The successor's Core is none of the old one's business.
+  host.installer.on_installed = [&host](const auto&) { host.processes.Add(kCoreName); };
   host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet/CoreVersion.txt", "1.2.3");
   network.latest_version = "1.2.3";
   host.At(20s, [](SimulatedHost& at) { ChooseItem(at, 5); });
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1h}), 0);
-  ExpectHandedOver(host);
+  ExpectHandedOver(host, /*cores=*/1);
   EXPECT_THAT(LogOf(host),
               LogHas({"[WARN] Menu: Force reinstall of VELDRAN Core requested.",
                       "[INFO] Menu: Latest version reported by network: 1.2.3",

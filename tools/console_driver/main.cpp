@@ -3,19 +3,12 @@
 //
 // usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] [--env NAME=VALUE]... --
 //                       PROGRAM [ARGUMENT]...
-<<<<<<< HEAD
-//        console_driver press PID KEY
-//        console_driver read TITLE
-//
-// "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" types one
-// character into the console of a running program. "read" prints what stands in the window of that
-// title: the texts of its parts.
-=======
 //        console_driver press PID KEY...
+//        console_driver read TITLE
 //
 // "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" presses keys
 // in the console of a running program; each is one character or one of the words up, down, enter.
->>>>>>> c
+// "read" prints what stands in the window of that title: the texts of its parts.
 #include <windows.h>
 
 #include <cstdio>
@@ -191,11 +184,7 @@ int wmain(int count, wchar_t** arguments) {
   std::fprintf(stderr,
                "usage: console_driver start [--out FILE] [--err FILE] [--cwd DIR] "
                "[--env NAME=VALUE]... -- PROGRAM [ARGUMENT]...\n"
-<<<<<<< HEAD
-               "       console_driver press PID KEY\n"
+               "       console_driver press PID KEY...\n"
                "       console_driver read TITLE\n");
-=======
-               "       console_driver press PID KEY...\n");
->>>>>>> c
   return 2;
 }

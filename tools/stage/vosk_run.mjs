@@ -64,7 +64,6 @@ export class VoskRun {
     return Number((await textIn(this.driverLog, pattern, limitMs))[1]);
   }
 
-<<<<<<< HEAD
   /** Types X keys on the display's keyboard while VOSK's window has the focus. */
   type(...keys) {
     return this.machine.typeInto('VOSK\\.exe$', keys);
@@ -77,12 +76,8 @@ export class VoskRun {
     return output.replaceAll('\r', '').trim();
   }
 
-  /** Presses one key in VOSK's console. */
-  async press(key) {
-=======
   /** Presses keys in VOSK's console, each a character or "up", "down" or "enter". */
   async press(...keys) {
->>>>>>> c
     const { code, output } = await this.machine.run('wine',
       [this.driver, 'press', String(this.pid), ...keys]);
     if (code !== 0) throw new Error(`The keys were not pressed: ${output}`);

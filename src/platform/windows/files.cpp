@@ -99,11 +99,15 @@ class WindowsFiles : public Files {
 
   FileResult<> Replace(const std::filesystem::path& from,
                        const std::filesystem::path& to) override {
-    if (!::MoveFileExW(SystemPath(from).c_str(), SystemPath(to).c_str(),
-                       MOVEFILE_REPLACE_EXISTING)) {
-      return tl::unexpected(LastFileError());
-    }
-    return {};
+    const std::wstring name = SystemPath(to);
+    const DWORD attributes = ::GetFileAttributesW(name.c_str());
+    const bool read_only =
+        attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    if (read_only) ::SetFileAttributesW(name.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
+    if (::MoveFileExW(SystemPath(from).c_str(), name.c_str(), MOVEFILE_REPLACE_EXISTING)) return {};
+    const FileError error = LastFileError();
+    if (read_only) ::SetFileAttributesW(name.c_str(), attributes);
+    return tl::unexpected(error);
   }
 
   FileResult<> CreateDirectories(const std::filesystem::path& path) override {
