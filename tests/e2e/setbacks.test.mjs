@@ -31,9 +31,6 @@ const setbacks = [
   { name: 'an installation that is refused', file: 'refused.zip', cure: '1.2.3', leaves: '1.2.3',
     tells: ['[INFO] Installer: Install process finished with exit code: 1603',
       '[ERROR] Update: Installation command failed (Code: 1603). Check install log. Aborting update.'] },
-  { name: 'a package without the Core', file: 'without_core.zip', cure: '1.2.3', leaves: '1.2.3',
-    tells: ['[INFO] Update Step 7/7: Installation command reported success (Code: 0)',
-      `[ERROR] Update: Core executable NOT FOUND after install at: ${installTarget}\\VELDRAN Core.exe`] },
   { name: 'a package without VOSK', file: 'without_vosk.zip', leaves: '1.3.0',
     tells: ['[INFO] Update: Core executable verified post-install.',
       `[ERROR] Update: New VOSK executable not found after install at: ${installTarget}\\VOSK.exe. Cannot relaunch.`] },
@@ -84,12 +81,18 @@ async function fallsBack(vosk, pid, { file, tells: messages, cure, leaves }) {
   return next;
 }
 
+// A package without the Core: it neither updates nor repairs.
 async function givesUp(vosk, pid) {
-  up.site.publish('1.2.3', 'refused.zip');
+  const core = `${installTarget}\\VELDRAN Core.exe`;
+  up.site.publish('1.2.3', 'without_core.zip');
   await forceReinstall(vosk, '1.2.3');
   await preparedUpdate(vosk, '1.3.0', pid);
-  await tells(vosk, stepLimit, ...goesBack,
-    '[ERROR] Installer: Install command failed, timed out, or exit code unavailable. Effective Exit Code: 1603',
+  await tells(vosk, stepLimit,
+    '[INFO] Update Step 7/7: Installation command reported success (Code: 0)',
+    `[ERROR] Update: Core executable NOT FOUND after install at: ${core}`, ...goesBack,
+    '[ERROR] Failed to launch target process: 2.',
+    '[INFO] Installer: Install command reported success (Exit Code: 0)',
+    `[ERROR] Installer: Install reported success, but target executable NOT FOUND at expected location: ${core}. Error checking: *`,
     '[ERROR] Installer: VELDRAN Core installation failed.',
     '[ERROR] Automated installation failed. Cannot relaunch VELDRAN Core automatically.',
     '[ERROR] Please install VELDRAN Core manually and restart the reporter.',
@@ -119,7 +122,7 @@ test('updates that fail half-way', async (t) => {
       pid = await fallsBack(vosk, pid, setback);
     });
   }
-  await t.test('no repair either: VOSK ends', async () => {
+  await t.test('a package without the Core, and no other: VOSK ends', async () => {
     await givesUp(vosk, pid);
     assert.deepEqual(await stage.machine.processes(coreImage), []);
     assert.ok((await readFile(program))

@@ -26,12 +26,13 @@ async function launchedInVain(vosk, reason) {
 }
 
 test('a Core whose monitor cannot be started is ended and tried again', async () => {
-  const site = await stage.folder('unwatched', { monitor: false, stats: false });
+  const site = await stage.folder('unwatched', { stats: false });
   const vosk = stage.vosk(site);
   const err = path.join(site, 'vosk.err');
   await vosk.start({ err });
   await vosk.log.next(/^\[WARN\] Target log root directory does not exist or is not accessible: .*TestNet/, seconds(20));
   await vosk.log.next(/^\[INFO\] Log Source Dir: N\/A \(Not Found\/Accessible\)$/, seconds(5));
+  await rm(path.join(site, monitorImage));  // after VOSK has made sure of it
   const first = await launchedInVain(vosk,
     /^\[ERROR\] ProcDump executable not found in application directory: Checked .*procdump64\.exe and fallback\.$/);
   // Under its second name, and no program at all: 193 is ERROR_BAD_EXE_FORMAT.
