@@ -15,6 +15,9 @@ namespace vosk::bench {
 // 4 MB.
 [[nodiscard]] bool MeasureMemory(const std::filesystem::path& work_directory);
 
+// Hours in which nothing happens: the heap must not grow.
+[[nodiscard]] bool MeasureIdle(const std::filesystem::path& work_directory);
+
 // What MeasureMemory runs in a process of its own.
 [[nodiscard]] int RunMemoryChild(const std::filesystem::path& work_directory,
                                  const std::filesystem::path& dump, const char* server_url);

@@ -23,6 +23,7 @@ constexpr Bench kBenches[] = {
     {"packing", vosk::bench::MeasurePacking},
     {"memory", vosk::bench::MeasureMemory},
     {"uploading", vosk::bench::MeasureUploading},
+    {"idle", vosk::bench::MeasureIdle},
 };
 
 }  // namespace

@@ -72,7 +72,7 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
 
 std::filesystem::path ProcDumpAcquisition::FindExecutable(const std::filesystem::path& directory) {
   for (const auto name : {kPrimaryExecutable, kFallbackExecutable}) {
-    const auto executable = directory / name;
+    auto executable = directory / name;
     if (files_.Exists(executable).value_or(false)) return executable;
   }
   return {};

@@ -112,13 +112,13 @@ FileResult<> RemoveTree(platform::Files& files, const Path& path, const Path& li
   if (auto allowed = CheckLimit(files, root, WithoutTrailingSeparator(limit)); !allowed) {
     return allowed;
   }
+  std::vector<Entry> entries = ListTree(files, root);
+  std::ranges::reverse(entries);
   std::optional<FileError> first_error;
-  const auto entries = ListTree(files, root);
-  // A directory comes before what is inside it.
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const auto removed = files.Remove(entry->path);
+  for (const Entry& entry : entries) {
+    const auto removed = files.Remove(entry.path);
     if (removed || first_error) continue;
-    first_error = entry->listing_error.value_or(removed.error());
+    first_error = entry.listing_error.value_or(removed.error());
   }
   if (first_error) return tl::unexpected(*first_error);
   return {};

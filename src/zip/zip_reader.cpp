@@ -58,7 +58,7 @@ ZipReader::Outcome ZipReader::ExtractToFile(std::uint32_t index,
                                             const std::filesystem::path& destination) {
   const auto name = text::TryPathToUtf8(destination);
   if (!name) return Failed(MZ_ZIP_INVALID_FILENAME);
-  if (const Outcome sound = CheckMember(index); !sound) return sound;
+  if (Outcome sound = CheckMember(index); !sound) return sound;
   mz_zip_archive& zip = archive_->zip;
   // A name that was not found is still noted as the last error.
   mz_zip_clear_last_error(&zip);

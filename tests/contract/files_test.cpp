@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fstream>
 
+#include "install/fixed_path.h"
+#include "install/tree_removal.h"
 #include "tests/contract/host_under_test.h"
 #include "text/utf.h"
 
@@ -167,6 +169,22 @@ TEST_F(FileContract, AWalkGoesOnWhileItsEntriesAreRemoved) {
     }
   }
   EXPECT_EQ(host_.files.Remove(scratch_ / "cleared"), true);
+}
+
+// The paths' arithmetic differs between the sides as much as the files do.
+TEST_F(FileContract, ATreeIsRemovedWithinItsLimit) {
+  fs::create_directories(scratch_ / "tree" / "below" / "empty");
+  PutBytes(scratch_ / "tree" / "below" / "file", "12345");
+  PutBytes(scratch_ / "treetop", "1");
+  fs::permissions(scratch_ / "tree" / "below" / "file", fs::perms::owner_read);
+  EXPECT_EQ(text::PathToUtf8(install::VolumeRoot(scratch_)).substr(0, 2), "C:");
+  EXPECT_TRUE(install::VolumeRoot("C:tree").empty());
+  EXPECT_EQ(install::TreeSize(host_.files, scratch_), 6u);
+  for (const fs::path& limit : {scratch_ / "treetop", scratch_ / "tree" / "..", fs::path("tree")}) {
+    EXPECT_EQ(CodeOf(install::RemoveTree(host_.files, scratch_ / "tree", limit)), 87u) << limit;
+  }
+  EXPECT_EQ(CodeOf(install::RemoveTree(host_.files, scratch_ / "tree" / "", scratch_ / "")), 0u);
+  EXPECT_EQ(Walked(scratch_, WalkDepth::direct_entries), Names{"treetop"});
 }
 
 TEST_F(FileContract, AWalkNeedsADirectory) {

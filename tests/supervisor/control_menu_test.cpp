@@ -289,22 +289,22 @@ TEST(ControlMenu, SurvivesEveryFault) {
     FurnishHost(host);
     host.processes.Add(kCoreName);
     host.At(6s, [](SimulatedHost& at) { ChooseItem(at, 4); });
-    host.At(9s, [](SimulatedHost& at) { ChooseItem(at, 6); });
-    host.At(12s, [](SimulatedHost& at) { ChooseItem(at, 1); });
+    host.At(8s, [](SimulatedHost& at) { ChooseItem(at, 6); });
+    host.At(10s, [](SimulatedHost& at) { ChooseItem(at, 1); });
     std::size_t faults_with_time_to_heal = 0;
-    host.At(22s,
+    host.At(18s,
             [&](SimulatedHost& at) { faults_with_time_to_heal = at.choke.faults.Fired().size(); });
     std::size_t cores = 0;
     std::size_t monitors = 0;
-    host.At(38s, [&](SimulatedHost& at) {
+    host.At(30s, [&](SimulatedHost& at) {
       cores = at.processes.Running(kCoreName).size();
       monitors = at.processes.Running(kMonitorName).size();
     });
     host.clock.SetBudget(30min);
     FakeNetwork network;
     // A Core that cannot be launched is repaired.
-    PublishPackage(host, network, {.version = "1.2.3", .install_time = 2s});
-    EXPECT_EQ(LiveOnce(host, network, {.quit_at = 39s}), 0);
+    PublishPackage(host, network, {.version = "1.2.3", .install_time = 1s});
+    EXPECT_EQ(LiveOnce(host, network, {.quit_at = 31s}), 0);
     if (host.choke.faults.Fired().size() == faults_with_time_to_heal) {
       EXPECT_EQ(cores, 1u) << "healed in good time";
       EXPECT_EQ(monitors, 1u) << "never unwatched for long";
