@@ -39,6 +39,15 @@ const setbacks = [
       '[ERROR] Update: FAILED to launch NEW VOSK manually! Error: 193'] },
 ];
 
+async function hearsOfNoRelease(vosk) {
+  up.site.version = null;
+  await vosk.press('m', 'down', 'down', 'down', 'down', 'enter');
+  await tells(vosk, stepLimit, '[WARN] Menu: Force reinstall of VELDRAN Core requested.',
+    '[ERROR] FetchVersion: API Error: No release is published.',
+    '[ERROR] Menu: Could not fetch latest version from network. Reinstall aborted.');
+  up.site.publish('1.2.3');
+}
+
 async function resists(vosk, core) {
   const folder = installFolder(stage.machine);
   await orderCore(folder, 'protect');
@@ -115,6 +124,7 @@ test('updates that fail half-way', async (t) => {
     `[INFO] Successfully attached to existing PID ${core.pid}. Starting monitoring.`,
     '[INFO] ProcDump launched successfully. Monitor Process ID: *');
 
+  await t.test('no release to be had', () => hearsOfNoRelease(vosk));
   await t.test('a Core that cannot be terminated', () => resists(vosk, core));
   let pid = await launched(vosk);
   for (const setback of setbacks) {

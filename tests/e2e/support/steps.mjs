@@ -3,8 +3,8 @@ import assert from 'node:assert/strict';
 
 import { seconds } from './stage.mjs';
 
-// Wine takes a second or two to write a dump, several times that on a busy machine.
-const crashLimitMs = seconds(60);
+// Wine takes a second or two to write a dump, very many times that on a busy machine.
+const crashLimitMs = seconds(120);
 
 const escaped = (text) => text.replace(/[.+?^${}()|[\]\\]/g, '\\$&').replaceAll('*', '.*');
 
