@@ -57,7 +57,7 @@ void MonitoringLoop::RunCycle() {
   const bool ending = state_.g_terminateMonitoring.load();
   if (!ending && (state_.target_pid == 0 || !state_.hTargetProcess)) AttachToRunningCore();
   const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
-  services_.update.CheckPeriodically(now, core_runs);
+  if (!ending) services_.update.CheckPeriodically(now, core_runs);
   // A successor that has taken over launches the Core itself.
   if (state_.g_terminateMonitoring.load()) return;
   if (!core_runs || UpdateEndedCore()) Relaunch();
