@@ -34,7 +34,7 @@ std::string InstallArguments(const std::filesystem::path& msi,
 }
 
 std::filesystem::path InstalledCore() {
-  return text::PathFromUtf8(identity::kInstallDirectory) / identity::kCoreExecutable;
+  return text::PathFromUtf8(identity::kDefaultTargetPath);
 }
 
 Msiexec::Msiexec(platform::Files& files, platform::Processes& system_processes,

@@ -30,7 +30,7 @@ void MonitoringLoop::HandleCoreEnd() {
   state_.target_launch_time = {};
   services_.crash_processing.ProcessNewDumps(places_.dump_storage_directory,
                                              places_.log_root_directory, end);
-  ForgetCore();
+  state_.ForgetCore(log_.ConsoleLock());
 }
 
 void MonitoringLoop::HandleExpectedEnd() {
@@ -39,7 +39,7 @@ void MonitoringLoop::HandleExpectedEnd() {
     log_.LogInfo("Closing potentially orphaned ProcDump handle during update.");
     state_.hProcDump.Reset();
   }
-  ForgetCore();
+  state_.ForgetCore(log_.ConsoleLock());
 }
 
 CoreEnd MonitoringLoop::JudgeCoreEnd() {

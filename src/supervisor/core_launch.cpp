@@ -42,7 +42,7 @@ void MonitoringLoop::Relaunch() {
 
 void MonitoringLoop::RepairInstallation() {
   log_.LogWarn("Attempting automated download and installation/repair of VELDRAN Core...");
-  if (services_.msi_installer.AutomatedInstall(places_.dump_storage_directory.parent_path())) {
+  if (services_.msi_installer.AutomatedInstall(places_.TempDirectory())) {
     log_.LogInfo("Automated installation succeeded. Will attempt relaunch next cycle.");
     return;
   }
@@ -86,7 +86,7 @@ void MonitoringLoop::WatchLaunchedCore() {
   log_.LogWarn("Crash dump generation will NOT occur.");
   log_.LogError("Terminating the newly launched target process.");
   services_.processes.TerminateProcessL(state_.hTargetProcess, kTerminatedExitCode);
-  ForgetCore();
+  state_.ForgetCore(log_.ConsoleLock());
 }
 
 }  // namespace vosk::supervisor

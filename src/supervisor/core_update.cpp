@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <mutex>
-
 #include "net/version_compare.h"
 #include "platform/clock.h"
 
@@ -137,16 +135,8 @@ bool CoreUpdate::RunSequence(const std::string& version) {
   });
   state_.update_in_progress.store(false);
   // A Core that the sequence has let go of is looked for, or launched, by the next cycle.
-  if (!state_.hTargetProcess) ForgetCore();
+  if (!state_.hTargetProcess) state_.ForgetCore(log_.ConsoleLock());
   return success;
-}
-
-void CoreUpdate::ForgetCore() {
-  state_.hTargetProcess.Reset();
-  state_.target_pid = 0;
-  state_.target_launch_time = {};
-  const std::lock_guard lock(log_.ConsoleLock());
-  state_.captured_modules.clear();
 }
 
 void CoreUpdate::ValidateState(bool core_runs) {
@@ -156,7 +146,7 @@ void CoreUpdate::ValidateState(bool core_runs) {
         "Pre-Update: Target process not currently running. Update will proceed without termination "
         "step.");
     state_.hProcDump.Reset();
-    ForgetCore();
+    state_.ForgetCore(log_.ConsoleLock());
     return;
   }
   // Neither of the two words of aborting below aborts: the sequence judges the state for itself.
@@ -170,7 +160,7 @@ void CoreUpdate::ValidateState(bool core_runs) {
   log_.LogError(fmt::format(
       "Pre-Update Error: Target process PID {} is no longer running. Aborting update.", pid));
   state_.hProcDump.Reset();
-  ForgetCore();
+  state_.ForgetCore(log_.ConsoleLock());
 }
 
 bool CoreUpdate::ReopenCore() {

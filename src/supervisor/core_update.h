@@ -47,7 +47,6 @@ class CoreUpdate {
   void ValidateState(bool core_runs);
   [[nodiscard]] bool ReopenCore();
   void ValidateMonitor();
-  void ForgetCore();
 
   platform::Host host_;
   console::LogSink& log_;

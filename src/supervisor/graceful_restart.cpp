@@ -40,11 +40,7 @@ void GracefulRestart::InitiateGracefulRestart(std::string_view reason,
   End(hTargetProcess, kCoreExitWait);
   log_.LogInfo("Restart: Resetting monitoring state.");
   target_pid = 0;
-  state_.target_launch_time = {};
-  {
-    const std::lock_guard lock(log_.ConsoleLock());
-    state_.captured_modules.clear();
-  }
+  state_.ForgetCore(log_.ConsoleLock());
   log_.LogInfo("Restart: Termination complete. Relaunch will occur on next cycle.");
   state_.restart_in_progress.store(false);
 }

@@ -95,7 +95,7 @@ void MonitoringLoop::AttachToRunningCore() {
   if (!state_.hProcDump) {
     log_.LogError(fmt::format("Failed launch ProcDump for existing PID {}.", pid));
     log_.LogError("Detaching from existing process.");
-    ForgetCore();
+    state_.ForgetCore(log_.ConsoleLock());
   }
 }
 
@@ -165,14 +165,6 @@ std::size_t MonitoringLoop::CaptureModules() {
   const std::lock_guard lock(log_.ConsoleLock());
   state_.captured_modules = services_.host_info.CaptureProcessModules(state_.hTargetProcess);
   return state_.captured_modules.size();
-}
-
-void MonitoringLoop::ForgetCore() {
-  state_.hTargetProcess.Reset();
-  state_.target_pid = 0;
-  state_.target_launch_time = {};
-  const std::lock_guard lock(log_.ConsoleLock());
-  state_.captured_modules.clear();
 }
 
 }  // namespace vosk::supervisor

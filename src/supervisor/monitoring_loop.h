@@ -86,7 +86,6 @@ class MonitoringLoop {
   void HoldCore(platform::ProcessHandle process, platform::ProcessId pid);
   // The number of modules of the Core's runtime that are kept for reports.
   std::size_t CaptureModules();
-  void ForgetCore();
 
   platform::Host host_;
   console::LogSink& log_;

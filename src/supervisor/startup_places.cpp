@@ -64,15 +64,14 @@ bool StartupPlaces::LocateTarget(Places& places) {
       fmt::format("Checking for target at default path: {}", text::PathToUtf8(default_path)));
   if (IsTargetAt(default_path, "Target executable not found at default path: ")) {
     log_.LogInfo("Using target executable from default location.");
-    places.target_path = default_path;
+    places.UseTarget(default_path);
   } else {
     const auto fallback = places.supervisor_directory / identity::kCoreExecutable;
     log_.LogInfo(fmt::format("Checking fallback path: {}", text::PathToUtf8(fallback)));
     if (!IsTargetAt(fallback, "Target executable not found at fallback path: ")) return false;
     log_.LogInfo("Using target executable from fallback location.");
-    places.target_path = fallback;
+    places.UseTarget(fallback);
   }
-  places.target_directory = places.target_path.parent_path();
   return true;
 }
 

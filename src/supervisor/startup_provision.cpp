@@ -18,10 +18,6 @@ using text::PathToUtf8;
 constexpr std::chrono::milliseconds kDiskSpacePause{1000};
 constexpr std::uint64_t kMebibyte = 1'048'576;
 
-std::filesystem::path TempDirectory(const Places& places) {
-  return places.dump_storage_directory.parent_path();
-}
-
 }  // namespace
 
 StartupProvision::StartupProvision(const platform::Host& host, console::LogSink& log,
@@ -44,7 +40,7 @@ tl::expected<void, std::string> StartupProvision::AcquireProcDump(const Places& 
 }
 
 void StartupProvision::RemoveUpdateLeftovers(const Places& places) {
-  const auto leftovers = TempDirectory(places) / install::kWorkDirectoryName;
+  const auto leftovers = places.TempDirectory() / install::kWorkDirectoryName;
   if (!host_.files.Exists(leftovers).value_or(false)) return;
   log_.LogInfo(
       fmt::format("Removing installation directory left behind: {}", PathToUtf8(leftovers)));
@@ -61,7 +57,7 @@ void StartupProvision::WaitForDiskSpace(const Places& places) {
   for (bool first_pass = true; !keeper.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
     log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
     const std::uint64_t freed =
-        keeper.CleanUpStorage(places.dump_storage_directory, TempDirectory(places));
+        keeper.CleanUpStorage(places.dump_storage_directory, places.TempDirectory());
     if (keeper.CheckDiskSpace(unsettled, /*verbose=*/false)) {
       log_.LogInfo("Storage cleanup successful! Proceeding with update.");
     } else {
@@ -77,7 +73,7 @@ void StartupProvision::WaitForDiskSpace(const Places& places) {
 bool StartupProvision::InstallTarget(Places& places) {
   log_.LogWarn(fmt::format("Target executable '{}' not found. Attempting automatic installation...",
                            text::WideToUtf8(identity::kCoreExecutable)));
-  if (!provisions_.msi_installer.AutomatedInstall(TempDirectory(places))) {
+  if (!provisions_.msi_installer.AutomatedInstall(places.TempDirectory())) {
     log_.LogError("Automated installation failed.");
     return false;
   }
@@ -88,22 +84,19 @@ bool StartupProvision::InstallTarget(Places& places) {
 }
 
 bool StartupProvision::FindInstalledTarget(Places& places) {
-  const auto use = [&places](const std::filesystem::path& path) {
-    places.target_path = path;
-    places.target_directory = path.parent_path();
-    return true;
-  };
   const auto default_path = text::PathFromUtf8(identity::kDefaultTargetPath);
   log_.LogInfo(fmt::format("Re-checking default path: {}", PathToUtf8(default_path)));
   if (host_.files.Exists(default_path).value_or(false)) {
     log_.LogInfo("Target found at default location after installation.");
-    return use(default_path);
+    places.UseTarget(default_path);
+    return true;
   }
   const auto fallback = places.supervisor_directory / identity::kCoreExecutable;
   log_.LogInfo(fmt::format("Re-checking fallback path: {}", PathToUtf8(fallback)));
   if (!host_.files.Exists(fallback).value_or(false)) return false;
   log_.LogInfo("Target found at fallback location after installation.");
-  return use(fallback);
+  places.UseTarget(fallback);
+  return true;
 }
 
 }  // namespace vosk::supervisor

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 #include "platform/types.h"
@@ -32,6 +33,15 @@ struct SupervisorState {
   std::atomic<bool> update_in_progress{false};
   bool menu_visible = false;
   int menu_selection = 1;
+
+  // There is no Core any more: closes its handle and forgets what was known of it.
+  void ForgetCore(std::recursive_mutex& console_lock) {
+    hTargetProcess.Reset();
+    target_pid = 0;
+    target_launch_time = {};
+    const std::lock_guard lock(console_lock);
+    captured_modules.clear();
+  }
 };
 
 }  // namespace vosk::supervisor

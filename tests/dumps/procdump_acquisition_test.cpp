@@ -33,7 +33,7 @@ struct Bench {
   explicit Bench(SimulatedHost& a_host) : host(a_host) { Serve(kBoth); }
 
   void Serve(const std::string& zip) {
-    downloader.fetch = [this, zip](const fs::path& destination) {
+    downloader.fetch = [this, zip](const std::string&, const fs::path& destination) {
       host.PutFile(destination, zip);
       return true;
     };
@@ -169,7 +169,7 @@ TEST(ProcDumpAcquisition, SaysWhyThereIsNoProcDump) {
         kCleanedUp, kNotExtracted}},
       {"full disk",
        [](Bench& bench) {
-         bench.downloader.fetch = [&bench](const fs::path& destination) {
+         bench.downloader.fetch = [&bench](const std::string&, const fs::path& destination) {
            bench.host.PutFile(destination, kBoth);
            fs::create_symlink("/dev/full", kVosk / "procdump64.exe");
            return true;

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <string>
 
 #include "identity.h"
 #include "install/msi_installer.h"
 #include "install/self_update.h"
 #include "install/work_files.h"
+#include "tests/support/fake_downloader.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/simulated_host.h"
 #include "tests/support/zip_bytes.h"
@@ -23,21 +23,16 @@ inline constexpr char16_t kCoreName[] = u"VELDRAN Core.exe";
 inline constexpr char16_t kSelfName[] = u"VOSK.exe";
 
 // A download that hands out bytes made beforehand.
-class PreparedDownload : public net::Downloader {
- public:
-  explicit PreparedDownload(support::SimulatedHost& host) : host_(host) {}
-
-  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
-    EXPECT_EQ(url, identity::kCorePackageUrl);
-    if (zip.empty()) return false;
-    host_.PutFile(destination, zip);
-    return true;
+struct PreparedDownload : support::FakeDownloader {
+  explicit PreparedDownload(support::SimulatedHost& host) {
+    fetch = [this, &host](const std::string& url, const std::filesystem::path& destination) {
+      EXPECT_EQ(url, identity::kCorePackageUrl);
+      if (!zip.empty()) host.PutFile(destination, zip);
+      return !zip.empty();
+    };
   }
 
   std::string zip;  // empty: the server has none
-
- private:
-  support::SimulatedHost& host_;
 };
 
 [[nodiscard]] inline std::string PackageZip(support::SimulatedHost& host,

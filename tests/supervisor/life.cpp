@@ -7,6 +7,7 @@
 
 #include "identity.h"
 #include "install/work_files.h"
+#include "tests/support/fake_downloader.h"
 #include "tests/support/zip_bytes.h"
 
 namespace vosk::supervisor {
@@ -41,22 +42,6 @@ class FakeUploader : public report::Uploader {
   FakeNetwork& network_;
 };
 
-class FakeDownloader : public net::Downloader {
- public:
-  explicit FakeDownloader(FakeNetwork& network) : network_(network) {}
-
-  bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
-    const auto found = network_.downloads.find(url);
-    if (found == network_.downloads.end()) return false;
-    std::ofstream file(destination, std::ios::binary);
-    file << found->second;
-    return file.good();
-  }
-
- private:
-  FakeNetwork& network_;
-};
-
 class FakeVersionService : public net::VersionService {
  public:
   explicit FakeVersionService(FakeNetwork& network) : network_(network) {}
@@ -82,7 +67,15 @@ std::unique_ptr<net::Downloader> FakeNetwork::MakeDownloader(const platform::Hos
                                                              console::LogSink&,
                                                              console::TransferProgress&,
                                                              const std::atomic<bool>&) {
-  return std::make_unique<FakeDownloader>(*this);
+  auto downloader = std::make_unique<support::FakeDownloader>();
+  downloader->fetch = [this](const std::string& url, const std::filesystem::path& destination) {
+    const auto found = downloads.find(url);
+    if (found == downloads.end()) return false;
+    std::ofstream file(destination, std::ios::binary);
+    file << found->second;
+    return file.good();
+  };
+  return downloader;
 }
 
 std::unique_ptr<net::VersionService> FakeNetwork::MakeVersionService(console::LogSink&) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,12 +14,12 @@ namespace vosk::support {
 class FakeDownloader : public net::Downloader {
  public:
   // Puts the answer at the destination, or returns false.
-  std::function<bool(const std::filesystem::path& destination)> fetch;
+  std::function<bool(const std::string& url, const std::filesystem::path& destination)> fetch;
   std::vector<std::string> urls;
 
   bool DownloadFile(const std::string& url, const std::filesystem::path& destination) override {
     urls.push_back(url);
-    return fetch && fetch(destination);
+    return fetch && fetch(url, destination);
   }
 };
 
