@@ -22,7 +22,7 @@ struct Reading {
   double processor_seconds = 0;
 };
 
-Reading Read(support::SimulatedHost& host) {
+Reading Read(simulation::SimulatedHost& host) {
   host.console.Forget();
   return {.heap_kilobytes = static_cast<double>(mallinfo2().uordblks) / 1e3,
           .log_kilobytes = static_cast<double>(std::filesystem::file_size(host.LogFile())) / 1e3,
@@ -32,17 +32,17 @@ Reading Read(support::SimulatedHost& host) {
 }  // namespace
 
 bool MeasureIdle(const std::filesystem::path&) {
-  support::SimulatedHost host;
+  simulation::SimulatedHost host;
   host.choke.SetCallBudget(100'000'000);
-  supervisor::FurnishHost(host);
+  host.Furnish();
   host.processes.Add(supervisor::kCoreName);
   std::vector<Reading> readings;
   readings.reserve(kHours);
   for (int hour = 1; hour <= kHours; ++hour) {
     host.At(std::chrono::hours(hour),
-            [&readings](support::SimulatedHost& at) { readings.push_back(Read(at)); });
+            [&readings](simulation::SimulatedHost& at) { readings.push_back(Read(at)); });
   }
-  supervisor::FakeNetwork network;
+  simulation::SimServers network(host);
   const int status =
       supervisor::LiveOnce(host, network, {.quit_at = std::chrono::hours(kHours) + 1min});
   const Reading& first = readings.front();

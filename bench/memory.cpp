@@ -13,8 +13,8 @@
 #include "bench/measure.h"
 #include "report/report_archive.h"
 #include "report/tus_client.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "simulation/log_recorder.h"
+#include "simulation/simulated_host.h"
 
 namespace vosk::bench {
 namespace {
@@ -51,8 +51,8 @@ double RunInFreshProcess(const std::filesystem::path& directory, const std::file
 
 int RunMemoryChild(const std::filesystem::path& work_directory, const std::filesystem::path& dump,
                    const char* server_url) {
-  support::SimulatedHost host;
-  support::LogRecorder log(host);
+  simulation::SimulatedHost host;
+  simulation::LogRecorder log(host);
   console::TransferProgress progress;
   report::ReportArchive archive(host.files, host.system, host.clock, log.Sink(), progress);
   report::TusClient client(server_url, host.files, host.clock, log.Sink(), progress);

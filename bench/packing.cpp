@@ -4,8 +4,8 @@
 #include "bench/benches.h"
 #include "bench/measure.h"
 #include "report/report_archive.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "simulation/log_recorder.h"
+#include "simulation/simulated_host.h"
 
 namespace vosk::bench {
 namespace {
@@ -34,8 +34,8 @@ bool MeasurePacking(const std::filesystem::path& work_directory) {
   const auto their_zip = directory / "theirs.zip";
   WriteSampleDump(dump, kDumpSize);
 
-  support::SimulatedHost host;
-  support::LogRecorder log(host);
+  simulation::SimulatedHost host;
+  simulation::LogRecorder log(host);
   console::TransferProgress progress;
   report::ReportArchive archive(host.files, host.system, host.clock, log.Sink(), progress);
 

@@ -9,8 +9,8 @@
 #include "bench/measure.h"
 #include "report/tus_client.h"
 #include "report/tus_protocol.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "simulation/log_recorder.h"
+#include "simulation/simulated_host.h"
 
 namespace vosk::bench {
 namespace {
@@ -62,8 +62,8 @@ bool MeasureUploading(const std::filesystem::path& work_directory) {
   WriteSampleDump(kept, kFileSize);
   const DiscardingServer server;
 
-  support::SimulatedHost host;
-  support::LogRecorder log(host);
+  simulation::SimulatedHost host;
+  simulation::LogRecorder log(host);
   console::TransferProgress progress;
   report::TusClient client(server.Url(), host.files, host.clock, log.Sink(), progress);
   const auto ours = [&] {

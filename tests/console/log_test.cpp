@@ -6,13 +6,14 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tests/support/log_recorder.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/sweep.h"
 
 namespace vosk::console {
 namespace {
 
 using platform::StandardStream;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogOf;
@@ -30,7 +31,7 @@ class LogTest : public testing::Test {
   std::string Out() { return host_.console.TextOf(StandardStream::output); }
   std::string Err() { return host_.console.TextOf(StandardStream::error); }
 
-  SimulatedHost host_;
+  CheckedHost host_;
   bool menu_visible_ = false;
   LogSink log_{host_.console, host_.files, host_.system, host_.clock, menu_visible_};
 };

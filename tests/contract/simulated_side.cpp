@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "tests/contract/host_under_test.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
 
 namespace vosk::contract {
 namespace {
@@ -48,7 +48,7 @@ class SimulatedSide : public HostUnderTest {
   }
 
  private:
-  support::SimulatedHost host_;
+  support::CheckedHost host_;
 };
 
 }  // namespace

@@ -5,12 +5,13 @@
 
 #include <filesystem>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 
 namespace vosk::dumps {
 namespace {
 
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogRecorder;
@@ -19,7 +20,7 @@ using testing::ElementsAre;
 using testing::SizeIs;
 
 struct Bench {
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder log{host};
   std::atomic<bool> red_alert{false};
   DumpCapture capture{host.Bundle(), log.Sink(), red_alert};

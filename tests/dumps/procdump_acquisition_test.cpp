@@ -2,16 +2,17 @@
 
 #include <gtest/gtest.h>
 
+#include "simulation/zip_bytes.h"
 #include "tests/support/fake_downloader.h"
-#include "tests/support/log_recorder.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
 #include "tests/support/sweep.h"
-#include "tests/support/zip_bytes.h"
 
 namespace vosk::dumps {
 namespace {
 
 namespace fs = std::filesystem;
+using support::CheckedHost;
 using support::FakeDownloader;
 using support::LogHas;
 using support::LogIs;
@@ -80,7 +81,7 @@ TEST(ProcDumpAcquisition, IsContentWithEitherExecutable) {
       {{"procdump64.exe"}, "procdump64.exe"},
       {{"procdump.exe", "procdump64.exe"}, "procdump64.exe"}};
   for (const auto& [present, named] : rows) {
-    SimulatedHost host;
+    CheckedHost host;
     Bench bench(host);
     for (const std::string& name : present) host.PutFile(kVosk / name, "MZ");
     EXPECT_TRUE(bench.Ensure());
@@ -105,7 +106,7 @@ TEST(ProcDumpAcquisition, TakesOneExecutableOutOfTheDownload) {
        "32 bit",
        {kFallingBack, "[INFO] ExtractProcDump: Found fallback 'procdump.exe' in zip archive."}}};
   for (const Row& row : rows) {
-    SimulatedHost host;
+    CheckedHost host;
     Bench bench(host);
     bench.Serve(row.zip);
     EXPECT_TRUE(bench.Ensure());
@@ -126,7 +127,7 @@ TEST(ProcDumpAcquisition, TakesOneExecutableOutOfTheDownload) {
 }
 
 TEST(ProcDumpAcquisition, MakesTheDirectoryItExtractsTo) {
-  SimulatedHost host;
+  CheckedHost host;
   Bench bench(host);
   EXPECT_TRUE(bench.Ensure("C:/new/deep"));
   EXPECT_EQ(SimulatedHost::ReadFile("C:/new/deep/procdump64.exe"), "64 bit");
@@ -210,7 +211,7 @@ TEST(ProcDumpAcquisition, SaysWhyThereIsNoProcDump) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    SimulatedHost host;
+    CheckedHost host;
     Bench bench(host);
     row.set_up(bench);
     EXPECT_FALSE(bench.Ensure());
@@ -241,7 +242,7 @@ TEST(ProcDumpAcquisition, GoesOnWhereTheZipCannotBeCleanedUp) {
        "[WARN] Failed to clean up downloaded zip file: C:/Dumps/Procdump.zip. Error: The process "
        "cannot access the file because it is being used by another process."}};
   for (const auto& [set_up, warning] : rows) {
-    SimulatedHost host;
+    CheckedHost host;
     Bench bench(host);
     set_up(bench);
     EXPECT_TRUE(bench.Ensure());

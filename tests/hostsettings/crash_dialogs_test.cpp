@@ -3,13 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 
 namespace vosk::hostsettings {
 namespace {
 
 using platform::RegistryValue;
+using support::CheckedHost;
 using support::LogRecorder;
 using support::LogText;
 using support::NumberValue;
@@ -99,7 +100,7 @@ TEST(SuppressWerDialog, FromEveryState) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     LogRecorder log(host);
     row.prepare(host.registry);
     host.registry.PutNumber(kWer32, "DontShowUI", 1);
@@ -157,7 +158,7 @@ TEST(DisableJitDebugger, FromEveryState) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     LogRecorder log(host);
     row.prepare(host.registry);
     if (!row.failing.empty()) host.FailNext(row.failing, 5, row.times);

@@ -5,18 +5,18 @@
 
 #include <filesystem>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 
 namespace vosk::install {
 namespace {
 
+using support::CheckedHost;
 using support::LogIs;
 using support::LogRecorder;
-using support::SimulatedHost;
 
 TEST(CoreVersion, ReadsTheFirstLineAndTellsOfChanges) {
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder log(host);
   CoreVersion version(host.files, log.Sink());
   host.PutFile("C:/stats/CoreVersion.txt", " \t1.2.3\r\nnothing else counts\n");
@@ -36,7 +36,7 @@ TEST(CoreVersion, ReadsTheFirstLineAndTellsOfChanges) {
 }
 
 TEST(CoreVersion, ComplainsOfTheSameOnlyOnce) {
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder log(host);
   CoreVersion version(host.files, log.Sink());
   for (const char* contents : {"", "", " ", "1.2.3", ""}) {
@@ -71,7 +71,7 @@ TEST(CoreVersion, KeepsWhatItKnowsWhereTheFileTellsNothing) {
        "[WARN] CoreVersion.txt not found at expected location: C:/stats/CoreVersion.txt"},
   };
   for (const Row& row : rows) {
-    SimulatedHost host;
+    CheckedHost host;
     LogRecorder log(host);
     CoreVersion version(host.files, log.Sink());
     version.Set("1.0.0");
@@ -81,7 +81,7 @@ TEST(CoreVersion, KeepsWhatItKnowsWhereTheFileTellsNothing) {
     EXPECT_EQ(version.Current(), "1.0.0");
     EXPECT_THAT(log.Lines(), LogIs({row.line}));
   }
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder log(host);
   CoreVersion version(host.files, log.Sink());
   EXPECT_EQ(version.Read({}, true), "");

@@ -7,9 +7,9 @@
 #include <stdexcept>
 
 #include "install/tree_removal.h"
-#include "tests/support/log_recorder.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
-#include "tests/support/simulated_host.h"
 #include "tests/support/sweep.h"
 
 namespace vosk::install {
@@ -17,6 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using std::chrono::seconds;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogRecorder;
@@ -69,7 +70,7 @@ TEST(CheckDiskSpace, WantsTwoGibibytesOnThePathsVolume) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.path.string() + ' ' + row.failing);
-    SimulatedHost host;
+    CheckedHost host;
     Bench bench(host);
     host.files.free_space = row.free;
     if (!row.failing.empty()) host.FailNext(row.failing, 5, 2);
@@ -87,7 +88,7 @@ TEST(CheckDiskSpace, WantsTwoGibibytesOnThePathsVolume) {
 }
 
 TEST(ClearDirectory, TriesAgainAndStaysInside) {
-  SimulatedHost host;
+  CheckedHost host;
   Bench bench(host);
   const std::string dump = (kDumps / "a.dmp").string();
   const std::string held = (kDumps / "held.zip").string();
@@ -152,7 +153,7 @@ TEST(ClearDirectory, SaysWhyItCannot) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.log);
-    SimulatedHost host;
+    CheckedHost host;
     Bench bench(host);
     host.PutFile("C:/d/file", "x");
     host.PutFile("d/file", "x");
@@ -167,7 +168,7 @@ TEST(ClearDirectory, SaysWhyItCannot) {
 }
 
 TEST(ClearDirectory, LetsNoExceptionOut) {
-  SimulatedHost host;
+  CheckedHost host;
   Bench bench(host);
   host.PutFile("C:/d/file", "x");
   bench.files.before_remove = [](const fs::path&) { throw fs::filesystem_error("gone", {}); };
@@ -219,7 +220,7 @@ TEST(CleanUpStorage, TakesOldFilesByTheirNames) {
       {"Procdump.zip.part", 2 * kDay, false},
       {"VOSK.log", 2 * kDay, false},
   };
-  SimulatedHost host;
+  CheckedHost host;
   Bench bench(host);
   std::vector<std::string> kept = {"a directory.failed_zip", "link.failed_zip"};
   for (const Row& row : rows) {
@@ -260,7 +261,7 @@ void PutLeftovers(SimulatedHost& host) {
 }
 
 TEST(CleanUpStorage, TellsWhatItFreed) {
-  SimulatedHost host;
+  CheckedHost host;
   Bench bench(host);
   PutLeftovers(host);
   EXPECT_EQ(bench.keeper.CleanUpStorage(kDumps, kTemp), 6u << 20);
@@ -282,7 +283,7 @@ TEST(CleanUpStorage, TellsWhatItFreed) {
 }
 
 TEST(CleanUpStorage, LeavesAloneWhatIsNotWhereItShouldBe) {
-  SimulatedHost host;
+  CheckedHost host;
   Bench bench(host);
   PutLeftovers(host);
   host.PutFile("D:/VELDRAN_VOSK_Dumps/a.dmp", "x");

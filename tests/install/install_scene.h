@@ -8,10 +8,10 @@
 #include "install/msi_installer.h"
 #include "install/self_update.h"
 #include "install/work_files.h"
+#include "simulation/zip_bytes.h"
+#include "tests/support/checked_host.h"
 #include "tests/support/fake_downloader.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
-#include "tests/support/zip_bytes.h"
+#include "tests/support/log_matchers.h"
 #include "text/utf.h"
 
 namespace vosk::install {

@@ -9,6 +9,7 @@ namespace vosk::install {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogLacks;
@@ -42,7 +43,7 @@ constexpr char kInstallLine[] =
     "\"C:/temp/VELDRAN_Install/VELDRAN_Core_Install_Log.txt\"";
 
 TEST(MsiInstaller, RemovesEveryOldVersionAndInstallsTheNewOne) {
-  SimulatedHost host;
+  CheckedHost host;
   Scene scene(host);
   InstallOld(host, "1.1.0", kOlderProduct);
   InstallOld(host, "1.2.2", kOldProduct);
@@ -178,7 +179,7 @@ TEST(MsiInstaller, TellsWhatBecameOfEveryOddInstallation) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     Scene scene(host);
     scene.download.zip = PackageZip(host, {.version = "1.2.3"});
     row.arrange(scene);
@@ -222,7 +223,7 @@ TEST(MsiInstaller, GoesOnAfterAnUninstallThatFailed) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     Scene scene(host);
     InstallOld(host, "1.2.2", kOldProduct);
     scene.download.zip = PackageZip(host, {.version = "1.2.3", .install_exit_code = 1603});
@@ -242,7 +243,7 @@ TEST(MsiInstaller, GoesOnAfterAnUninstallThatFailed) {
 }
 
 TEST(MsiInstaller, TakesNothingButAFileForAPackage) {
-  SimulatedHost host;
+  CheckedHost host;
   Scene scene(host);
   std::filesystem::create_directories("C:/work/a.msi");
   EXPECT_FALSE(scene.installer.UninstallThenInstall("C:/work/a.msi"));

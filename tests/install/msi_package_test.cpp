@@ -7,13 +7,14 @@
 namespace vosk::install {
 namespace {
 
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogRecorder;
 using support::SimulatedHost;
 
 TEST(MsiPackage, TakesTheMsiOutOfItsZip) {
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder log(host);
   MsiPackage package(host.files, host.installer, log.Sink());
   host.PutFile("C:/package.zip",
@@ -48,7 +49,7 @@ TEST(MsiPackage, TellsWhyThereIsNoMsi) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.line);
-    SimulatedHost host;
+    CheckedHost host;
     LogRecorder log(host);
     MsiPackage package(host.files, host.installer, log.Sink());
     host.PutFile("C:/package.zip", row.zip);
@@ -81,7 +82,7 @@ TEST(MsiPackage, ReadsTheVersionOrTellsWhyNot) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.failing);
-    SimulatedHost host;
+    CheckedHost host;
     LogRecorder log(host);
     MsiPackage package(host.files, host.installer, log.Sink());
     host.PutFile("C:/core.msi", host.installer.MakePackage({.version = row.version}));

@@ -9,6 +9,7 @@ namespace vosk::install {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogLacks;
@@ -68,7 +69,7 @@ struct Scene {
 };
 
 TEST(SelfUpdate, TakesSevenStepsToHandOver) {
-  SimulatedHost host;
+  CheckedHost host;
   Scene scene(host);
   EXPECT_TRUE(scene.Run());
   EXPECT_TRUE(scene.terminate);
@@ -176,7 +177,7 @@ TEST(SelfUpdate, GoesTheLongerWaysToSuccessAsWell) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     Scene scene(host);
     row.arrange(scene);
     EXPECT_TRUE(scene.Run());
@@ -248,7 +249,7 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     Scene scene(host);
     row.arrange(scene);
     EXPECT_FALSE(scene.Run());
@@ -307,7 +308,7 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
+    CheckedHost host;
     Scene scene(host);
     row.arrange(scene);
     EXPECT_FALSE(scene.Run());
@@ -324,7 +325,7 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
 }
 
 TEST(SelfUpdate, EndsTheSupervisorThatCannotBePutBack) {
-  SimulatedHost host;
+  CheckedHost host;
   Scene scene(host);
   scene.Publish({.version = "1.2.3", .install_exit_code = 1603});
   host.FailNext("files.Replace", 32, 10);

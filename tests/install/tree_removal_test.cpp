@@ -3,12 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
 
 namespace vosk::install {
 namespace {
 
 namespace fs = std::filesystem;
+using support::CheckedHost;
 using support::SimulatedHost;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -24,7 +25,7 @@ void PutTree(SimulatedHost& host) {
 }
 
 TEST(RemoveTree, TakesEverythingInsideAndNothingBehindALink) {
-  SimulatedHost host;
+  CheckedHost host;
   PutTree(host);
   EXPECT_EQ(TreeSize(host.files, "C:/Temp/Work/"), 12u);
   EXPECT_TRUE(RemoveTree(host.files, "C:/Temp/Work/", "C:/Temp/"));
@@ -36,7 +37,7 @@ TEST(RemoveTree, TakesEverythingInsideAndNothingBehindALink) {
 }
 
 TEST(RemoveTree, TakesALinkOrAFileForItself) {
-  SimulatedHost host;
+  CheckedHost host;
   PutTree(host);
   // The separator at the end would lead to the link's target.
   for (const fs::path path : {"C:/Temp/Work/deep/link/", "C:/Temp/Work/a.log"}) {
@@ -67,7 +68,7 @@ TEST(RemoveTree, RefusesWhatDoesNotLieBelowItsLimit) {
       {"C:/", "C:/", "does not lie below"},
       {"C:/Temp/Work/deep/link/mine", "C:/Temp", "'C:/Temp/Work/deep/link' is a link"},
   };
-  SimulatedHost host;
+  CheckedHost host;
   PutTree(host);
   const auto size_before = TreeSize(host.files, "C:/");
   for (const Row& row : rows) {
@@ -88,7 +89,7 @@ TEST(RemoveTree, GoesOnPastWhatItCannotRemove) {
     std::uint32_t code;
   };
   for (const Row& row : {Row{"files.Walk", 5}, Row{"files.Walk.Next", 1392}}) {
-    SimulatedHost host;
+    CheckedHost host;
     PutTree(host);
     host.files.Hold("C:/Temp/Work/deep/down/b.msi", {});
     auto removed = RemoveTree(host.files, "C:/Temp/Work", "C:/Temp/Work");

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <thread>
 
-#include "tests/support/log_recorder.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
 #include "tests/support/scripted_peer.h"
 
@@ -14,6 +14,7 @@ namespace vosk::net {
 namespace {
 
 namespace fs = std::filesystem;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogText;
@@ -70,7 +71,7 @@ class HttpDownloadTest : public testing::Test {
     }
   };
 
-  SimulatedHost host_;
+  CheckedHost host_;
   MeddlingFiles files_{host_.files};
   HurryingClock clock_{host_.choke};
   support::LogRecorder log_{host_};

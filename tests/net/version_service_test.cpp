@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "net/version_reply.h"
-#include "tests/support/log_recorder.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/scripted_peer.h"
 
 namespace vosk::net {
@@ -79,7 +79,7 @@ class VersionServiceTest : public testing::Test {
     return {first, lines.end()};
   }
 
-  support::SimulatedHost host_;
+  support::CheckedHost host_;
   support::LogRecorder log_{host_};
   std::size_t seen_lines_ = 0;
   ScriptedPeer peer_;

@@ -3,13 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 
 namespace vosk::process {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogLacks;
@@ -24,7 +25,7 @@ constexpr std::uint32_t kFullAccess = platform::access::kSynchronize |
                                       platform::access::kTerminate;
 
 struct Bench {
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder log{host};
   ProcessControl control{host.processes, log.Sink()};
 };

@@ -7,9 +7,9 @@
 
 #include "report/report_archive.h"
 #include "tests/report/zip_contents.h"
-#include "tests/support/log_recorder.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
-#include "tests/support/simulated_host.h"
 
 namespace vosk::report {
 
@@ -46,7 +46,7 @@ class ArchiveScene : public testing::Test {
     return {first, lines.end()};
   }
 
-  support::SimulatedHost host_;
+  support::CheckedHost host_;
   MeddlingFiles files_{host_.files};
   support::LogRecorder log_{host_};
   std::size_t seen_lines_ = 0;

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "report/host_info.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 
 namespace vosk::report {
 
@@ -72,7 +72,7 @@ class HostInfoTest : public testing::Test {
     return host_.ReadFile(kHostInfoFile);
   }
 
-  support::SimulatedHost host_;
+  support::CheckedHost host_;
   support::LogRecorder log_{host_};
   std::string vosk_version_ = "3.3";
   std::string core_version_ = "2.14.3";

@@ -1,14 +1,15 @@
 #include <gtest/gtest.h>
 
 #include "report/host_info.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/sweep.h"
 
 namespace vosk::report {
 namespace {
 
 namespace access = platform::access;
+using support::CheckedHost;
 using support::SimulatedHost;
 using testing::ElementsAre;
 
@@ -50,7 +51,7 @@ std::vector<std::string> Lines(const ProcessModules& modules) {
 
 TEST(ProcessModulesTest, RuntimeModulesAreKeptInOrderWithTheirVersions) {
   for (const std::uint32_t rights : {kReadingRights, kAttachRights}) {
-    SimulatedHost host;
+    CheckedHost host;
     support::LogRecorder log(host);
     const auto modules = Capture(host, log, rights, AddCore(host).pid);
     EXPECT_THAT(
@@ -67,7 +68,7 @@ TEST(ProcessModulesTest, RuntimeModulesAreKeptInOrderWithTheirVersions) {
 }
 
 TEST(ProcessModulesTest, AProcessThatCannotBeReadHasNone) {
-  SimulatedHost host;
+  CheckedHost host;
   support::LogRecorder log(host);
   support::SimProcess& core = AddCore(host);
   const auto held = host.processes.Open(kAttachRights, core.pid);

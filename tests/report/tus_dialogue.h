@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "report/tus_client.h"
-#include "tests/support/log_recorder.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
 #include "tests/support/scripted_peer.h"
-#include "tests/support/simulated_host.h"
 
 namespace vosk::report {
 
@@ -71,7 +71,7 @@ class TusDialogue : public testing::Test {
     return {first, lines.end()};
   }
 
-  support::SimulatedHost host_;
+  support::CheckedHost host_;
   MeddlingFiles files_{host_.files};
   support::LogRecorder log_{host_};
   std::size_t seen_lines_ = 0;

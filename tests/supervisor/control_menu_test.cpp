@@ -13,6 +13,7 @@ namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogIs;
 using support::LogLacks;
@@ -99,12 +100,12 @@ TEST(ControlMenu, EachKeyDoesWhatItSays) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(testing::PrintToString(row.keys));
-    SimulatedHost host;
-    FurnishHost(host);
+    CheckedHost host;
+    host.Furnish();
     // A Core that VOSK may not open is none that it could act on.
     host.processes.Add(kCoreName).open_error = platform::kAccessDenied;
     for (const int key : row.keys) host.KeyPressed(key);
-    FakeNetwork network;
+    SimServers network(host);
     EXPECT_EQ(LiveOnce(host, network, {.quit_at = 3min}), 0);
     LogText expected = row.then;
     expected.insert(expected.end(), row.quit.begin(), row.quit.end());
@@ -113,8 +114,8 @@ TEST(ControlMenu, EachKeyDoesWhatItSays) {
 }
 
 TEST(ControlMenu, StandsInTheLogsPlaceWhileItIsOpen) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.processes.Add(kCoreName);
   support::Terminal terminal(host.console.info.Width(), host.console.info.Height());
   const auto screen_at = [&](support::Duration time, const testing::Matcher<std::string>& shown) {
@@ -138,7 +139,7 @@ TEST(ControlMenu, StandsInTheLogsPlaceWhileItIsOpen) {
   press_at(37s, {'m'});
   screen_at(38s, Not(HasSubstr("VOSK Control Menu")));
   screen_at(50s, HasSubstr("running for: 45s"));
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network);
 }
 
@@ -170,11 +171,11 @@ LogText RestartPassage(const SimulatedHost& host, const std::string& reason) {
 }
 
 TEST(ControlMenu, ARestartEndsTheMonitorThenTheCoreAndIsNoCrash) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.console.understands_escapes = false;
   host.At(20s, [](SimulatedHost& at) { ChooseItem(at, 1); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network);
   EXPECT_THAT(OperatorLines(host),
               Contains("[WARN] Menu: Forced restart of VELDRAN Core requested."));
@@ -184,8 +185,8 @@ TEST(ControlMenu, ARestartEndsTheMonitorThenTheCoreAndIsNoCrash) {
 }
 
 TEST(ControlMenu, TheScheduleRestartsACoreThatHasRunForMoreThan12Hours) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.console.understands_escapes = false;
   std::vector<support::Duration> started;
   host.InstallCore("C:/Program Files/VELDRAN Inc/VELDRAN Core/VELDRAN Core.exe",
@@ -195,7 +196,7 @@ TEST(ControlMenu, TheScheduleRestartsACoreThatHasRunForMoreThan12Hours) {
                      if (started.size() > 1) return;
                      host.clock.After(10s, [&] { host.clock.Advance(12h - 20s); });
                    });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 12h + 1min});
   ASSERT_THAT(started, SizeIs(2));
   EXPECT_EQ(started[1] - started[0], 12h + 500ms + 5s) << "one cycle later, after the usual delay";
@@ -207,10 +208,10 @@ TEST(ControlMenu, TheScheduleRestartsACoreThatHasRunForMoreThan12Hours) {
 }
 
 TEST(ControlMenu, QuitEndsTheCoreAsWell) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.At(20s, [](SimulatedHost& at) { ChooseItem(at, 2); });
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network), 0);
   EXPECT_LT(host.clock.Elapsed(), 25s);
   EXPECT_THAT(host.processes.Running(kCoreName), SizeIs(0));
@@ -218,11 +219,11 @@ TEST(ControlMenu, QuitEndsTheCoreAsWell) {
 }
 
 TEST(ControlMenu, VersionInformationNamesBoth) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet/CoreVersion.txt", "1.4.2b\n");
   host.At(20s, [](SimulatedHost& at) { ChooseItem(at, 3); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network);
   EXPECT_THAT(LogOf(host), LogHas({"[INFO] === Version Information ===", "[INFO] VOSK Version: 3.3",
                                    "[INFO] VELDRAN Core Version: 1.4.2b",
@@ -230,8 +231,8 @@ TEST(ControlMenu, VersionInformationNamesBoth) {
 }
 
 TEST(ControlMenu, RedAlertAttachesAnewAndMarksTheNextReports) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.processes.Add(kCoreName);
   const auto toggle = [](SimulatedHost& at) { ChooseItem(at, 6); };
   const std::string directory = host.DumpDirectory().string();
@@ -239,9 +240,10 @@ TEST(ControlMenu, RedAlertAttachesAnewAndMarksTheNextReports) {
   host.At(24s, [](SimulatedHost& at) { at.CoreExits(kAccessViolation); });
   host.At(50s, toggle);
   host.At(55s, toggle);
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network);
-  EXPECT_THAT(network.received, ElementsAre("VELDRAN Core.exe_250301_090025_RIG-7_CRASH_FD.zip"));
+  EXPECT_THAT(network.ReceivedNames(),
+              ElementsAre("VELDRAN Core.exe_250301_090025_RIG-7_CRASH_FD.zip"));
   const auto& monitors = host.processes;
   EXPECT_THAT(
       LogOf(host),
@@ -268,13 +270,13 @@ TEST(ControlMenu, RedAlertAttachesAnewAndMarksTheNextReports) {
 }
 
 TEST(ControlMenu, ACoreThatRedAlertLeavesUnwatchedIsWatchedSoon) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.At(20s, [](SimulatedHost& at) {
     at.FailNext("processes.Start", 8);
     ChooseItem(at, 6);
   });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network);
   EXPECT_THAT(
       LogOf(host),
@@ -286,7 +288,7 @@ TEST(ControlMenu, ACoreThatRedAlertLeavesUnwatchedIsWatchedSoon) {
 // as it was found, and a report that did not come out is told of.
 TEST(ControlMenu, SurvivesEveryFault) {
   const auto sequence = [](SimulatedHost& host) {
-    FurnishHost(host);
+    host.Furnish();
     host.processes.Add(kCoreName);
     host.At(6s, [](SimulatedHost& at) { ChooseItem(at, 4); });
     host.At(8s, [](SimulatedHost& at) { ChooseItem(at, 6); });
@@ -301,9 +303,9 @@ TEST(ControlMenu, SurvivesEveryFault) {
       monitors = at.processes.Running(kMonitorName).size();
     });
     host.clock.SetBudget(30min);
-    FakeNetwork network;
+    SimServers network(host);
     // A Core that cannot be launched is repaired.
-    PublishPackage(host, network, {.version = "1.2.3", .install_time = 1s});
+    network.PublishPackage({.version = "1.2.3", .install_time = 1s});
     EXPECT_EQ(LiveOnce(host, network, {.quit_at = 31s}), 0);
     if (host.choke.faults.Fired().size() == faults_with_time_to_heal) {
       EXPECT_EQ(cores, 1u) << "healed in good time";

@@ -8,6 +8,7 @@ namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogLacks;
 using support::LogOf;
@@ -18,15 +19,15 @@ constexpr char kInstalledVosk[] = "C:/Program Files/VELDRAN Inc/VELDRAN Core/VOS
 constexpr char16_t kSelfName[] = u"VOSK.exe";
 
 // Release 1.2.2 is installed, VOSK runs from it, and 1.2.3 can be downloaded.
-void FurnishRelease(SimulatedHost& host, FakeNetwork& network) {
+void FurnishRelease(SimulatedHost& host, SimServers& network) {
   host.clock.SetBudget(2h);
   host.system.module_path = kInstalledVosk;
-  FurnishHost(host);
+  host.Furnish();
   host.installer.Install(
       {.product_code = "{11111111-1111-1111-1111-111111111111}", .version = "1.2.2"},
       std::filesystem::path(kInstalledVosk).parent_path());
   host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet/CoreVersion.txt", "1.2.2\r\n");
-  PublishPackage(host, network, {.version = "1.2.3"});
+  network.PublishPackage({.version = "1.2.3"});
 }
 
 int CountLines(const SimulatedHost& host, const std::string& line) {
@@ -74,10 +75,10 @@ TEST(CoreUpdate, StartUpDecidesByTheTwoVersions) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.installed + " / " + row.latest);
-    SimulatedHost host;
-    FurnishHost(host);
+    CheckedHost host;
+    host.Furnish();
     host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet/CoreVersion.txt", row.installed);
-    FakeNetwork network;
+    SimServers network(host);
     network.latest_version = row.latest;
     EXPECT_EQ(LiveOnce(host, network, {.quit_at = 20s}), 0);
     LogText lines{"[INFO] --- Startup Update Check ---"};
@@ -90,8 +91,8 @@ TEST(CoreUpdate, StartUpDecidesByTheTwoVersions) {
 }
 
 TEST(CoreUpdate, AtStartUpTheSuccessorTakesOverBeforeAnythingIsLaunched) {
-  SimulatedHost host;
-  FakeNetwork network;
+  CheckedHost host;
+  SimServers network(host);
   FurnishRelease(host, network);
   network.latest_version = "1.2.3";
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1h}), 0);
@@ -104,8 +105,8 @@ TEST(CoreUpdate, AtStartUpTheSuccessorTakesOverBeforeAnythingIsLaunched) {
 }
 
 TEST(CoreUpdate, ANewReleaseReplacesTheRunningCore) {
-  SimulatedHost host;
-  FakeNetwork network;
+  CheckedHost host;
+  SimServers network(host);
   FurnishRelease(host, network);
   network.latest_version = "1.2.2";
   host.At(6min, [&](SimulatedHost&) { network.latest_version = "1.2.3"; });
@@ -127,8 +128,8 @@ TEST(CoreUpdate, ANewReleaseReplacesTheRunningCore) {
 }
 
 TEST(CoreUpdate, AFailedUpdateLeavesAWatchedCoreAndIsTriedAgain) {
-  SimulatedHost host;
-  FakeNetwork network;
+  CheckedHost host;
+  SimServers network(host);
   FurnishRelease(host, network);
   const auto good = std::exchange(network.downloads, {});
   network.latest_version = "1.2.2";
@@ -151,8 +152,8 @@ TEST(CoreUpdate, AFailedUpdateLeavesAWatchedCoreAndIsTriedAgain) {
 }
 
 TEST(CoreUpdate, ACoreThatOutlivesTheUpdateIsWatchedAgain) {
-  SimulatedHost host;
-  FakeNetwork network;
+  CheckedHost host;
+  SimServers network(host);
   FurnishRelease(host, network);
   network.latest_version = "1.2.2";
   host.At(280s, [&](SimulatedHost& at) {
@@ -168,8 +169,8 @@ TEST(CoreUpdate, ACoreThatOutlivesTheUpdateIsWatchedAgain) {
 }
 
 TEST(CoreUpdate, ACoreThatAFailedUpdateEndedIsLaunchedBeforeTheNextAttempt) {
-  SimulatedHost host;
-  FakeNetwork network;
+  CheckedHost host;
+  SimServers network(host);
   FurnishRelease(host, network);
   network.latest_version = "1.2.2";
   host.At(200s, [&](SimulatedHost& at) {
@@ -186,8 +187,8 @@ TEST(CoreUpdate, ACoreThatAFailedUpdateEndedIsLaunchedBeforeTheNextAttempt) {
 }
 
 TEST(CoreUpdate, TheMenuReinstallsWhateverTheVersion) {
-  SimulatedHost host;
-  FakeNetwork network;
+  CheckedHost host;
+  SimServers network(host);
   FurnishRelease(host, network);
   // The successor's Core is none of the old one's business.
   host.installer.on_installed = [&host](const auto&) { host.processes.Add(kCoreName); };
@@ -205,8 +206,8 @@ TEST(CoreUpdate, TheMenuReinstallsWhateverTheVersion) {
 
 TEST(CoreUpdate, TheMenuTellsWhyItDoesNotReinstall) {
   for (const bool server_answers : {false, true}) {
-    SimulatedHost host;
-    FakeNetwork network;
+    CheckedHost host;
+    SimServers network(host);
     FurnishRelease(host, network);
     network.downloads.clear();
     host.At(20s, [&](SimulatedHost& at) {

@@ -13,6 +13,7 @@ namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogLacks;
 using support::LogOf;
@@ -25,7 +26,7 @@ using testing::SizeIs;
 constexpr char kDumpName[] = "VELDRAN Core.exe_250301_090020.dmp";
 
 // Dumps that exist, in whatever state, by the name they began with.
-std::size_t CountDumps(const SimulatedHost& host, const FakeNetwork& network) {
+std::size_t CountDumps(const SimulatedHost& host, const SimServers& network) {
   const auto names = SimulatedHost::NamesIn(host.DumpDirectory());
   const auto kept = std::ranges::count_if(names, [](const std::string& name) {
     return name.ends_with(".dmp") || name.ends_with(".dmp.failed_zip") ||
@@ -35,15 +36,16 @@ std::size_t CountDumps(const SimulatedHost& host, const FakeNetwork& network) {
 }
 
 TEST(CrashToReport, TellsTheWholeStory) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.console.understands_escapes = false;
   host.At(20s, [](SimulatedHost& at) { at.CoreExits(kAccessViolation); });
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 40s}), 0);
 
-  ASSERT_THAT(network.received, ElementsAre("VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip"));
-  EXPECT_THAT(network.received_entries[0],
+  ASSERT_THAT(network.ReceivedNames(),
+              ElementsAre("VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip"));
+  EXPECT_THAT(network.received[0].entries,
               ElementsAre("VELDRAN Core.exe_250301_090021.dmp",
                           "VELDRAN Core.exe_250301_090021_hostInfo.txt", "TestNet/core.log"));
   EXPECT_THAT(SimulatedHost::NamesIn(host.DumpDirectory()), IsEmpty());
@@ -95,8 +97,8 @@ TEST(CrashToReport, TheExitCodeDecides) {
                       {0, false, true}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.exit_code);
-    SimulatedHost host;
-    FurnishHost(host, {.dumps_per_crash = 0});
+    CheckedHost host;
+    host.Furnish({.dumps_per_crash = 0});
     host.At(20s, [&row](SimulatedHost& at) {
       at.CoreExits(row.exit_code);
       // The first reading tells that the process is dead, the second one fails.
@@ -104,7 +106,7 @@ TEST(CrashToReport, TheExitCodeDecides) {
         at.choke.faults.Add({.scope = "processes.ExitCode", .first = 2, .code = 6});
       }
     });
-    FakeNetwork network;
+    SimServers network(host);
     LiveOnce(host, network, {.quit_at = 40s});
     const std::string code = row.readable ? std::to_string(row.exit_code) : "N/A";
     if (row.crash) {
@@ -129,22 +131,22 @@ TEST(CrashToReport, TheExitCodeDecides) {
 }
 
 TEST(CrashToReport, TwoDumpsBecomeTwoReports) {
-  SimulatedHost host;
-  FurnishHost(host, {.dumps_per_crash = 2});
+  CheckedHost host;
+  host.Furnish({.dumps_per_crash = 2});
   host.At(20s, [](SimulatedHost& at) { at.CoreExits(kAccessViolation); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 40s});
   EXPECT_THAT(network.received, SizeIs(2));
 }
 
 TEST(CrashToReport, WhatCannotBeSentIsKept) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.PutFile(
       host.DumpDirectory() / "VELDRAN Core.exe_250301_090021_RIG-7_CRASH.zip.failed_upload",
       "left by an earlier failure of the same name");
   host.At(20s, [](SimulatedHost& at) { at.CoreExits(kAccessViolation); });
-  FakeNetwork network;
+  SimServers network(host);
   network.server_up = false;
   LiveOnce(host, network, {.quit_at = 40s});
   const std::string kept =
@@ -162,15 +164,15 @@ TEST(CrashToReport, WhatCannotBeSentIsKept) {
 }
 
 TEST(CrashToReport, WhatCannotBePackedIsKept) {
-  SimulatedHost host;
-  FurnishHost(host, {.dumps_per_crash = 0});
+  CheckedHost host;
+  host.Furnish({.dumps_per_crash = 0});
   host.At(20s, [](SimulatedHost& at) {
     at.DumpAppears(kDumpName, support::DumpBytes(5'000));
     at.DumpAppears(std::string(kDumpName) + ".failed_zip", "left by an earlier failure");
     at.CoreExits(kAccessViolation);
     at.FailNext("files.OpenForReading", 32);
   });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 40s});
   EXPECT_THAT(SimulatedHost::NamesIn(host.DumpDirectory()),
               ElementsAre(std::string(kDumpName) + ".failed_zip"));
@@ -185,14 +187,14 @@ TEST(CrashToReport, WhatCannotBePackedIsKept) {
 
 TEST(CrashToReport, ADumpThatCannotBeDeletedIsSentAllTheSame) {
   for (const bool server_up : {true, false}) {
-    SimulatedHost host;
-    FurnishHost(host, {.dumps_per_crash = 0});
+    CheckedHost host;
+    host.Furnish({.dumps_per_crash = 0});
     host.At(20s, [](SimulatedHost& at) {
       at.DumpAppears(kDumpName, support::DumpBytes(5'000));
       at.CoreExits(kAccessViolation);
       at.FailNext("files.Remove", 32);
     });
-    FakeNetwork network;
+    SimServers network(host);
     network.server_up = server_up;
     LiveOnce(host, network, {.quit_at = 30s});
     EXPECT_THAT(network.received, SizeIs(server_up ? 1 : 0));
@@ -207,7 +209,7 @@ TEST(CrashToReport, ADumpThatCannotBeDeletedIsSentAllTheSame) {
 // The promises, whichever single call of the system fails.
 TEST(CrashToReport, SurvivesEveryFault) {
   support::SweepFaults([](SimulatedHost& host) {
-    FurnishHost(host, {.dumps_per_crash = 0});
+    host.Furnish({.dumps_per_crash = 0});
     host.At(20s, [](SimulatedHost& at) {
       at.DumpAppears(kDumpName, support::DumpBytes(20'000));
       at.CoreExits(kAccessViolation);
@@ -222,7 +224,7 @@ TEST(CrashToReport, SurvivesEveryFault) {
       monitors = at.processes.Running(kMonitorName).size();
     });
     host.clock.SetBudget(10min);
-    FakeNetwork network;
+    SimServers network(host);
     const int status = LiveOnce(host, network);
 
     if (status != 0) {
@@ -248,12 +250,12 @@ TEST(CrashToReport, SurvivesEveryFault) {
 // The same with a server that is down, so that the ways of keeping a report are swept as well.
 TEST(CrashToReport, KeepsTheReportWhateverFails) {
   const auto crash = [](SimulatedHost& host) {
-    FurnishHost(host, {.dumps_per_crash = 0});
+    host.Furnish({.dumps_per_crash = 0});
     host.At(20s, [](SimulatedHost& at) {
       at.DumpAppears(kDumpName, support::DumpBytes(20'000));
       at.CoreExits(kAccessViolation);
     });
-    FakeNetwork network;
+    SimServers network(host);
     network.server_up = false;
     if (LiveOnce(host, network, {.quit_at = 35s}) != 0) return;
     const auto names = SimulatedHost::NamesIn(host.DumpDirectory());
@@ -266,11 +268,11 @@ TEST(CrashToReport, KeepsTheReportWhateverFails) {
 
 // A day of random crashes, dead servers and refused handles; the seed is fixed.
 TEST(CrashToReport, LivesThroughABadDay) {
-  SimulatedHost host;
-  FurnishHost(host, {.writing_time = 1500ms});
+  CheckedHost host;
+  host.Furnish({.writing_time = 1500ms});
   host.choke.SetCallBudget(5'000'000);
   host.clock.SetBudget(48h);
-  FakeNetwork network;
+  SimServers network(host);
   std::mt19937 random(20250301);  // NOLINT: repeatable on purpose
   const auto pick = [&random](int below) {
     return static_cast<int>(random() % static_cast<unsigned>(below));

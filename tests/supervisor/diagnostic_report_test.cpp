@@ -10,6 +10,7 @@ namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogLacks;
 using support::LogOf;
@@ -24,7 +25,7 @@ constexpr char kEndRule[] = "[INFO] =====================================";
 
 struct Row {
   std::string what;
-  std::function<void(SimulatedHost&, FakeNetwork&)> arrange;  // before the operator begins
+  std::function<void(SimulatedHost&, SimServers&)> arrange;  // before the operator begins
   std::vector<std::string> received;
   std::vector<std::string> kept;  // names in the dump storage, without "VELDRAN_Core_250301_090020"
   LogText log;                    // with DUMP for the path of the dump without its extension
@@ -41,7 +42,7 @@ std::string WithDump(std::string line, const SimulatedHost& host) {
 const std::vector<Row>& Rows() {
   static const std::vector<Row> rows = {
       {.what = "sent",
-       .arrange = [](SimulatedHost&, FakeNetwork&) {},
+       .arrange = [](SimulatedHost&, SimServers&) {},
        .received = {"_RIG-7_LIVE.zip"},
        .kept = {"_hostInfo.txt"},
        .log = {"[INFO] === Submitting Diagnostic Report ===",
@@ -53,7 +54,7 @@ const std::vector<Row>& Rows() {
                "[INFO] Uploading diagnostic report...",
                "[INFO] === Diagnostic report submitted successfully! ===", kEndRule}},
       {.what = "Red Alert",
-       .arrange = [](SimulatedHost& host, FakeNetwork&) { ChooseItem(host, 6); },
+       .arrange = [](SimulatedHost& host, SimServers&) { ChooseItem(host, 6); },
        .received = {"_RIG-7_LIVE_FD.zip"},
        .kept = {"_hostInfo.txt"},
        .log = {"[WARN] RED ALERT: Writing full-memory dump (MiniDumpWithFullMemory) - this may be "
@@ -61,7 +62,7 @@ const std::vector<Row>& Rows() {
                "[INFO] Immediate dump created successfully: DUMP.dmp (Size: 3 MB)", kEndRule}},
       {.what = "no dump",
        .arrange = [](SimulatedHost& host,
-                     FakeNetwork&) { host.FailNext("dump_writer.WriteDump", 112); },
+                     SimServers&) { host.FailNext("dump_writer.WriteDump", 112); },
        .received = {},
        .kept = {".dmp"},
        .log = {"[ERROR] MiniDumpWriteDump failed. Error: 112 (ERROR_DISK_FULL - Not enough disk "
@@ -69,20 +70,20 @@ const std::vector<Row>& Rows() {
                "[ERROR] Failed to create memory dump for diagnostic report."}},
       {.what = "no archive",
        .arrange = [](SimulatedHost& host,
-                     FakeNetwork&) { host.FailNext("files.OpenForReading", 32); },
+                     SimServers&) { host.FailNext("files.OpenForReading", 32); },
        .received = {},
        .kept = {"_hostInfo.txt"},
        .log = {"[INFO] Adding logs from: " + std::string(kLogs),
                "[ERROR] Failed to create ZIP archive for diagnostic report.", kEndRule}},
       {.what = "no server",
-       .arrange = [](SimulatedHost&, FakeNetwork& network) { network.server_up = false; },
+       .arrange = [](SimulatedHost&, SimServers& network) { network.server_up = false; },
        .received = {},
        .kept = {"_RIG-7_LIVE.zip.failed_upload", "_hostInfo.txt"},
        .log = {"[INFO] Uploading diagnostic report...",
                "[ERROR] Failed to upload diagnostic report.", kEndRule}},
       {.what = "no server and no new name",
        .arrange =
-           [](SimulatedHost& host, FakeNetwork& network) {
+           [](SimulatedHost& host, SimServers& network) {
              network.server_up = false;
              host.FailNext("files.Rename", 32);
            },
@@ -90,14 +91,14 @@ const std::vector<Row>& Rows() {
        .kept = {"_RIG-7_LIVE.zip", "_hostInfo.txt"},
        .log = {"[ERROR] Failed to upload diagnostic report.", kEndRule}},
       {.what = "a dump that cannot be deleted",
-       .arrange = [](SimulatedHost& host, FakeNetwork&) { host.FailNext("files.Remove", 32); },
+       .arrange = [](SimulatedHost& host, SimServers&) { host.FailNext("files.Remove", 32); },
        .received = {"_RIG-7_LIVE.zip"},
        .kept = {".dmp", "_hostInfo.txt"},
        .log = {"[WARN] Could not delete the dump of the diagnostic report: DUMP.dmp. Error: The "
                "process cannot access the file because it is being used by another process.",
                "[INFO] === Diagnostic report submitted successfully! ===", kEndRule}},
       {.what = "no logs",
-       .arrange = [](SimulatedHost&, FakeNetwork&) { std::filesystem::remove_all(kLogs); },
+       .arrange = [](SimulatedHost&, SimServers&) { std::filesystem::remove_all(kLogs); },
        .received = {"_RIG-7_LIVE.zip"},
        .kept = {"_hostInfo.txt"},
        .log = {"[INFO] Generated host info: DUMP_hostInfo.txt",
@@ -109,10 +110,10 @@ const std::vector<Row>& Rows() {
 TEST(DiagnosticReport, IsSentOrKeptAndTheCoreGoesOn) {
   for (const Row& row : Rows()) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
-    FurnishHost(host);
+    CheckedHost host;
+    host.Furnish();
     host.processes.Add(kCoreName);
-    FakeNetwork network;
+    SimServers network(host);
     host.At(17s, [&](SimulatedHost& at) { row.arrange(at, network); });
     host.At(20s, [](SimulatedHost& at) { ChooseItem(at, 4); });
     LiveOnce(host, network, {.quit_at = 30s});
@@ -122,7 +123,7 @@ TEST(DiagnosticReport, IsSentOrKeptAndTheCoreGoesOn) {
       for (const auto& ending : endings) names.push_back("VELDRAN_Core_250301_090020" + ending);
       return names;
     };
-    EXPECT_THAT(network.received, ElementsAreArray(full(row.received)));
+    EXPECT_THAT(network.ReceivedNames(), ElementsAreArray(full(row.received)));
     EXPECT_THAT(SimulatedHost::NamesIn(host.DumpDirectory()), ElementsAreArray(full(row.kept)));
     LogText lines;
     for (const std::string& line : row.log) lines.push_back(WithDump(line, host));
@@ -134,7 +135,8 @@ TEST(DiagnosticReport, IsSentOrKeptAndTheCoreGoesOn) {
     if (network.received.empty()) continue;
     std::vector<std::string> entries = full({".dmp", "_hostInfo.txt"});
     if (row.what != "no logs") entries.emplace_back("TestNet/core.log");
-    EXPECT_THAT(network.received_entries, ElementsAre(ElementsAreArray(entries)));
+    ASSERT_EQ(network.received.size(), 1u);
+    EXPECT_THAT(network.received[0].entries, ElementsAreArray(entries));
   }
 }
 

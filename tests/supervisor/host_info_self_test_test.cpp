@@ -5,8 +5,8 @@
 #include <stdexcept>
 
 #include "report/host_info.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -42,7 +42,7 @@ class SelfTest : public testing::Test {
     };
   }
 
-  support::SimulatedHost host_;
+  support::CheckedHost host_;
   support::LogRecorder log_{host_};
 };
 

@@ -10,6 +10,7 @@ namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogLacks;
 using support::LogOf;
@@ -19,11 +20,11 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 TEST(Monitoring, ARunningCoreIsAdoptedWithoutARestart) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   const auto pid = host.processes.Add(kCoreName).pid;
   const auto twin = host.processes.Add(kCoreName).pid;
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 32s});
   EXPECT_EQ(EverStarted(host, kCoreName), 2u);
   EXPECT_TRUE(host.processes.At(twin).running);
@@ -38,11 +39,11 @@ TEST(Monitoring, ARunningCoreIsAdoptedWithoutARestart) {
 }
 
 TEST(Monitoring, TellsEvery15SecondsThatTheCoreRuns) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.console.understands_escapes = false;
   host.processes.Add(kCoreName);
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 40s});
   EXPECT_THAT(LogOf(host), LogHas({"[INFO] Target PID 1004 running for: 0s. Crash count: 0",
                                    "[INFO] Target PID 1004 running for: 15s. Crash count: 0",
@@ -51,8 +52,8 @@ TEST(Monitoring, TellsEvery15SecondsThatTheCoreRuns) {
 }
 
 TEST(Monitoring, ACoreWithoutMonitorIsEndedAndTriedAgain) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.At(4s, [](SimulatedHost&) {
     std::filesystem::rename("C:/VOSK/procdump64.exe", "C:/VOSK/elsewhere.exe");
   });
@@ -61,7 +62,7 @@ TEST(Monitoring, ACoreWithoutMonitorIsEndedAndTriedAgain) {
   });
   std::size_t unwatched = 9;
   host.At(19s, [&](SimulatedHost& at) { unwatched = at.processes.Running(kCoreName).size(); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 30s});
   EXPECT_EQ(unwatched, 0u);
   EXPECT_THAT(LogOf(host),
@@ -76,12 +77,12 @@ TEST(Monitoring, ACoreWithoutMonitorIsEndedAndTriedAgain) {
 }
 
 TEST(Monitoring, ACoreThatIsRefusedToUsGetsNoTwin) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   auto& core = host.processes.Add(kCoreName);
   core.open_error = platform::kAccessDenied;
   host.At(20s, [&core](SimulatedHost&) { core.open_error.reset(); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 30s});
   EXPECT_EQ(EverStarted(host, kCoreName), 1u);
   const std::string pid = std::to_string(core.pid);
@@ -95,12 +96,12 @@ TEST(Monitoring, ACoreThatIsRefusedToUsGetsNoTwin) {
 }
 
 TEST(Monitoring, AMonitorThatLeavesItsCoreIsReplaced) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.At(20s, [](SimulatedHost& at) {
     at.processes.End(*at.processes.Running(kMonitorName).front(), 7);
   });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 30s});
   EXPECT_EQ(EverStarted(host, kMonitorName), 2u);
   EXPECT_EQ(EverStarted(host, kCoreName), 1u);
@@ -114,10 +115,10 @@ TEST(Monitoring, AMonitorThatLeavesItsCoreIsReplaced) {
 }
 
 TEST(Monitoring, ACoreThatAnotherDebuggerHoldsIsAskedForEverMoreSeldom) {
-  SimulatedHost host;
-  FurnishHost(host, {.leaves_at_once = true});
+  CheckedHost host;
+  host.Furnish({.leaves_at_once = true});
   host.choke.SetCallBudget(5'000'000);
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 3h});
   EXPECT_EQ(EverStarted(host, kCoreName), 1u);
   // After 0, 5, 15, 35... seconds, then every hour.
@@ -126,8 +127,8 @@ TEST(Monitoring, ACoreThatAnotherDebuggerHoldsIsAskedForEverMoreSeldom) {
 }
 
 TEST(Monitoring, ANewCoreDoesNotInheritThePatienceWithTheLast) {
-  SimulatedHost host;
-  FurnishHost(host, {.leaves_at_once = true});
+  CheckedHost host;
+  host.Furnish({.leaves_at_once = true});
   host.processes.Add(kCoreName);
   host.At(15min, [](SimulatedHost& at) {
     at.InstallMonitor();
@@ -139,30 +140,30 @@ TEST(Monitoring, ANewCoreDoesNotInheritThePatienceWithTheLast) {
   std::size_t monitors = 0;
   host.At(16min + 10s,
           [&](SimulatedHost& at) { monitors = at.processes.Running(kMonitorName).size(); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 17min});
   EXPECT_EQ(monitors, 1u);
 }
 
 TEST(Monitoring, TheScreenFollowsTheWindow) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.At(10s, [](SimulatedHost& at) {
     at.console.Forget();
     at.console.info.bottom = at.console.info.top + 9;
   });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 12s});
   EXPECT_THAT(host.console.Text(), HasSubstr("\x1b[1;9r\x1b[9;1H"));
   EXPECT_THAT(host.console.Text(), HasSubstr("\x1b[r\x1b[2J\x1b[H")) << "given back in the end";
 }
 
 TEST(Monitoring, AnIdleDayLogsOnlyThatTheCoreRuns) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.choke.SetCallBudget(5'000'000);
   host.processes.Add(kCoreName);
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 6h});
   const auto log = LogOf(host);
   // Four lines a minute, one for each check for updates, and the start and the end.

@@ -4,13 +4,14 @@
 #include <gtest/gtest.h>
 
 #include "identity.h"
+#include "simulation/zip_bytes.h"
 #include "tests/supervisor/life.h"
-#include "tests/support/zip_bytes.h"
 
 namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogLacks;
 using support::LogOf;
@@ -25,13 +26,13 @@ void LeaveBare(SimulatedHost& host) {
 }
 
 TEST(Provision, ABareMachineEndsUpWithAWatchedCore) {
-  SimulatedHost host;
+  CheckedHost host;
   LeaveBare(host);
   host.clock.SetBudget(1h);
-  FakeNetwork network;
+  SimServers network(host);
   network.downloads[std::string(identity::kProcDumpUrl)] =
       support::ZipBytes({{"procdump64.exe", "MZ"}});
-  PublishPackage(host, network, {.version = "1.2.3"});
+  network.PublishPackage({.version = "1.2.3"});
   std::size_t cores = 0;
   std::size_t monitors = 0;
   host.At(50s, [&](SimulatedHost& at) {
@@ -57,11 +58,11 @@ TEST(Provision, ABareMachineEndsUpWithAWatchedCore) {
 }
 
 TEST(Provision, EmptiesTheDumpStorageAndTheLeftoversOfAnUpdate) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.DumpAppears("old.dmp", "of an earlier run");
   host.PutFile(host.system.temp_path / "VELDRAN_Install" / "x.msi", "left behind");
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 15s});
   EXPECT_THAT(SimulatedHost::NamesIn(host.DumpDirectory()), testing::IsEmpty());
   EXPECT_FALSE(std::filesystem::exists(host.system.temp_path / "VELDRAN_Install"));
@@ -70,13 +71,13 @@ TEST(Provision, EmptiesTheDumpStorageAndTheLeftoversOfAnUpdate) {
 }
 
 TEST(Provision, WaitsForRoomOnTheDisk) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.files.free_space = kRequired - 1;
   host.At(10s, [](SimulatedHost& at) { at.files.free_space = kRequired; });
   std::size_t cores = 9;
   host.At(9s, [&](SimulatedHost& at) { cores = at.processes.Running(kCoreName).size(); });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 30s});
   EXPECT_EQ(cores, 0u);
   EXPECT_THAT(LogOf(host),
@@ -89,8 +90,8 @@ TEST(Provision, WaitsForRoomOnTheDisk) {
 }
 
 TEST(Provision, AFullDiskHaltsTheLoopAndNothingIsLost) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.At(15s, [](SimulatedHost& at) {
     at.files.free_space = kRequired - 1;
     at.CoreExits(kAccessViolation);
@@ -98,7 +99,7 @@ TEST(Provision, AFullDiskHaltsTheLoopAndNothingIsLost) {
   std::size_t cores = 9;
   host.At(39s, [&](SimulatedHost& at) { cores = at.processes.Running(kCoreName).size(); });
   host.At(40s, [](SimulatedHost& at) { at.files.free_space = kRequired; });
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network);
   EXPECT_EQ(cores, 0u);
   EXPECT_EQ(network.received.size(), 1u);
@@ -108,11 +109,11 @@ TEST(Provision, AFullDiskHaltsTheLoopAndNothingIsLost) {
 }
 
 TEST(Provision, RepairsACoreThatCannotBeLaunched) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.clock.SetBudget(1h);
-  FakeNetwork network;
-  PublishPackage(host, network, {.version = "1.2.3"});
+  SimServers network(host);
+  network.PublishPackage({.version = "1.2.3"});
   host.FailNext("processes.Start", 193);
   LiveOnce(host, network);
   EXPECT_THAT(
@@ -124,10 +125,10 @@ TEST(Provision, RepairsACoreThatCannotBeLaunched) {
 }
 
 TEST(Provision, GivesUpWhereTheRepairFailsAsWell) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.FailNext("processes.Start", 193);
-  FakeNetwork network;
+  SimServers network(host);
   LiveOnce(host, network, {.quit_at = 10min});
   EXPECT_LT(host.clock.Elapsed(), 40s);
   EXPECT_THAT(

@@ -9,6 +9,7 @@ namespace vosk::supervisor {
 namespace {
 
 using namespace std::chrono_literals;
+using support::CheckedHost;
 using support::LogHas;
 using support::LogLacks;
 using support::LogOf;
@@ -33,11 +34,11 @@ TEST(StartUp, TheVersionQueryPrintsTwoLinesAndDoesNothingElse) {
       {"-v", "", "Not installed or version file not found"},
   };
   for (const Row& row : rows) {
-    SimulatedHost host;
-    FurnishHost(host);
+    CheckedHost host;
+    host.Furnish();
     host.processes.Add(u"VOSK.exe");
     if (!row.version_file.empty()) host.PutFile(kVersionFile, row.version_file);
-    FakeNetwork network;
+    SimServers network(host);
     EXPECT_EQ(LiveOnce(host, network, {.arguments = {row.argument, "more"}}), 0);
     EXPECT_EQ(host.console.Text(),
               "VOSK (Vigilant Oversight & Supervision Kit) v3.3\n"
@@ -49,12 +50,12 @@ TEST(StartUp, TheVersionQueryPrintsTwoLinesAndDoesNothingElse) {
 }
 
 TEST(StartUp, ReachesTheLoopInItsOrder) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.console.understands_escapes = false;
   host.processes.Add(u"ProcDump.EXE");
   host.processes.Add(u"myprocdump.exe");
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network, {.arguments = {"--help", "me"}, .quit_at = 6s}), 0);
   EXPECT_EQ(host.console.code_page, 65001u);
   EXPECT_THAT(host.processes.Running(u"ProcDump.EXE"), IsEmpty());
@@ -89,11 +90,11 @@ TEST(StartUp, ReachesTheLoopInItsOrder) {
 }
 
 TEST(StartUp, TheCoreMayStandBesideVosk) {
-  SimulatedHost host;
+  CheckedHost host;
   host.InstallCore("C:/VOSK/VELDRAN Core.exe");
   host.InstallMonitor();
   host.FailNext("files.TypeOf", 5);  // the dump storage's, which then is simply made
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 10s}), 0);
   EXPECT_THAT(
       LogOf(host),
@@ -107,21 +108,21 @@ TEST(StartUp, TheCoreMayStandBesideVosk) {
 }
 
 TEST(StartUp, ANewerSupervisorEndsTheOlderOne) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   const auto older = host.processes.Add(u"vosk.EXE").pid;
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1s}), 0);
   EXPECT_FALSE(host.processes.At(older).running);
 }
 
 TEST(StartUp, EndsWithStatusOneWhereAnOlderSupervisorCannotBeEnded) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   auto& older = host.processes.Add(u"VOSK.exe");
   older.on_terminate = support::OnTerminate::access_denied;
   older.survives_taskkill = true;
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network), 1);
   EXPECT_THAT(host.console.Text(), HasSubstr("[WARN] Could not terminate all other VOSK instances. "
                                              "There might be conflicts."));
@@ -131,38 +132,38 @@ TEST(StartUp, EndsWithStatusOneWhereAnOlderSupervisorCannotBeEnded) {
 TEST(StartUp, FatalFailuresAreShownInABox) {
   struct Row {
     std::string what;
-    std::function<void(SimulatedHost&, FakeNetwork&)> arrange;
+    std::function<void(SimulatedHost&, SimServers&)> arrange;
     std::string title;
     std::string text;
   };
   const std::string see_log = "\n\nPlease check the VOSK.log file for details.";
   const Row rows[] = {
-      {"libcurl", [](SimulatedHost&, FakeNetwork& net) { net.initialize_error = "Failed init"; },
+      {"libcurl", [](SimulatedHost&, SimServers& net) { net.initialize_error = "Failed init"; },
        "Fatal Error",
        "FATAL: curl_global_init() failed: Failed init\nThe application cannot continue."},
       {"COM",
-       [](SimulatedHost& host, FakeNetwork&) { host.FailNext("system.InitializeCom", 0x8007000E); },
+       [](SimulatedHost& host, SimServers&) { host.FailNext("system.InitializeCom", 0x8007000E); },
        "Fatal Error", "Failed to initialize COM library. Cannot determine required user folders."},
       {"own path",
-       [](SimulatedHost& host, FakeNetwork&) { host.FailNext("system.ModulePath", 122); },
+       [](SimulatedHost& host, SimServers&) { host.FailNext("system.ModulePath", 122); },
        "VOSK Error", "Initialization failed: Failed to get module file name. Error: 122" + see_log},
       {"temp path",
-       [](SimulatedHost& host, FakeNetwork&) { host.FailNext("system.TempPath", 87, 2); },
+       [](SimulatedHost& host, SimServers&) { host.FailNext("system.TempPath", 87, 2); },
        "VOSK Error", "Initialization failed: Failed to get temporary path. Error: 87" + see_log},
       {"dump storage",
-       [](SimulatedHost& host, FakeNetwork&) { host.FailNext("files.CreateDirectories", 5); },
+       [](SimulatedHost& host, SimServers&) { host.FailNext("files.CreateDirectories", 5); },
        "VOSK Error",
        "Initialization failed: Failed to create dump storage directory: "
        "C:/Users/op/AppData/Local/Temp/VELDRAN_VOSK_Dumps, Error: "},
       {"a file in the dump storage's place",
-       [](SimulatedHost& host, FakeNetwork&) { host.PutFile(host.DumpDirectory(), ""); },
+       [](SimulatedHost& host, SimServers&) { host.PutFile(host.DumpDirectory(), ""); },
        "VOSK Error",
        "Initialization failed: Failed to create dump storage directory: "
        "C:/Users/op/AppData/Local/Temp/VELDRAN_VOSK_Dumps, Error: Cannot create a file when that "
        "file already exists." +
            see_log},
       {"no Core",
-       [](SimulatedHost&, FakeNetwork&) {
+       [](SimulatedHost&, SimServers&) {
          std::filesystem::remove_all("C:/Program Files/VELDRAN Inc");
        },
        "VOSK Error",
@@ -171,7 +172,7 @@ TEST(StartUp, FatalFailuresAreShownInABox) {
        "Cannot monitor." +
            see_log},
       {"no ProcDump",
-       [](SimulatedHost&, FakeNetwork&) { std::filesystem::remove("C:/VOSK/procdump64.exe"); },
+       [](SimulatedHost&, SimServers&) { std::filesystem::remove("C:/VOSK/procdump64.exe"); },
        "VOSK Error",
        "Initialization failed: ProcDump could not be found or acquired. Cannot proceed with "
        "monitoring." +
@@ -179,9 +180,9 @@ TEST(StartUp, FatalFailuresAreShownInABox) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.what);
-    SimulatedHost host;
-    FurnishHost(host);
-    FakeNetwork network;
+    CheckedHost host;
+    host.Furnish();
+    SimServers network(host);
     row.arrange(host, network);
     EXPECT_EQ(LiveOnce(host, network), 1);
     ASSERT_EQ(host.system.boxes.size(), 1u);
@@ -193,10 +194,10 @@ TEST(StartUp, FatalFailuresAreShownInABox) {
 }
 
 TEST(StartUp, ComInAnotherModeIsGoodEnough) {
-  SimulatedHost host;
-  FurnishHost(host);
+  CheckedHost host;
+  host.Furnish();
   host.FailNext("system.InitializeCom", platform::kChangedMode.value);
-  FakeNetwork network;
+  SimServers network(host);
   EXPECT_EQ(LiveOnce(host, network, {.quit_at = 1s}), 0);
   EXPECT_THAT(host.system.boxes, IsEmpty());
 }

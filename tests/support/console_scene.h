@@ -8,8 +8,8 @@
 #include "console/menu.h"
 #include "console/screen.h"
 #include "console/status_bar.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
 #include "tests/support/terminal.h"
 
 namespace vosk::support {
@@ -38,7 +38,7 @@ class ConsoleScene {
   // The terminal with all that was written so far.
   Terminal& Shown();
 
-  SimulatedHost host;
+  CheckedHost host;
   LogRecorder recorder{host};
   console::LogSink& log = recorder.Sink();
   console::TransferProgress progress;

@@ -10,8 +10,7 @@ namespace vosk::support {
 
 void ExpectStoredText(const std::filesystem::path& file, const std::string& text) {
   // Absolute, since simulated hosts change the current directory.
-  const std::filesystem::path path =
-      std::filesystem::path(__FILE__).parent_path().parent_path() / file;
+  const std::filesystem::path path = std::filesystem::path(VOSK_TESTS_DIRECTORY) / file;
   if (const char* renew = std::getenv("VOSK_RENEW"); renew != nullptr && *renew == '1') {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << text;

@@ -45,7 +45,7 @@ void RunOnce(const Scenario& scenario, const std::optional<FaultRule>& rule, Dur
              RunOutcome& outcome) {
   const testing::ScopedFakeTestPartResultReporter reporter(
       testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &outcome.results);
-  SimulatedHost host;
+  CheckedHost host;
   // Drawing is the dearest part of a run, and least in a low window.
   host.console.info.bottom = 3;
   if (rule && from == Duration(0)) host.choke.faults.Add(*rule);

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/simulated_host.h"
+#include "tests/support/checked_host.h"
 
 namespace vosk::support {
 

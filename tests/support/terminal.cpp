@@ -56,7 +56,7 @@ std::string Frame(const Terminal& terminal, std::string (Terminal::*row_of)(int)
 }
 
 std::filesystem::path StoredScreen(const std::string& name) {
-  return std::filesystem::path(VOSK_STORED_SCREENS) / (name + ".txt");
+  return std::filesystem::path(VOSK_TESTS_DIRECTORY) / "console" / "screens" / (name + ".txt");
 }
 
 }  // namespace

@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/simulated_host.h"
-#include "tests/support/zip_bytes.h"
+#include "simulation/zip_bytes.h"
+#include "tests/support/checked_host.h"
 
 namespace vosk::zip {
 namespace {
 
 namespace fs = std::filesystem;
+using support::CheckedHost;
 using support::SimulatedHost;
 using support::ZipBytes;
 
@@ -40,7 +41,7 @@ class ZipReaderTest : public testing::Test {
     return extracted ? "done" : extracted.error();
   }
 
-  SimulatedHost host_;
+  CheckedHost host_;
 };
 
 TEST_F(ZipReaderTest, WritesTheMemberToTheFileThatTheCallerNames) {

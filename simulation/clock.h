@@ -1,0 +1,65 @@
+// Virtual time: it moves only in sleeps and waits, and whatever is due on the way happens then.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+
+#include "platform/clock.h"
+#include "simulation/choke_point.h"
+
+namespace vosk::simulation {
+
+using Duration = std::chrono::milliseconds;
+
+class SimClock : public platform::Clock {
+ public:
+  explicit SimClock(ChokePoint& choke) : choke_(choke) {}
+
+  std::chrono::steady_clock::time_point SteadyNow() override;
+  std::chrono::system_clock::time_point WallNow() override;
+  std::tm ToLocal(std::chrono::system_clock::time_point time) override;
+  void SleepFor(std::chrono::milliseconds duration) override;
+
+  // Virtual time since the host was made.
+  [[nodiscard]] Duration Elapsed() const { return elapsed_; }
+  // The local time now, for names of files that the simulated programs write.
+  [[nodiscard]] std::tm LocalNow();
+  // Something that a scenario wants to happen.
+  void At(Duration time, std::function<void()> happening);
+  // Something that a program of the machine will do; the power's end ends it as well.
+  void After(Duration delay, std::function<void()> happening);
+  // Moves time on by `limit`, or only until `done` holds after something happened.
+  void Advance(Duration limit, const std::function<bool()>& done = {});
+  void PowerIsGone();
+  void SetBudget(Duration budget) { budget_ = budget; }
+  // Somebody sets the machine's clock; the steady time goes on as it was.
+  void StepWallClock(Duration by) { wall_step_ += by; }
+  // Quiet stretches pass in leaps: where nothing has happened for two minutes, a sleep of half a
+  // second or less lasts up to this long, but not beyond what is due next. As if VOSK had not been
+  // given the processor meanwhile. Zero, the default, leaps nowhere.
+  void SetLeap(Duration leap) { leap_ = leap; }
+  // Something happened just now, so that the next two minutes pass in full.
+  void Wake() { awake_until_ = elapsed_ + kWakefulness; }
+  // The time that has passed in leaps.
+  [[nodiscard]] Duration Leapt() const { return leapt_; }
+
+ private:
+  static constexpr Duration kWakefulness = std::chrono::minutes(2);
+  [[nodiscard]] Duration UntilNextHappening() const;
+
+  ChokePoint& choke_;
+  Duration elapsed_{0};
+  Duration wall_step_{0};
+  Duration leap_{0};
+  Duration leapt_{0};
+  Duration awake_until_{0};
+  Duration budget_ = std::chrono::hours(24);
+  struct Happening {
+    std::function<void()> happen;
+    bool of_the_machine = false;
+  };
+  std::multimap<Duration, Happening> happenings_;
+};
+
+}  // namespace vosk::simulation

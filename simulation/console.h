@@ -1,0 +1,82 @@
+// The console of the simulated system: what stands behind the standard streams, and the keyboard.
+#pragma once
+
+#include <array>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/console.h"
+#include "simulation/choke_point.h"
+
+namespace vosk::simulation {
+
+enum class StreamTarget { console, redirected, missing };
+
+// The text attributes of a console that VOSK finds: grey on black.
+inline constexpr std::uint16_t kFoundAttributes = 7;
+
+struct WrittenText {
+  platform::StandardStream stream;
+  std::string text;
+};
+
+class SimConsole : public platform::Console {
+ public:
+  explicit SimConsole(ChokePoint& choke) : choke_(choke) {}
+
+  platform::Result<> SetOutputCodePage(std::uint32_t code_page) override;
+  bool HasStream(platform::StandardStream stream) override;
+  platform::Result<std::uint32_t> Mode(platform::StandardStream stream) override;
+  platform::Result<> SetMode(platform::StandardStream stream, std::uint32_t mode) override;
+  platform::Result<platform::ConsoleInfo> Info() override;
+  platform::Result<> SetTextAttributes(std::uint16_t attributes) override;
+  platform::Result<> SetCursor(int column, int row) override;
+  platform::Result<> SetCursorVisible(bool visible) override;
+  void Write(platform::StandardStream stream, std::string_view text) override;
+  bool KeyWaiting() override;
+  int ReadKey() override;
+
+  void Redirect(platform::StandardStream stream, StreamTarget target) {
+    State(stream).target = target;
+  }
+  // Everything written to one stream, or to both as they came.
+  [[nodiscard]] std::string TextOf(platform::StandardStream stream) const;
+  [[nodiscard]] std::string Text() const;
+  [[nodiscard]] const std::vector<WrittenText>& Written() const { return written_; }
+  void Forget() { written_.clear(); }
+  // The window goes with its program; the next one finds a fresh one.
+  void Close();
+  // Called with everything written, in place of keeping it.
+  std::function<void(std::string_view)> on_write;
+  [[nodiscard]] std::uint32_t ModeOf(platform::StandardStream stream) { return State(stream).mode; }
+
+  // How the console was found, and what a test may change before or during a run.
+  platform::ConsoleInfo info{
+      .left = 0, .top = 0, .right = 119, .bottom = 29, .attributes = kFoundAttributes};
+  bool understands_escapes = true;
+  std::uint32_t code_page = 850;
+  bool cursor_visible = true;
+  int cursor_column = 0;
+  int cursor_row = 0;
+  std::deque<int> keys;
+
+ private:
+  struct StreamState {
+    StreamTarget target = StreamTarget::console;
+    std::uint32_t mode = 3;
+  };
+  StreamState& State(platform::StandardStream stream) {
+    return streams_[stream == platform::StandardStream::output ? 0 : 1];
+  }
+  // Runs an effect that needs standard output to be a console.
+  template <typename Effect>
+  auto OnScreen(std::string_view operation, const std::string& subject, Effect effect);
+
+  ChokePoint& choke_;
+  std::array<StreamState, 2> streams_;
+  std::vector<WrittenText> written_;
+};
+
+}  // namespace vosk::simulation

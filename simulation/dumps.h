@@ -1,0 +1,42 @@
+// The dumps of the simulated system. Each knows itself, so that it is recognised wherever it ends.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulation/clock.h"
+
+namespace vosk::simulation {
+
+struct DumpId {
+  std::uint32_t number = 0;  // 0: no dump of this machine
+  bool whole = false;        // all of it is there, unchanged
+};
+
+// What stands in a dump: recognisable, and worth packing.
+[[nodiscard]] std::string DumpBytes(std::size_t size, std::uint32_t number = 0);
+[[nodiscard]] DumpId DumpIdOf(std::string_view bytes);
+
+struct WrittenDump {
+  std::uint32_t number = 0;
+  std::filesystem::path path;
+  Duration at{0};
+};
+
+// Every dump that the machine's programs have written.
+class DumpLedger {
+ public:
+  explicit DumpLedger(SimClock& clock) : clock_(clock) {}
+  // The bytes of the next dump, which is taken to be written to the path now.
+  [[nodiscard]] std::string Write(const std::filesystem::path& path, std::size_t size);
+  [[nodiscard]] const std::vector<WrittenDump>& Written() const { return written_; }
+
+ private:
+  SimClock& clock_;
+  std::vector<WrittenDump> written_;
+};
+
+}  // namespace vosk::simulation

@@ -1,0 +1,76 @@
+// Files of the simulated system: real ones below the current directory.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string_view>
+
+#include "platform/files.h"
+#include "simulation/choke_point.h"
+
+namespace vosk::simulation {
+
+class SimFiles : public platform::Files {
+ public:
+  explicit SimFiles(ChokePoint& choke) : choke_(choke) {}
+
+  platform::FileResult<bool> Exists(const std::filesystem::path& path) override;
+  platform::FileResult<platform::FileType> TypeOf(const std::filesystem::path& path) override;
+  platform::FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) override;
+  platform::FileResult<bool> IsLink(const std::filesystem::path& path) override;
+  platform::FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+      const std::filesystem::path& path) override;
+  platform::FileResult<bool> Remove(const std::filesystem::path& path) override;
+  platform::FileResult<> Rename(const std::filesystem::path& from,
+                                const std::filesystem::path& to) override;
+  platform::FileResult<> Replace(const std::filesystem::path& from,
+                                 const std::filesystem::path& to) override;
+  platform::FileResult<> CreateDirectories(const std::filesystem::path& path) override;
+  platform::FileResult<std::unique_ptr<platform::DirectoryWalk>> Walk(
+      const std::filesystem::path& directory, platform::WalkDepth depth) override;
+  platform::Result<std::uint64_t> FreeSpace(const std::filesystem::path& root) override;
+  platform::Result<std::filesystem::path> CurrentDirectory() override;
+  platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(
+      const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+      const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+      const std::filesystem::path& path) override;
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
+      const std::filesystem::path& path) override;
+
+  // Another process holds the file: it lets others do what the flags say, and nothing else.
+  struct Sharing {
+    bool read = false;
+    bool remove = false;
+  };
+  void Hold(const std::filesystem::path& path, Sharing sharing);
+  void Release(const std::filesystem::path& path);
+  [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
+  // Whether VOSK, which writes just now, has ended and reaches the disk no more.
+  [[nodiscard]] bool WriterHasEnded() const { return choke_.VoskHasEnded(); }
+  [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
+
+  // While set, nothing can be written to any open stream.
+  bool disk_full = false;
+  // What is free on each volume, in bytes, and on those that differ, by their root ("D:/").
+  std::uint64_t free_space = std::uint64_t{100} << 30;
+  std::map<std::filesystem::path, std::uint64_t> free_space_of = {};
+  // Called with what is written to any open stream, before it is.
+  std::function<void(const std::filesystem::path&, std::string_view)> on_write;
+  // While set, what is written to this file is not kept: logs of years.
+  std::filesystem::path discarded = {};
+  std::filesystem::path current_directory = "C:/VOSK";
+
+ private:
+  friend class SimWalk;
+  // `flag` says whether the file is emptied or added to.
+  tl::expected<std::unique_ptr<std::ostream>, int> OpenToWrite(std::string_view operation,
+                                                               const std::filesystem::path& path,
+                                                               int flag);
+
+  ChokePoint& choke_;
+  std::multimap<std::filesystem::path, Sharing> held_;
+};
+
+}  // namespace vosk::simulation

@@ -1,0 +1,70 @@
+// The servers that VOSK talks to, without sockets: the collection server, the version service and
+// whatever can be downloaded.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulation/simulated_host.h"
+#include "supervisor/network.h"
+
+namespace vosk::simulation {
+
+struct ReceivedReport {
+  std::string name;                  // the archive's file name
+  std::vector<std::string> entries;  // the names of what it holds
+  std::vector<DumpId> dumps;         // the dumps in it, by what they hold
+};
+
+class SimServers : public supervisor::Network {
+ public:
+  explicit SimServers(SimulatedHost& host) : host_(host) {}
+
+  tl::expected<void, std::string> Initialize() override;
+  void CleanUp() override { --open_initialisations; }
+  std::unique_ptr<report::Uploader> MakeUploader(const platform::Host& host, console::LogSink& log,
+                                                 console::TransferProgress& progress) override;
+  std::unique_ptr<net::Downloader> MakeDownloader(const platform::Host& host, console::LogSink& log,
+                                                  console::TransferProgress& progress,
+                                                  const std::atomic<bool>& terminate) override;
+  std::unique_ptr<net::VersionService> MakeVersionService(console::LogSink& log) override;
+
+  // Lets a package that holds the Core and VOSK be downloaded. The version service is not told.
+  void PublishPackage(const SimPackage& package);
+
+  // The file names of what has arrived, in that order.
+  [[nodiscard]] std::vector<std::string> ReceivedNames() const;
+
+  std::string initialize_error;
+  // What can be downloaded, by its address.
+  std::map<std::string, std::string, std::less<>> downloads;
+  // What the version service says; empty: it does not answer.
+  std::string latest_version;
+  bool server_up = true;
+  bool version_service_up = true;
+  bool downloads_up = true;
+  // How long one transfer takes, and how long VOSK tries where nobody answers.
+  Duration transfer_time{0};
+  Duration refusal_time{0};
+
+  int open_initialisations = 0;
+  int version_queries = 0;
+  std::uint64_t requests = 0;  // of every kind
+  std::vector<ReceivedReport> received;
+
+ private:
+  friend class SimUploader;
+  friend class SimDownloader;
+  friend class SimVersionService;
+  // Counts a request and lets the time pass that it takes; whether it succeeds.
+  bool Request(std::string_view operation, bool server_answers);
+
+  SimulatedHost& host_;
+};
+
+// The dumps that an archive holds, by what is in them; none of a file that is no archive.
+[[nodiscard]] std::vector<DumpId> DumpsInArchive(const std::filesystem::path& archive);
+
+}  // namespace vosk::simulation

@@ -1,0 +1,118 @@
+// A small working model of the system under VOSK, with virtual time. One host at a time: it makes a
+// temporary directory and makes that the current one, so that "C:/VOSK" is a folder below it.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "platform/host.h"
+#include "simulation/choke_point.h"
+#include "simulation/clock.h"
+#include "simulation/console.h"
+#include "simulation/dumps.h"
+#include "simulation/files.h"
+#include "simulation/installer.h"
+#include "simulation/machine.h"
+#include "simulation/processes.h"
+#include "simulation/registry.h"
+#include "simulation/system.h"
+
+namespace vosk::simulation {
+
+// How the simulated dump monitor works.
+struct MonitorBehaviour {
+  int dumps_per_crash = 1;
+  std::size_t dump_size = 40'000;
+  Duration writing_time{1000};                     // from the end of the Core to the finished dump
+  bool leaves_at_once = false;                     // as it does where it cannot attach
+  std::uint32_t smallest_exception = 0x8000'0000;  // exit codes below are no unhandled exception
+};
+
+// What a power cut leaves of a file that was written shortly before it.
+enum class AfterPowerCut { whole, cut_short, empty };
+
+class SimulatedHost {
+ public:
+  SimulatedHost();
+  ~SimulatedHost();
+  SimulatedHost(const SimulatedHost&) = delete;
+  SimulatedHost& operator=(const SimulatedHost&) = delete;
+
+  [[nodiscard]] platform::Host Bundle() {
+    return {clock, console, dump_writer, files, installer, machine, processes, registry, system};
+  }
+
+  // --- Setting the scene -------------------------------------------------------------------
+
+  // Something that happens at a time counted from the start.
+  void At(Duration time, std::function<void(SimulatedHost&)> happening);
+  // Puts an executable's file there and tells what runs when it is started.
+  void InstallProgram(const std::filesystem::path& executable, Program program = {});
+  // The Core, running until something ends it, at the default place or at another.
+  void InstallCore();
+  void InstallCore(const std::filesystem::path& executable, Program program = {});
+  // procdump64.exe beside VOSK.exe.
+  void InstallMonitor(MonitorBehaviour behaviour = {});
+  // A program that ends by itself.
+  [[nodiscard]] Program LivesFor(Duration life, std::uint32_t exit_code);
+  // Writes a file with its missing parents, past the choke point.
+  void PutFile(const std::filesystem::path& path, const std::string& bytes);
+  // A Core with a log and a monitor, as an operator's machine has them.
+  void Furnish(MonitorBehaviour monitor = {});
+  void FailNext(std::string operation, std::uint32_t code, int times = 1);
+
+  // --- What happens ------------------------------------------------------------------------
+
+  // Ends the running Core that was started last; the monitor sees it end.
+  void CoreExits(std::uint32_t exit_code);
+  void DumpAppears(const std::string& name, const std::string& bytes);
+  void KeyPressed(int key) { console.keys.push_back(key); }
+  // VOSK has ended (see VoskEnded, or by itself): what the system takes back from a process is
+  // taken back. With the power everything else ends as well, and what was written since the last
+  // `Settle` is whole, cut short or empty.
+  void VoskIsGone(std::uint32_t exit_code);
+  void PowerIsGone(AfterPowerCut unsettled);
+  // What stands on the disk now outlives a power cut.
+  void Settle();
+  // A new VOSK begins: a process that already runs, or one of its own.
+  void VoskBegins(platform::ProcessId pid = 0);
+
+  // --- Looking at it -----------------------------------------------------------------------
+
+  // Every handle, snapshot or part left open, COM out of balance, the console not as it was found:
+  // a sentence for each.
+  [[nodiscard]] std::vector<std::string> Leftovers() const;
+
+  [[nodiscard]] static std::string ReadFile(const std::filesystem::path& path);
+  [[nodiscard]] std::filesystem::path DumpDirectory() const;
+  [[nodiscard]] std::filesystem::path LogFile() const;
+  // The names in a directory, sorted; none where it does not exist.
+  [[nodiscard]] static std::vector<std::string> NamesIn(const std::filesystem::path& directory);
+
+  ChokePoint choke;
+  SimClock clock{choke};
+  SimProcesses processes{choke, clock};
+  SimFiles files{choke};
+  SimInstaller installer{choke, clock, processes, files};
+  SimRegistry registry{choke};
+  SimConsole console{choke};
+  SimSystem system{choke};
+  DumpLedger dumps{clock};
+  SimDumpWriter dump_writer{choke, processes, files, dumps};
+  SimMachine machine{choke};
+
+ private:
+  bool AttachDebugger(platform::ProcessId debugger, platform::ProcessId target_pid);
+  void RunMonitor(SimProcess& self, const MonitorBehaviour& behaviour);
+  void WriteCrashDumps(const std::string& directory, const MonitorBehaviour& behaviour);
+  // Size and number of the version of each file below the root.
+  using FileStates = std::map<std::filesystem::path, std::pair<std::uintmax_t, std::uint64_t>>;
+  [[nodiscard]] FileStates Survey() const;
+
+  std::filesystem::path found_directory_;
+  std::filesystem::path root_;
+  FileStates settled_;
+};
+
+}  // namespace vosk::simulation

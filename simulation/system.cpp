@@ -1,0 +1,92 @@
+#include "simulation/system.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+
+namespace vosk::simulation {
+
+using platform::HResult;
+using platform::Result;
+
+Result<std::filesystem::path> SimSystem::TempPath() {
+  return choke_.Perform("system.TempPath", {},
+                        [&]() -> Result<std::filesystem::path> { return temp_path; });
+}
+
+Result<std::filesystem::path> SimSystem::ModulePath() {
+  return choke_.Perform("system.ModulePath", {},
+                        [&]() -> Result<std::filesystem::path> { return module_path; });
+}
+
+tl::expected<std::filesystem::path, HResult> SimSystem::RoamingAppDataPath() {
+  using Answer = tl::expected<std::filesystem::path, HResult>;
+  return choke_.Perform("system.RoamingAppDataPath", {}, [&]() -> Answer { return roaming_path; });
+}
+
+Result<std::string> SimSystem::ComputerName() {
+  return choke_.Perform("system.ComputerName", {},
+                        [&]() -> Result<std::string> { return computer_name; });
+}
+
+HResult SimSystem::InitializeCom() {
+  return choke_.Perform("system.InitializeCom", {}, [&]() -> HResult {
+    // The first call makes the apartment, a further one says that it was there.
+    return {++com_initialisations == 1 ? 0u : 1u};
+  });
+}
+
+void SimSystem::UninitializeCom() {
+  choke_.Note("system.UninitializeCom", {});
+  --com_initialisations;
+}
+
+void SimSystem::ShowErrorBox(const std::string& title, const std::string& text) {
+  choke_.Announce("system.ShowErrorBox", title);
+  boxes.push_back({title, text});
+}
+
+Result<platform::DumpFileHandle> SimDumpWriter::CreateDumpFile(const std::filesystem::path& path) {
+  const auto effect = [&]() -> Result<platform::DumpFileHandle> {
+    if (!files_.MayRead(path) || !files_.MayRemove(path)) {
+      return tl::unexpected(platform::kSharingViolation);
+    }
+    std::error_code ignored;
+    if (std::filesystem::is_directory(path, ignored)) {
+      return tl::unexpected(platform::kAccessDenied);
+    }
+    if (!std::ofstream(path, std::ios::binary)) return tl::unexpected(platform::ErrorCode{3});
+    files_.Hold(path, {});
+    open_.emplace(next_handle_, path);
+    return platform::DumpFileHandle(next_handle_++, *this);
+  };
+  return choke_.Perform("dump_writer.CreateDumpFile", path.string(), effect);
+}
+
+Result<> SimDumpWriter::WriteDump(const platform::ProcessHandle& process, platform::ProcessId pid,
+                                  const platform::DumpFileHandle& file, std::uint32_t dump_type) {
+  const std::string subject = fmt::format("{} type {:#x}", pid, dump_type);
+  return choke_.Perform("dump_writer.WriteDump", subject, [&]() -> Result<> {
+    const auto target =
+        processes_.Reach(process, platform::access::kQueryInformation).and_then([&](SimProcess*) {
+          return processes_.Reach(process, platform::access::kReadMemory);
+        });
+    if (!target) return tl::unexpected(platform::ErrorCode{0x80070005});
+    const auto open = open_.find(file.Value());
+    if (open == open_.end()) return tl::unexpected(platform::ErrorCode{0x80070006});
+    const bool full = (dump_type & platform::kDumpWithFullMemory) != 0;
+    std::ofstream(open->second, std::ios::binary)
+        << ledger_.Write(open->second, full ? 3 << 20 : 20'000);
+    return {};
+  });
+}
+
+void SimDumpWriter::CloseHandleValue(platform::HandleValue value) {
+  const auto open = open_.find(value);
+  if (open == open_.end()) return;
+  choke_.Note("dump_writer.Close", open->second.string());
+  files_.Release(open->second);
+  open_.erase(open);
+}
+
+}  // namespace vosk::simulation
