@@ -24,10 +24,15 @@ std::optional<Fault> ChokePoint::Announce(std::string_view operation, const std:
   }
   Note(operation, subject);
   if (calls_ > call_budget_) ExceedBudget(fmt::format("more than {} calls", call_budget_));
+  if (on_operation) on_operation(operation, subject);
   const auto fault = faults.Ask(operation, subject);
   if (!fault || !EndsVosk(fault->kind)) return fault;
-  ended_ = fault->kind;
-  throw VoskEnded{fault->kind};
+  EndVosk(fault->kind);
+}
+
+void ChokePoint::EndVosk(FaultKind how) {
+  ended_ = how;
+  throw VoskEnded{how};
 }
 
 void ChokePoint::ExceedBudget(const std::string& reason) {

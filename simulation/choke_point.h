@@ -56,6 +56,11 @@ class ChokePoint {
   // Why the run was broken off; empty where it was not.
   [[nodiscard]] const std::string& Excess() const { return excess_; }
 
+  // Ends VOSK here and now, whatever it does: throws.
+  [[noreturn]] void EndVosk(FaultKind how);
+  // Called with every operation that VOSK asks for, before it takes place.
+  std::function<void(std::string_view operation, const std::string& subject)> on_operation;
+
   FaultPlan faults;
 
  private:

@@ -1,0 +1,254 @@
+#include "tools/rehearsal/script.h"
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "identity.h"
+#include "text/utf.h"
+
+namespace vosk::rehearsal {
+
+using namespace std::chrono_literals;
+using simulation::AfterPowerCut;
+using simulation::SimPackage;
+using simulation::StreamTarget;
+
+namespace {
+
+// Where the simulated machine's local clock stands when a life begins.
+constexpr Duration kTimeOfBeginning = 9h;
+constexpr Duration kDay = 24h;
+constexpr std::uint32_t kAccessViolation = 0xC0000005;
+
+struct Words {
+  const std::smatch& match;
+  Duration at{0};  // when the sentence happens
+
+  [[nodiscard]] std::string Text(std::size_t group) const { return match[group]; }
+  [[nodiscard]] std::uint64_t Number(std::size_t group, std::uint64_t otherwise = 0) const {
+    return match[group].matched ? std::stoull(match[group], nullptr, 0) : otherwise;
+  }
+  // "6 h", with the number in the group and the unit in the next.
+  [[nodiscard]] Duration Time(std::size_t group) const {
+    static const std::map<std::string, Duration> kUnits = {
+        {"ms", 1ms}, {"s", 1s}, {"min", 1min}, {"h", 1h}, {"d", kDay}};
+    return static_cast<std::int64_t>(Number(group)) * kUnits.at(match[group + 1]);
+  }
+};
+
+struct Sentence {
+  std::string pattern;
+  std::string meaning;
+  std::function<std::function<void(Life&)>(const Words&)> deed;
+  bool planned_ahead = false;
+};
+
+constexpr char kTime[] = "(\\d+) (ms|s|min|h|d)";
+
+bool& ServerNamed(Life& life, const std::string& name) {
+  if (name == "collection server") return life.servers.server_up;
+  if (name == "version service") return life.servers.version_service_up;
+  return life.servers.downloads_up;
+}
+
+// The running monitors of the future leave at once, or do their work.
+void SetMonitor(Life& life, simulation::MonitorBehaviour behaviour) {
+  life.host.InstallMonitor(behaviour);
+}
+
+std::function<void(Life&)> Publish(const Words& words) {
+  SimPackage package{.version = words.Text(1)};
+  const std::string flaw = words.Text(2);
+  const auto exit_code = static_cast<std::uint32_t>(words.Number(3));
+  return [=](Life& life) mutable {
+    if (exit_code != 0) package.install_exit_code = exit_code;
+    if (flaw.find("without VOSK") != std::string::npos) package.files = {"VELDRAN Core.exe"};
+    if (flaw.find("without the Core") != std::string::npos) package.files = {"VOSK.exe"};
+    if (flaw.find("crashes at once") != std::string::npos) {
+      life.MakeCrashing(package.version, 1500ms);
+    }
+    life.PublishRelease(package);
+    if (flaw.find("cannot be unpacked") != std::string::npos) {
+      for (auto& [url, bytes] : life.servers.downloads) bytes.resize(bytes.size() / 2);
+    }
+  };
+}
+
+std::vector<Sentence> MakeSentences() {
+  std::vector<Sentence> sentences;
+  const auto add = [&](std::string pattern, std::string meaning, auto deed) {
+    sentences.push_back({std::move(pattern), std::move(meaning), std::move(deed)});
+  };
+  // A deed that needs nothing of its words.
+  const auto add_plain = [&](std::string pattern, std::string meaning, void (*deed)(Life&)) {
+    add(std::move(pattern), std::move(meaning), [deed](const Words&) { return deed; });
+  };
+  add_plain("no Core", "no Core is installed", [](Life&) {
+    std::filesystem::remove(text::PathFromUtf8(identity::kDefaultTargetPath));
+  });
+  add_plain("Core is running", "a Core runs that VOSK has not launched",
+            [](Life& life) { life.host.processes.Add(std::u16string(identity::kCoreExecutable)); });
+  add_plain("no console", "VOSK runs without a console", [](Life& life) {
+    life.host.console.Redirect(platform::StandardStream::output, StreamTarget::missing);
+    life.host.console.Redirect(platform::StandardStream::error, StreamTarget::missing);
+  });
+  add("release (\\S+) is installed", "it is what runs at first", [](const Words& words) {
+    return [version = words.Text(1)](Life& life) { life.InstallRelease(version); };
+  });
+  add("release ([^ ,]+) published(, (?:its installer fails with (\\d+)|its package cannot be "
+      "unpacked|without VOSK|without the Core|its Core crashes at once))?",
+      "the version service tells of it", Publish);
+  add("Core (?:crashes|exits with (\\w+))", "the running Core ends", [](const Words& words) {
+    const auto code = static_cast<std::uint32_t>(words.Number(1, kAccessViolation));
+    return [code](Life& life) { life.host.CoreExits(code); };
+  });
+  add("(collection server|version service|download server) (up|down)(?: for " + std::string(kTime) +
+          ")?",
+      "a server answers, or does not", [](const Words& words) {
+        const std::string name = words.Text(1);
+        const bool up = words.Text(2) == "up";
+        const Duration until = words.match[3].matched ? words.at + words.Time(3) : Duration(0);
+        return [=](Life& life) {
+          ServerNamed(life, name) = up;
+          if (until == Duration(0)) return;
+          life.At(until, [=](Life& later) { ServerNamed(later, name) = !up; });
+        };
+      });
+  add("transfers take " + std::string(kTime), "each upload and download", [](const Words& words) {
+    return [time = words.Time(1)](Life& life) { life.servers.transfer_time = time; };
+  });
+  add("refusals take " + std::string(kTime), "as long as VOSK tries", [](const Words& words) {
+    return [time = words.Time(1)](Life& life) { life.servers.refusal_time = time; };
+  });
+  add("([A-Z]:) (\\d+) (GiB|MiB) free", "the volume's free space", [](const Words& words) {
+    const std::uint64_t unit = words.Text(3) == "GiB" ? 1ull << 30 : 1ull << 20;
+    return [root = words.Text(1) + "/", bytes = words.Number(2) * unit](Life& life) {
+      life.host.files.free_space_of[root] = bytes;
+    };
+  });
+  add_plain("monitor refuses", "every dump monitor leaves at once",
+            [](Life& life) { SetMonitor(life, {.leaves_at_once = true}); });
+  add_plain("monitor works", "it does its work again", [](Life& life) { SetMonitor(life, {}); });
+  add("dumps take " + std::string(kTime), "to be written", [](const Words& words) {
+    return [time = words.Time(1)](Life& life) { SetMonitor(life, {.writing_time = time}); };
+  });
+  add("Core ends (late|at once) when it is ended", "how a running Core dies",
+      [](const Words& words) {
+        const auto how = words.Text(1) == "late" ? simulation::OnTerminate::dies_late
+                                                 : simulation::OnTerminate::dies;
+        return [how](Life& life) {
+          for (auto* core : life.host.processes.Running(identity::kCoreExecutable)) {
+            core->on_terminate = how;
+          }
+        };
+      });
+  add("clock steps (-?)" + std::string(kTime), "somebody sets the machine's clock",
+      [](const Words& words) {
+        const Duration by = words.Text(1) == "-" ? -words.Time(2) : words.Time(2);
+        return [by](Life& life) { life.host.clock.StepWallClock(by); };
+      });
+  add("calls of (\\S+) fail with (\\d+)(?: (\\d+) times)?", "a call of the system is refused",
+      [](const Words& words) {
+        const auto code = static_cast<std::uint32_t>(words.Number(2));
+        const auto times = static_cast<int>(words.Number(3, 1));
+        return [=, call = words.Text(1)](Life& life) { life.host.FailNext(call, code, times); };
+      });
+  add_plain("VOSK killed", "it is started again ten seconds later",
+            [](Life& life) { life.KillVosk(); });
+  add("power cut(, files (cut short|empty))?", "a minute later the machine runs again",
+      [](const Words& words) {
+        const auto after = words.Text(2) == "empty"       ? AfterPowerCut::empty
+                           : words.Text(2) == "cut short" ? AfterPowerCut::cut_short
+                                                          : AfterPowerCut::whole;
+        return [after, at = words.at](Life& life) { life.CutPowerAt(at, after); };
+      });
+  sentences.back().planned_ahead = true;
+  add("operator chooses (\\d)", "an item of the menu", [](const Words& words) {
+    return [item = static_cast<int>(words.Number(1))](Life& life) { life.OperatorChooses(item); };
+  });
+  add_plain("operator quits", "VOSK ends, and the Core with it",
+            [](Life& life) { life.OperatorQuits(); });
+  return sentences;
+}
+
+const std::vector<Sentence>& AllSentences() {
+  static const std::vector<Sentence> kSentences = MakeSentences();
+  return kSentences;
+}
+
+}  // namespace
+
+Script Script::FromFile(const std::filesystem::path& file) {
+  std::ifstream stream(file);
+  if (!stream) throw ScriptError(fmt::format("{} cannot be read", file.string()));
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return Script(text.str());
+}
+
+Script::Script(const std::string& text) {
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) {
+    if (!line.empty() && line[0] != '#') ReadLine(line);
+  }
+  if (!ended_) throw ScriptError("the life has no end");
+}
+
+void Script::ReadLine(const std::string& line) {
+  static const std::regex kTimed("(?:day (\\d+) )?(\\d\\d):(\\d\\d)(?::(\\d\\d))? (.*)");
+  std::smatch match;
+  Event event;
+  std::string sentence = line;
+  if (std::regex_match(line, match, kTimed)) {
+    const auto number = [&match](std::size_t group, int otherwise) {
+      return match[group].matched ? std::stoi(match[group]) : otherwise;
+    };
+    event.at = kDay * (number(1, 1) - 1) + std::chrono::hours(number(2, 0)) +
+               std::chrono::minutes(number(3, 0)) + std::chrono::seconds(number(4, 0)) -
+               kTimeOfBeginning;
+    sentence = match[5];
+  }
+  if (event.at < last_) throw ScriptError(fmt::format("'{}' is before what stands above", line));
+  last_ = event.at;
+  if (sentence == "end") {
+    ended_ = true;
+    length_ = event.at;
+  } else if (sentence == "sweep from here") {
+    sweep_from_ = event.at;
+  } else {
+    SetDeed(event, sentence);
+    events_.push_back(std::move(event));
+  }
+}
+
+void Script::SetDeed(Event& event, const std::string& sentence) {
+  for (const Sentence& known : AllSentences()) {
+    std::smatch match;
+    if (!std::regex_match(sentence, match, std::regex(known.pattern))) continue;
+    event.deed = known.deed({.match = match, .at = event.at});
+    event.planned_ahead = known.planned_ahead;
+    return;
+  }
+  throw ScriptError(fmt::format("'{}' says nothing that can be rehearsed", sentence));
+}
+
+void Script::Apply(Life& life) const {
+  for (const Event& event : events_) {
+    // What has no time is the scene.
+    const bool now = event.at == Duration(0) || event.planned_ahead;
+    now ? event.deed(life) : life.At(event.at, event.deed);
+  }
+}
+
+std::string Script::Sentences() {
+  std::string text;
+  for (const Sentence& sentence : AllSentences()) {
+    text += fmt::format("  {}\n      {}\n", sentence.pattern, sentence.meaning);
+  }
+  return text;
+}
+
+}  // namespace vosk::rehearsal

@@ -1,0 +1,51 @@
+// A life as a plain text: what the machine is like, and what happens when.
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/rehearsal/life.h"
+
+namespace vosk::rehearsal {
+
+// The line that is no sentence of a life, and why.
+struct ScriptError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+class Script {
+ public:
+  // Reads a .life file. Throws ScriptError.
+  static Script FromFile(const std::filesystem::path& file);
+  explicit Script(const std::string& text);
+
+  // Sets the scene of a fresh life and lets everything happen in its time.
+  void Apply(Life& life) const;
+  // The time of the last line, which has to be "end" or "operator quits" and its shutdown.
+  [[nodiscard]] Duration Length() const { return length_; }
+  // From when on sweeps let calls fail ("sweep from here"); the start, where nothing is said.
+  [[nodiscard]] Duration SweepFrom() const { return sweep_from_; }
+
+  // Every sentence that a life may hold, a line each, for the help text.
+  [[nodiscard]] static std::string Sentences();
+
+ private:
+  using Deed = std::function<void(Life&)>;
+  struct Event {
+    Duration at{0};
+    Deed deed;
+    bool planned_ahead = false;  // sees to its time itself
+  };
+  void ReadLine(const std::string& line);
+  void SetDeed(Event& event, const std::string& sentence);
+
+  std::vector<Event> events_;
+  Duration last_{0};
+  Duration length_{0};
+  Duration sweep_from_{0};
+  bool ended_ = false;
+};
+
+}  // namespace vosk::rehearsal

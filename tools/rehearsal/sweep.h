@@ -1,0 +1,38 @@
+// A life again and again, each time with another call of VOSK's hit.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/rehearsal/script.h"
+
+namespace vosk::rehearsal {
+
+struct SweepBreak {
+  std::string fault;  // "killed:17": what --fault takes
+  BrokenPromise broken;
+};
+
+struct SweepResult {
+  int runs = 0;
+  std::vector<SweepBreak> breaks;
+};
+
+// The ways in which a call can be hit: a refusal, another refusal, a refusal after the effect, a
+// file that breaks while it is read, VOSK killed, the power cut (files whole, cut short and empty
+// in turn).
+[[nodiscard]] const std::vector<std::string>& SweepKinds();
+
+// One run for the first call that can be hit that way, the second, and so on to the last.
+[[nodiscard]] SweepResult Sweep(const Script& script, const std::string& kind);
+
+// Runs with two calls hit, in whatever ways; the seed decides which.
+[[nodiscard]] SweepResult SweepPairs(const Script& script, int runs, unsigned seed);
+
+// One run with these faults; what it broke.
+[[nodiscard]] std::vector<BrokenPromise> RunWithFaults(const Script& script,
+                                                       const std::string& faults,
+                                                       bool* hit = nullptr);
+
+}  // namespace vosk::rehearsal
