@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <charconv>
 #include <stdexcept>
 
@@ -158,14 +159,16 @@ void Life::OperatorChooses(int item) {
   host.KeyPressed(kEnter);
 }
 
-void Life::Add(const std::vector<Fault>& faults, Duration from) {
+void Life::Add(const std::vector<Fault>& faults, Duration from, Duration to) {
   for (const Fault& fault : faults) {
     if (fault.rule.kind == FaultKind::power_cut) {
       after_power_cut_ = fault.after_power_cut;
       SettleAgainAndAgain();
     }
-    At(from, [fault](Life& life) { life.host.choke.faults.Add(fault.rule); });
+    const auto begin = [fault](Life& life) { life.host.choke.faults.Add(fault.rule); };
+    from == Duration(0) ? begin(*this) : At(from, begin);
   }
+  if (to != Duration::max()) At(to, [](Life& life) { life.host.choke.faults.Clear(); });
 }
 
 void Life::Run(Duration until) {

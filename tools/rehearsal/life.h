@@ -43,8 +43,9 @@ class Life {
   void OperatorQuits();
   // The menu's item, counted from 1.
   void OperatorChooses(int item);
-  // As FaultsFromText gives them; they count calls from `from` on.
-  void Add(const std::vector<Fault>& faults, Duration from = Duration(0));
+  // As FaultsFromText gives them; they count and hit calls between these times.
+  void Add(const std::vector<Fault>& faults, Duration from = Duration(0),
+           Duration to = Duration::max());
 
   // Lives until this time or until the operator has quit. Whoever ends otherwise is started again,
   // as a scheduled task does it.

@@ -16,7 +16,7 @@ int Rehearse(const std::string& file, const std::string& faults) {
   const Script script = Script::FromFile(file);
   Life life;
   script.Apply(life);
-  if (!faults.empty()) life.Add(FaultsFromText(faults), script.SweepFrom());
+  if (!faults.empty()) life.Add(FaultsFromText(faults), script.SweepFrom(), script.SweepTo());
   life.witness.on_line = [](std::string_view line) { fmt::print("{}\n", line); };
   life.Run(script.Length());
   fmt::print("\n--- how it ended ---\n{}", life.EndState());
@@ -31,12 +31,13 @@ int SweepAll(const std::string& file) {
   bool broken = false;
   for (const std::string& kind : SweepKinds()) {
     const SweepResult result = Sweep(script, kind);
-    fmt::print("{}: {} runs, {} broken\n", kind, result.runs, result.breaks.size());
-    std::fflush(stdout);
-    for (const auto& [fault, promise] : result.breaks) {
-      fmt::print("  {} {}: {}\n", fault, promise.promise, promise.how);
+    fmt::print("{}: {} runs\n", kind, result.runs);
+    for (const auto& [promise, runs, fault] : result.breaks) {
+      fmt::print("  {}: {} ({} runs, first --fault {})\n", promise.promise, promise.how, runs,
+                 fault);
       broken = true;
     }
+    std::fflush(stdout);
   }
   return broken ? 1 : 0;
 }

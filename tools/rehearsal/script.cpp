@@ -218,6 +218,8 @@ void Script::ReadLine(const std::string& line) {
     length_ = event.at;
   } else if (sentence == "sweep from here") {
     sweep_from_ = event.at;
+  } else if (sentence == "sweep to here") {
+    sweep_to_ = event.at;
   } else {
     SetDeed(event, sentence);
     events_.push_back(std::move(event));

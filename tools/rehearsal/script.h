@@ -25,8 +25,10 @@ class Script {
   void Apply(Life& life) const;
   // The time of the last line, which has to be "end" or "operator quits" and its shutdown.
   [[nodiscard]] Duration Length() const { return length_; }
-  // From when on sweeps let calls fail ("sweep from here"); the start, where nothing is said.
+  // The stretch in which sweeps hit calls, between "sweep from here" and "sweep to here"; all of
+  // the life, where nothing is said.
   [[nodiscard]] Duration SweepFrom() const { return sweep_from_; }
+  [[nodiscard]] Duration SweepTo() const { return std::min(sweep_to_, length_); }
 
   // Every sentence that a life may hold, a line each, for the help text.
   [[nodiscard]] static std::string Sentences();
@@ -45,6 +47,7 @@ class Script {
   Duration last_{0};
   Duration length_{0};
   Duration sweep_from_{0};
+  Duration sweep_to_ = Duration::max();
   bool ended_ = false;
 };
 

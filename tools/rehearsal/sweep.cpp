@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <random>
 
 namespace vosk::rehearsal {
@@ -17,7 +18,13 @@ std::string FaultText(const std::string& kind, int number) {
 void Record(SweepResult& result, const std::string& fault,
             const std::vector<BrokenPromise>& broken) {
   ++result.runs;
-  for (const BrokenPromise& promise : broken) result.breaks.push_back({fault, promise});
+  for (const BrokenPromise& promise : broken) {
+    const auto known = std::ranges::find_if(result.breaks, [&](const SweepBreak& entry) {
+      return entry.broken.promise == promise.promise && entry.broken.how == promise.how;
+    });
+    known != result.breaks.end() ? void(++known->runs)
+                                 : result.breaks.push_back({promise, 1, fault});
+  }
 }
 
 }  // namespace
@@ -32,7 +39,7 @@ std::vector<BrokenPromise> RunWithFaults(const Script& script, const std::string
                                          bool* hit) {
   Life life;
   script.Apply(life);
-  life.Add(FaultsFromText(faults), script.SweepFrom());
+  life.Add(FaultsFromText(faults), script.SweepFrom(), script.SweepTo());
   life.Run(script.Length());
   if (hit != nullptr) *hit = life.FaultWasHit();
   return life.witness.Broken();

@@ -9,9 +9,11 @@
 
 namespace vosk::rehearsal {
 
+// One way to break a promise, in however many runs.
 struct SweepBreak {
-  std::string fault;  // "killed:17": what --fault takes
   BrokenPromise broken;
+  int runs = 0;
+  std::string first_fault;  // "killed:17": what --fault takes
 };
 
 struct SweepResult {

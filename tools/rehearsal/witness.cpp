@@ -21,7 +21,7 @@ namespace {
 constexpr Duration kMostTimeDown = 60s;
 constexpr Duration kMostTimeUnwatched = 10s;
 constexpr Duration kMostTimeOfACycle = 30min;
-constexpr Duration kTimeToGetGoing = 120s;
+constexpr Duration kTimeToGetGoing = 60s;
 constexpr std::size_t kMostHandles = 32;
 constexpr std::uint64_t kMostLinesAnHour = 8'000;
 constexpr std::uint64_t kMostRequestsAnHour = 400;
@@ -116,9 +116,9 @@ void Witness::LifeEnds(bool vosk_runs) {
   if (!vosk_runs || quitting_ || host_.clock.Elapsed() - vosk_began_ < kTimeToGetGoing) return;
   if (last_obstacle_ >= vosk_began_) return;
   const bool runs = !host_.processes.Running(identity::kCoreExecutable).empty();
-  if (!runs && !down_since_) Break("Startable", "two minutes after a start no Core runs");
+  if (!runs && !down_since_) Break("Startable", "a minute after a start no Core runs");
   if (runs && !CoreIsWatched() && !unwatched_since_) {
-    Break("Startable", "two minutes after a start nobody watches the Core");
+    Break("Startable", "a minute after a start nobody watches the Core");
   }
 }
 
