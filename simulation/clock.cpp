@@ -65,6 +65,12 @@ void SimClock::PowerIsGone() {
   std::erase_if(happenings_, [](const auto& due) { return due.second.of_the_machine; });
 }
 
+void SimClock::MoveTo(Duration time) {
+  if (time <= elapsed_) return;
+  const Duration passed = time - std::exchange(elapsed_, time);
+  if (on_advance) on_advance(passed);
+}
+
 void SimClock::Advance(Duration limit, const std::function<bool()>& done) {
   const Duration deadline = elapsed_ + limit;
   if (deadline > budget_) choke_.ExceedBudget(fmt::format("{} s of virtual time", budget_ / 1s));
@@ -72,10 +78,10 @@ void SimClock::Advance(Duration limit, const std::function<bool()>& done) {
     const auto next = happenings_.begin();
     if (next == happenings_.end() || next->first > deadline) {
       // Later where something on the way took time itself.
-      elapsed_ = std::max(elapsed_, deadline);
+      MoveTo(deadline);
       return;
     }
-    elapsed_ = next->first;
+    MoveTo(next->first);
     const auto happen = std::move(next->second.happen);
     happenings_.erase(next);
     Wake();

@@ -29,24 +29,27 @@ class SimClock : public platform::Clock {
   void At(Duration time, std::function<void()> happening);
   // Something that a program of the machine will do; the power's end ends it as well.
   void After(Duration delay, std::function<void()> happening);
+  // Called when time has moved on, with how much.
+  std::function<void(Duration)> on_advance;
   // Moves time on by `limit`, or only until `done` holds after something happened.
   void Advance(Duration limit, const std::function<bool()>& done = {});
   void PowerIsGone();
   void SetBudget(Duration budget) { budget_ = budget; }
   // Somebody sets the machine's clock; the steady time goes on as it was.
   void StepWallClock(Duration by) { wall_step_ += by; }
-  // Quiet stretches pass in leaps: where nothing has happened for two minutes, a sleep of half a
+  // Quiet stretches pass in leaps: where nothing has happened for half a minute, a sleep of half a
   // second or less lasts up to this long, but not beyond what is due next. As if VOSK had not been
   // given the processor meanwhile. Zero, the default, leaps nowhere.
   void SetLeap(Duration leap) { leap_ = leap; }
-  // Something happened just now, so that the next two minutes pass in full.
+  // Something happened just now, so that the next half minute passes in full.
   void Wake() { awake_until_ = elapsed_ + kWakefulness; }
   // The time that has passed in leaps.
   [[nodiscard]] Duration Leapt() const { return leapt_; }
 
  private:
-  static constexpr Duration kWakefulness = std::chrono::minutes(2);
+  static constexpr Duration kWakefulness = std::chrono::seconds(30);
   [[nodiscard]] Duration UntilNextHappening() const;
+  void MoveTo(Duration time);
 
   ChokePoint& choke_;
   Duration elapsed_{0};

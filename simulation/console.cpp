@@ -76,6 +76,7 @@ Result<> SimConsole::SetCursor(int column, int row) {
   return OnScreen("console.SetCursor", subject, [&]() -> Result<> {
     cursor_column = column;
     cursor_row = row;
+    if (on_cursor) on_cursor(column, row);
     return {};
   });
 }

@@ -50,6 +50,8 @@ class SimConsole : public platform::Console {
   void Close();
   // Called with everything written, in place of keeping it.
   std::function<void(std::string_view)> on_write;
+  // Called when the cursor is set.
+  std::function<void(int column, int row)> on_cursor;
   [[nodiscard]] std::uint32_t ModeOf(platform::StandardStream stream) { return State(stream).mode; }
 
   // How the console was found, and what a test may change before or during a run.

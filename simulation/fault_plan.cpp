@@ -115,6 +115,17 @@ bool LeavesAnEffect(std::string_view operation) {
   return std::ranges::find(kLasting, operation) != std::end(kLasting);
 }
 
+bool ChangesTheMachine(std::string_view operation) {
+  // Besides what leaves an effect: archives grow while their sources are read.
+  static constexpr std::string_view kOthers[] = {
+      "clock.SleepFor",           "files.OpenForAppending", "files.OpenForReading",
+      "files.OpenTextForWriting", "files.OpenForWriting",   "system.ShowErrorBox",
+  };
+  return (LeavesAnEffect(operation) && !operation.starts_with("console.")) ||
+         operation.starts_with("network.") ||
+         std::ranges::find(kOthers, operation) != std::end(kOthers);
+}
+
 bool InScope(const FaultRule& rule, std::string_view operation) {
   if (rule.scope.empty() || rule.scope == operation) return true;
   return operation.starts_with(rule.scope) && operation[rule.scope.size()] == '.';
@@ -123,7 +134,9 @@ bool InScope(const FaultRule& rule, std::string_view operation) {
 // The code with which the rule can hit the operation, or nothing when it leaves it alone.
 std::optional<std::uint32_t> CodeFor(const FaultRule& rule, std::string_view operation) {
   if (!InScope(rule, operation)) return std::nullopt;
-  if (EndsVosk(rule.kind)) return 0;
+  if (EndsVosk(rule.kind)) {
+    return ChangesTheMachine(operation) ? std::optional(0u) : std::nullopt;
+  }
   if (rule.kind == FaultKind::broken_stream) {
     return operation == "files.OpenForReading" ? std::optional(0u) : std::nullopt;
   }
@@ -143,6 +156,7 @@ std::optional<Fault> FaultPlan::Ask(std::string_view operation, const std::strin
     const auto code = CodeFor(rule, operation);
     if (!code) continue;
     ++hits;
+    if (rule.count == 0) listed_.push_back({std::string(operation), subject, {rule.kind, *code}});
     if (hits < rule.first || hits >= rule.first + rule.count || fault) continue;
     fault = Fault{rule.kind, *code};
     fired_.push_back({std::string(operation), subject, *fault});

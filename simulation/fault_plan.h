@@ -17,6 +17,8 @@ enum class FaultKind {
   power_cut,           // everything ends
 };
 
+// VOSK and the power end at calls that change the machine or let time pass: between two of those it
+// does not matter where.
 [[nodiscard]] constexpr bool EndsVosk(FaultKind kind) {
   return kind == FaultKind::killed || kind == FaultKind::power_cut;
 }
@@ -25,7 +27,7 @@ struct FaultRule {
   FaultKind kind = FaultKind::fails;
   std::string scope = {};  // "": every operation, "files": one interface, "files.Rename": one
   int first = 1;           // the first call hit, counted from 1 among those that the rule can hit
-  int count = 1;           // how many calls in a row are hit
+  int count = 1;           // how many calls in a row are hit; 0: none, they are only listed
   // Which of the operation's plausible codes; operations with fewer are left alone.
   std::size_t alternative = 0;
   std::optional<std::uint32_t> code = {};  // this code in place of a plausible one
@@ -36,6 +38,7 @@ struct Fault {
   std::uint32_t code = 0;
 };
 
+// A call that was hit, or that a rule which hits none could have hit.
 struct FiredFault {
   std::string operation;
   std::string subject;
@@ -49,6 +52,7 @@ class FaultPlan {
   // Asked once for every operation, in the order in which they are made.
   std::optional<Fault> Ask(std::string_view operation, const std::string& subject);
   [[nodiscard]] const std::vector<FiredFault>& Fired() const { return fired_; }
+  [[nodiscard]] const std::vector<FiredFault>& Listed() const { return listed_; }
 
  private:
   struct CountedRule {
@@ -57,6 +61,7 @@ class FaultPlan {
   };
   std::vector<CountedRule> rules_;
   std::vector<FiredFault> fired_;
+  std::vector<FiredFault> listed_;
 };
 
 // The system's number for "no error" up to the few that faults and the simulated system use, in the

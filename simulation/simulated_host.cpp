@@ -112,6 +112,19 @@ void SimulatedHost::Furnish(MonitorBehaviour monitor) {
   PutFile(system.roaming_path / "VELDRAN" / "stats" / "TestNet" / "core.log", "node started\n");
 }
 
+void SimulatedHost::FurnishWindows() {
+  const std::string windows = R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)";
+  registry.PutText(windows, "ProductName", "Windows 11 Pro");
+  registry.PutText(windows, "DisplayVersion", "23H2");
+  registry.PutText(windows, "CurrentBuildNumber", "22631");
+  registry.PutNumber(windows, "UBR", 3155);
+  registry.PutText(R"(HARDWARE\DESCRIPTION\System\CentralProcessor\0)", "ProcessorNameString",
+                   "AMD Ryzen 7 5800X 8-Core Processor");
+  const std::string dot_net = R"(SOFTWARE\Microsoft\NET Framework Setup\NDP\v4\Full)";
+  registry.PutNumber(dot_net, "Install", 1);
+  registry.PutNumber(dot_net, "Release", 533320);
+}
+
 void SimulatedHost::FailNext(std::string operation, std::uint32_t code, int times) {
   choke.faults.Add({.scope = std::move(operation), .count = times, .code = code});
 }

@@ -60,6 +60,8 @@ class SimulatedHost {
   void PutFile(const std::filesystem::path& path, const std::string& bytes);
   // A Core with a log and a monitor, as an operator's machine has them.
   void Furnish(MonitorBehaviour monitor = {});
+  // What a Windows 11 tells of itself in its registry.
+  void FurnishWindows();
   void FailNext(std::string operation, std::uint32_t code, int times = 1);
 
   // --- What happens ------------------------------------------------------------------------

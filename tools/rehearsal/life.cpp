@@ -20,6 +20,8 @@ using simulation::FaultKind;
 
 namespace {
 
+// As long as VOSK itself waits between two questions to the version service.
+constexpr Duration kLeap = 5min;
 constexpr Duration kBootTime = 60s;
 // The system writes to the disk what is older than this.
 constexpr Duration kUnsettled = 30s;
@@ -77,10 +79,12 @@ Life::Life() {
   host.console.on_write = [](std::string_view) {};
   host.choke.SetCallBudget(2'000'000'000);
   host.clock.SetBudget(std::chrono::years(100));
+  host.clock.SetLeap(kLeap);
   host.system.module_path = InstallDirectory() / identity::kSupervisorExecutable;
   host.files.current_directory = InstallDirectory();
   host.InstallProgram(host.system.module_path);
   host.Furnish();
+  host.FurnishWindows();
   const std::string core = text::WideToUtf8(identity::kCoreExecutable);
   // The installer sees to it that what it has installed outlives a power cut.
   host.installer.on_installed = [this](const simulation::SimProduct&) { host.Settle(); };
@@ -98,6 +102,7 @@ std::string Life::VersionOf(const fs::path& file) const {
 
 // A Core of a release says in its version file which one it is.
 void Life::RunCore(simulation::SimProcess& core) {
+  core.modules = {{"C:/Windows/System32/ucrtbase.dll"}, {"C:/Windows/System32/msvcp140.dll"}};
   const std::string version =
       VersionOf(InstallDirectory() / text::WideToUtf8(identity::kCoreExecutable));
   if (version.empty()) return;

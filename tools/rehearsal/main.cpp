@@ -2,32 +2,92 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tools/rehearsal/random_life.h"
+#include "tools/rehearsal/screen.h"
 #include "tools/rehearsal/script.h"
+#include "tools/rehearsal/summary.h"
 #include "tools/rehearsal/sweep.h"
 
 namespace {
 
 using namespace vosk::rehearsal;
 
-int Rehearse(const std::string& file, const std::string& faults) {
-  const Script script = Script::FromFile(file);
+constexpr int kKept = 0;
+constexpr int kBroken = 1;
+constexpr int kMisused = 2;
+
+struct Wish {
+  std::string life;
+  std::string faults;
+  std::string picture;
+  double watch = 0;  // 0: nobody watches
+  int years = 0;
+  unsigned seed = 1;
+  bool sweep = false;
+  bool sentences = false;
+};
+
+Wish Understand(const std::vector<std::string>& arguments) {
+  Wish wish;
+  for (std::size_t at = 0; at < arguments.size(); ++at) {
+    const std::string& word = arguments[at];
+    const auto value = [&] {
+      if (++at == arguments.size()) throw std::invalid_argument(word + " wants a value");
+      return arguments[at];
+    };
+    if (word == "--fault") {
+      wish.faults = value();
+    } else if (word == "--watch") {
+      wish.watch = std::stod(value());  // "60x" reads as 60
+    } else if (word == "--years") {
+      wish.years = std::stoi(value());
+    } else if (word == "--seed") {
+      wish.seed = static_cast<unsigned>(std::stoul(value()));
+    } else if (word == "--picture") {
+      wish.picture = value();
+    } else if (word == "--sweep") {
+      wish.sweep = true;
+    } else if (word == "--sentences") {
+      wish.sentences = true;
+    } else if (word.starts_with("-") || !wish.life.empty()) {
+      throw std::invalid_argument("what is '" + word + "'?");
+    } else {
+      wish.life = word;
+    }
+  }
+  if (wish.life.empty() && wish.years <= 0 && !wish.sentences) {
+    throw std::invalid_argument("name a life, or --years");
+  }
+  return wish;
+}
+
+int Rehearse(const Wish& wish) {
+  const Script script = Script::FromFile(wish.life);
   Life life;
   script.Apply(life);
-  if (!faults.empty()) life.Add(FaultsFromText(faults), script.SweepFrom(), script.SweepTo());
-  life.witness.on_line = [](std::string_view line) { fmt::print("{}\n", line); };
+  if (!wish.faults.empty()) {
+    life.Add(FaultsFromText(wish.faults), script.SweepFrom(), script.SweepTo());
+  }
+  if (wish.watch > 0) {
+    WatchScreen(life, wish.watch);
+  } else {
+    life.witness.on_line = [](std::string_view line) { fmt::print("{}\n", line); };
+  }
   life.Run(script.Length());
   fmt::print("\n--- how it ended ---\n{}", life.EndState());
   for (const auto& fired : life.host.choke.faults.Fired()) {
     fmt::print("hit: {} {}\n", fired.operation, fired.subject);
   }
-  return life.witness.Broken().empty() ? 0 : 1;
+  return life.witness.Broken().empty() ? kKept : kBroken;
 }
 
-int SweepAll(const std::string& file) {
-  const Script script = Script::FromFile(file);
+int SweepAll(const Wish& wish) {
+  const Script script = Script::FromFile(wish.life);
   bool broken = false;
   for (const std::string& kind : SweepKinds()) {
     const SweepResult result = Sweep(script, kind);
@@ -39,29 +99,44 @@ int SweepAll(const std::string& file) {
     }
     std::fflush(stdout);
   }
-  return broken ? 1 : 0;
+  return broken ? kBroken : kKept;
+}
+
+int LiveYears(const Wish& wish) {
+  Summary summary;
+  for (int year = 0; year < wish.years; ++year) {
+    const unsigned seed = wish.seed + static_cast<unsigned>(year);
+    Life life;
+    DrawYear(life, seed);
+    life.Run(kYear);
+    summary.Add({.seed = seed,
+                 .tally = life.witness.Counted(),
+                 .broken = life.witness.Broken(),
+                 .leapt = life.host.clock.Leapt()});
+  }
+  fmt::print("{}", summary.Table());
+  if (!wish.picture.empty()) std::ofstream(wish.picture) << summary.Picture();
+  fmt::print("The worst of them again: scripts/rehearse --years 1 --seed {}\n",
+             summary.WorstSeed());
+  return summary.EveryPromiseKept() ? kKept : kBroken;
 }
 
 }  // namespace
 
 int main(int count, char** values) {
-  const std::vector<std::string> arguments(values + 1, values + count);
   try {
-    std::string file;
-    std::string faults;
-    bool sweep = false;
-    for (std::size_t at = 0; at < arguments.size(); ++at) {
-      if (arguments[at] == "--fault" && at + 1 < arguments.size()) {
-        faults = arguments[++at];
-      } else if (arguments[at] == "--sweep") {
-        sweep = true;
-      } else {
-        file = arguments[at];
-      }
+    const Wish wish = Understand({values + 1, values + count});
+    if (wish.sentences) {
+      fmt::print(
+          "A life is a line for each event: \"[day N ]HH:MM[:SS] SENTENCE\"; what has no "
+          "time is the\nscene at 09:00 of the first day. It closes with \"end\".\n{}",
+          Script::Sentences());
+      return kKept;
     }
-    return sweep ? SweepAll(file) : Rehearse(file, faults);
+    if (wish.years > 0) return LiveYears(wish);
+    return wish.sweep ? SweepAll(wish) : Rehearse(wish);
   } catch (const std::exception& problem) {
     fmt::print(stderr, "rehearse: {}\n", problem.what());
-    return 2;
+    return kMisused;
   }
 }

@@ -42,6 +42,7 @@ struct Words {
 struct Sentence {
   std::string pattern;
   std::string meaning;
+  std::regex compiled;
   std::function<std::function<void(Life&)>(const Words&)> deed;
   bool planned_ahead = false;
 };
@@ -80,7 +81,8 @@ std::function<void(Life&)> Publish(const Words& words) {
 std::vector<Sentence> MakeSentences() {
   std::vector<Sentence> sentences;
   const auto add = [&](std::string pattern, std::string meaning, auto deed) {
-    sentences.push_back({std::move(pattern), std::move(meaning), std::move(deed)});
+    const std::regex compiled(pattern);
+    sentences.push_back({std::move(pattern), std::move(meaning), compiled, std::move(deed)});
   };
   // A deed that needs nothing of its words.
   const auto add_plain = [&](std::string pattern, std::string meaning, void (*deed)(Life&)) {
@@ -229,7 +231,7 @@ void Script::ReadLine(const std::string& line) {
 void Script::SetDeed(Event& event, const std::string& sentence) {
   for (const Sentence& known : AllSentences()) {
     std::smatch match;
-    if (!std::regex_match(sentence, match, std::regex(known.pattern))) continue;
+    if (!std::regex_match(sentence, match, known.compiled)) continue;
     event.deed = known.deed({.match = match, .at = event.at});
     event.planned_ahead = known.planned_ahead;
     return;

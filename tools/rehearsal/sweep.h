@@ -26,7 +26,11 @@ struct SweepResult {
 // in turn).
 [[nodiscard]] const std::vector<std::string>& SweepKinds();
 
-// One run for the first call that can be hit that way, the second, and so on to the last.
+// Which of a life's calls a sweep of that kind hits: all that can be, but those that a quiet cycle
+// repeats only a few times.
+[[nodiscard]] std::vector<int> CallsToHit(const Script& script, const std::string& kind);
+
+// One run for each of them.
 [[nodiscard]] SweepResult Sweep(const Script& script, const std::string& kind);
 
 // Runs with two calls hit, in whatever ways; the seed decides which.
@@ -34,7 +38,6 @@ struct SweepResult {
 
 // One run with these faults; what it broke.
 [[nodiscard]] std::vector<BrokenPromise> RunWithFaults(const Script& script,
-                                                       const std::string& faults,
-                                                       bool* hit = nullptr);
+                                                       const std::string& faults);
 
 }  // namespace vosk::rehearsal
