@@ -193,19 +193,19 @@ TEST_F(ReportArchiveTest, TargetThatCannotBeOpenedFailsTheRun) {
 TEST_F(ReportArchiveTest, ExceptionsEndInTheLog) {
   const auto explode = [](const fs::path&) { throw std::runtime_error("no memory"); };
   host_.PutFile(kDump, "dump");
-  for (const char* name : {"a", "b", "gone", "kept"}) host_.PutFile(fs::path("logs") / name, "log");
+  for (const char* path : {"one/a", "two/b", "logs/gone", "logs/kept"}) host_.PutFile(path, "log");
   files_.before_create_directories = explode;
   EXPECT_FALSE(Pack());
   files_.before_create_directories = [](const fs::path&) {};
 
   files_.before_type = [&](const fs::path& path) {
-    if (path == "logs/a") explode(path);
-    if (path == "logs/b") throw 7;
+    if (path == "one/a") explode(path);
+    if (path == "two/b") throw 7;
   };
   files_.after_type = [](const fs::path& path) {
     if (path == "logs/gone") fs::remove(path);
   };
-  EXPECT_TRUE(Pack({"logs"}));
+  EXPECT_TRUE(Pack({"one", "two", "logs"}));
   EXPECT_EQ(ReadZip(kZip), (std::vector<ZipEntry>{{"core.dmp", "dump"}, {"logs/kept", "log"}}));
   files_.before_type = explode;
   EXPECT_FALSE(Pack({"logs"}));
@@ -219,10 +219,12 @@ TEST_F(ReportArchiveTest, ExceptionsEndInTheLog) {
       LogHas(
           {"[ERROR] Error preparing directory/removing old zip "
            "[dumps/core_RIG-7_CRASH.zip]: no memory",
-           "[ERROR] Exception processing entry [logs/a] for zip: no memory",
-           "[ERROR] Unknown exception processing entry [logs/b] for zip.",
+           "[ERROR] Exception processing entry [one/a] for zip: no memory",
+           "[WARN] Issues encountered adding directory contents from: one",
+           "[ERROR] Unknown exception processing entry [two/b] for zip.",
+           "[WARN] Issues encountered adding directory contents from: two",
            "[ERROR] Failed to add file [logs/gone] as [logs/gone] to zip. Error: file stat failed",
-           "[WARN] Finished adding directory [logs] with one or more errors.",
+           "[WARN] Issues encountered adding directory contents from: logs",
            "[ERROR] Exception creating zip 'dumps/core_RIG-7_CRASH.zip': no memory",
            "[WARN] Exception during zip file cleanup: no memory"}));
 }

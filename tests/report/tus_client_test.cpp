@@ -1,7 +1,8 @@
 // Most of it is dialogues between the client and servers, stored as texts. Each begins with "##",
-// its name and the size of the report. Lines with "<" are played as the server's answers, each when
-// the next request has come: a status, header lines and "=body", divided by " | "; other words
-// stand for what a server does that breaks the protocol. All else is what came of it: requests with
+// its name and the size of the report in bytes. Lines with "<" are played as the server's answers,
+// each when the next request has come: a status, header lines and "=body", divided by " | "; other
+// words stand for what a server does that breaks the protocol. All else is what came of it:
+// requests with
 // ">", the log, and the end with "=". "~" is an answer whose request and log are of no interest.
 #include "report/tus_client.h"
 
@@ -150,7 +151,7 @@ void ExpectDialogues(const std::string& file, std::size_t dialogues) {
     if (line.starts_with("## ")) {
       if (dialogue) text += dialogue->End() + '\n';
       dialogue.reset();  // one host at a time
-      dialogue = std::make_unique<Dialogue>(std::stoul(line.substr(line.rfind(' '))));
+      dialogue = std::make_unique<Dialogue>(std::stoul(line.substr(line.rfind('(') + 1)));
       text += line + '\n';
       --dialogues;
     } else if (line.starts_with("< ") || line.starts_with("~ ")) {
