@@ -1,9 +1,9 @@
 // Most of it is dialogues between the client and servers, stored as texts. Each begins with "##",
 // its name and the size of the report in bytes. Lines with "<" are played as the server's answers,
 // each when the next request has come: a status, header lines and "=body", divided by " | "; other
-// words stand for what a server does that breaks the protocol. All else is what came of it:
-// requests with
-// ">", the log, and the end with "=". "~" is an answer whose request and log are of no interest.
+// words stand for what a server does that breaks the protocol. All else is what came of it: the
+// requests with ">", the log, and the end with "=". "~" is an answer whose request and log are of
+// no interest.
 #include "report/tus_client.h"
 
 #include <fmt/format.h>
@@ -107,11 +107,11 @@ class Dialogue {
   std::string End() {
     const bool sent = peer_.Result();
     text_ += NewLog();
-    const bool whole = std::filesystem::exists(kReport) && host_.ReadFile(kReport) == file_;
-    text_ +=
-        fmt::format("= {}, file {}, shown:{}, {} s, then {} '{}'\n", sent ? "sent" : "not sent",
-                    whole ? "kept" : "gone", shown_, host_.clock.Elapsed().count() / 1000,
-                    progress_.Percentage(), progress_.ActivityLabel());
+    const bool whole = host_.ReadFile(kReport) == file_;
+    const char* file = whole ? "kept" : std::filesystem::exists(kReport) ? "CHANGED" : "gone";
+    text_ += fmt::format(
+        "= {}, file {}, shown:{}, {} s, then {} '{}'\n", sent ? "sent" : "not sent", file, shown_,
+        host_.clock.Elapsed().count() / 1000, progress_.Percentage(), progress_.ActivityLabel());
     return WithoutPort(text_);
   }
 
