@@ -140,7 +140,7 @@ class HostInfoRules : public testing::Test {
         DotNetName);
     List<Names::value_type>("Older .NET",
                             {"v1.1.4322", "v2.0.50727", "v3.5", "V3.5", "", "v", "v0", "v4", "v4.0",
-                             "CDF", "3.5", "vNext"},
+                             "x3.0", "3.5", "vNext"},
                             IsOlderDotNetKey);
   }
 
