@@ -5,33 +5,26 @@
 namespace vosk::report {
 namespace {
 
-TEST(ArchiveNames, NamesTheZipAfterDumpMachineAndTag) {
-  EXPECT_EQ(ReportZipPath("D:/dumps/VELDRAN Core.exe_250301_090000.dmp", "RIG-7", "CRASH"),
-            "D:/dumps/VELDRAN Core.exe_250301_090000_RIG-7_CRASH.zip");
-  EXPECT_EQ(ReportZipPath("live", "K\xc3\x96LN", "LIVE_FD"), "live_K\xc3\x96LN_LIVE_FD.zip");
-}
-
-TEST(ArchiveNames, PutsFilesAtTheTopAndHostInformationIntoItsFolder) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"logs/hostInfo.txt", "hostinfo/hostInfo.txt"},
-      {"hostInfo", "hostinfo/hostInfo"},
-      {"hostInfo.json", "hostinfo/hostInfo.json"},
-      {"core_hostInfo.txt", "core_hostInfo.txt"},
-      {"hostinfo.txt", "hostinfo.txt"},
-      {"logs/node.log", "node.log"},
-      {"odd\\name.log", "odd/name.log"},
-  };
-  for (const auto& [path, entry] : rows) EXPECT_EQ(FileEntryName(path), entry);
-}
-
-TEST(ArchiveNames, NamesFoldersAfterTheirDirectory) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"stats/TestNet", "TestNet"}, {"stats/TestNet/", "additional_files"},
-      {".", "additional_files"},    {"..", "additional_files"},
-      {"/", "additional_files"},    {"", "additional_files"},
-      {"a/..", "additional_files"},
-  };
-  for (const auto& [path, folder] : rows) EXPECT_EQ(FolderEntryName(path), folder) << path;
+TEST(ArchiveNames, AreMadeOfPaths) {
+  using Rows = std::pair<std::string, std::string>[];
+  for (const auto& [path, zip] : Rows{{"D:/dumps/VELDRAN Core.exe_250301.dmp",
+                                       "D:/dumps/VELDRAN Core.exe_250301_K\u00d6LN_LIVE_FD.zip"},
+                                      {"live", "live_K\u00d6LN_LIVE_FD.zip"}}) {
+    EXPECT_EQ(ReportZipPath(path, "K\u00d6LN", "LIVE_FD"), zip);
+  }
+  for (const auto& [path, entry] : Rows{{"logs/hostInfo.txt", "hostinfo/hostInfo.txt"},
+                                        {"hostInfo", "hostinfo/hostInfo"},
+                                        {"core_hostInfo.txt", "core_hostInfo.txt"},
+                                        {"hostinfo.txt", "hostinfo.txt"},
+                                        {"odd\\name.log", "odd/name.log"}}) {
+    EXPECT_EQ(FileEntryName(path), entry);
+  }
+  for (const auto& [path, folder] : Rows{{"stats/TestNet", "TestNet"},
+                                         {"stats/TestNet/", "additional_files"},
+                                         {".", "additional_files"},
+                                         {"a/..", "additional_files"}}) {
+    EXPECT_EQ(FolderEntryName(path), folder);
+  }
   EXPECT_EQ(EntryNameInFolder("TestNet", "old\\2024/a.log"), "TestNet/old/2024/a.log");
 }
 

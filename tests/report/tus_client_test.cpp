@@ -1,302 +1,277 @@
+// Most of it is dialogues between the client and servers, stored as texts. Each begins with "##",
+// its name and the size of the report in bytes. Lines with "<" are played as the server's answers,
+// each when the next request has come: a status, header lines and "=body", divided by " | "; other
+// words stand for what a server does that breaks the protocol. All else is what came of it: the
+// requests with ">", the log, and the end with "=". "~" is an answer whose request and log are of
+// no interest.
+#include "report/tus_client.h"
+
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "tests/report/tus_dialogue.h"
+#include <fstream>
+#include <regex>
+
+#include "tests/support/checked_host.h"
+#include "tests/support/log_matchers.h"
+#include "tests/support/meddling_files.h"
+#include "tests/support/scripted_peer.h"
+#include "tests/support/stored_text.h"
+#include "tests/support/transcript.h"
 
 namespace vosk::report {
 namespace {
 
-namespace fs = std::filesystem;
 using support::LogHas;
-using support::LogIs;
-using support::LogText;
-using testing::Contains;
-using testing::HasSubstr;
+using support::PeerRequest;
+using support::ScriptedPeer;
+using support::SimulatedHost;
+using Words = std::vector<std::string>;
 
-using TusClientTest = TusDialogue;
+const std::filesystem::path kReport = "dumps/r.zip";
 
-TEST_F(TusClientTest, FailedCreationKeepsTheFile) {
-  struct Row {
-    std::string name;
-    std::function<void(ScriptedPeer&)> answer;
-    LogText log;
-  };
-  const std::string failed = "[ERROR] TUS POST request failed. CURLcode: ";
-  const Row rows[] = {
-      {"another success",
-       [](ScriptedPeer& peer) { peer.Answer("200 OK", {"X-Why: not"}, "no room"); },
-       {failed + "0 (No error), HTTP Status: 200", "[ERROR] Response Body: no room",
-        "[ERROR] Response Headers:", "HTTP/1.1 200 OK\r", "X-Why: not\r"}},
-      {"500",
-       [](ScriptedPeer& peer) { peer.Answer("500 Broken"); },
-       {failed + "0 (No error), HTTP Status: 500", "[ERROR] Response Body: "}},
-      {"no location",
-       [](ScriptedPeer& peer) { peer.Answer("201 Created"); },
-       {"[ERROR] TUS POST succeeded (HTTP 201), but 'Location' header was missing in the response.",
-        "[ERROR] Response Headers:", "HTTP/1.1 201 Created\r"}},
-      {"no answer",
-       [](ScriptedPeer& peer) { peer.Drop(); },
-       {failed + "52 (Server returned nothing (no headers, no data)), HTTP Status: 0"}},
-      {"no HTTP",
-       [](ScriptedPeer& peer) { peer.Send("what?\r\n\r\n"); },
-       {failed + "1 (Unsupported protocol), HTTP Status: 0"}},
-      {"a broken answer",
-       [](ScriptedPeer& peer) {
-         peer.Send("HTTP/1.1 201 Created\r\nContent-Length: 9\r\n\r\nhalf");
-         peer.Drop();
-       },
-       {failed + "18 (Transferred a partial file), HTTP Status: 201",
-        "[ERROR] Response Body: half"}},
-      {"a body of 20 MB",
-       [](ScriptedPeer& peer) { peer.Answer("201 Created", {"Location: /a"}, Bytes(20'000'000)); },
-       {failed + "23 (Failed writing received data to disk/application), HTTP Status: 201"}},
-      {"redirected elsewhere",
-       [](ScriptedPeer& peer) {
-         peer.Answer("302 Found", {"Location: /elsewhere"});
-         peer.Expect("GET /elsewhere");
-         peer.Answer("200 OK");
-       },
-       {failed + "0 (No error), HTTP Status: 200"}},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    Upload("report");
-    peer_.Expect("POST /");
-    row.answer(peer_);
-    ExpectKept("report");
-    EXPECT_THAT(NewLines(), LogHas(row.log));
-    peer_.Drop();
+// The text with the server's address, which differs from run to run, replaced by a name.
+std::string WithoutPort(const std::string& text) {
+  static const std::regex kAddress(R"(127\.0\.0\.1:\d+)");
+  return std::regex_replace(text, kAddress, "server");
+}
+
+// Bytes that differ from place to place.
+std::string Bytes(std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t at = 0; at < size; ++at) bytes[at] = static_cast<char>(at * 7 + at / 251);
+  return bytes;
+}
+
+Words Split(const std::string& text, const std::string& divider) {
+  Words words;
+  std::size_t begin = 0;
+  for (std::size_t end = 0; end != std::string::npos; begin = end + divider.size()) {
+    end = text.find(divider, begin);
+    words.push_back(text.substr(begin, end - begin));
   }
+  return words;
 }
 
-// libcurl may stop at a limit of its own before ours is reached.
-TEST_F(TusClientTest, EndlessHeadersEndTheUpload) {
-  const auto flood = [this] {
-    const std::string line = "X-Filler: " + std::string(1000, 'x') + "\r\n";
-    peer_.Send("HTTP/1.1 200 OK\r\n");
-    for (int n = 0; n < 100'000 && peer_.Send(line); ++n) {
-    }
-    peer_.Drop();
-  };
-  Upload("report");
-  peer_.Expect("POST /");
-  flood();
-  ExpectKept("report");
-  EXPECT_THAT(NewLines(), Contains(HasSubstr("[ERROR] TUS POST request failed. CURLcode: ")));
-
-  Upload("report");
-  AnswerCreation();
-  peer_.Expect("HEAD /files/1");
-  flood();
-  ExpectKept("report");
-  EXPECT_THAT(NewLines(), Contains(HasSubstr("[ERROR] TUS HEAD request failed. CURLcode: ")));
-}
-
-TEST_F(TusClientTest, ServerThatIsDownKeepsTheFile) {
-  peer_.GoDown();
-  Upload("report");
-  ExpectKept("report");
-  EXPECT_THAT(NewLines(), LogHas({"[ERROR] TUS POST request failed. CURLcode: 7 (Couldn't connect "
-                                  "to server), HTTP Status: 0"}));
-}
-
-TEST_F(TusClientTest, ResolvesTheLocation) {
-  const std::string authority = peer_.Url().substr(0, peer_.Url().size() - 1);
-  const std::pair<std::string, std::string> rows[] = {
-      {"/files/2", "HEAD /files/2"},
-      {"files/3", "HEAD /files/3"},
-      {"?id=4", "HEAD /?id=4"},
-      {"/with space", "HEAD /with%20space"},
-      {authority + "/files/5", "HEAD /files/5"},
-      {authority.substr(5) + "/files/6", "HEAD /files/6"},
-  };
-  for (const auto& [location, line] : rows) {
-    SCOPED_TRACE(location);
-    Upload("report");
-    peer_.Expect("POST /");
-    peer_.Answer("201 Created", {"Location: " + location});
-    peer_.Expect(line);
-    peer_.Answer("200 OK", {"Upload-Offset: 6"});
-    ExpectDone();
+void Answer(ScriptedPeer& peer, const std::string& answer) {
+  const std::string root = peer.Url().substr(5);  // "//127.0.0.1:1234/"
+  Words words = Split(std::regex_replace(answer, std::regex("//server/"), root), " | ");
+  const std::string status = words.front();
+  if (status == "hangs up") return peer.Drop();
+  words.erase(words.begin());
+  if (!words.empty() && words.back() == "breaks off") {
+    peer.Send("HTTP/1.1 " + status + "\r\nContent-Length: 9\r\n\r\nhalf");
+    return peer.Drop();
   }
-}
-
-struct OffsetRow {
-  std::string status;
-  std::vector<std::string> headers;
-  LogText log;
-  std::string sent;  // "": nothing, the upload has failed; "done": nothing, it is complete
-};
-const std::string kUndetermined =
-    "[ERROR] Failed to determine initial upload offset via HEAD request.";
-std::string Missing(int status) {
-  return fmt::format(
-      "[INFO] TUS HEAD: Resource not found or access denied (HTTP {}). Assuming offset is 0.",
-      status);
-}
-const OffsetRow kFirstOffsets[] = {
-    {"204 No Content",
-     {"upload-offset: 2"},
-     {"[INFO] TUS HEAD: Found existing Upload-Offset: 2"},
-     "port"},
-    {"200 OK",
-     {"Upload-Length: 6"},
-     {"[WARN] TUS HEAD: Upload-Offset header missing, but Upload-Length found. Assuming offset is "
-      "0."},
-     "report"},
-    {"403 Forbidden", {}, {Missing(403)}, "report"},
-    {"404 Not Found", {"Upload-Offset: 3"}, {Missing(404)}, "report"},
-    {"410 Gone", {}, {Missing(410)}, "report"},
-    {"200 OK",
-     {"Upload-Offset: 6"},
-     {"[INFO] Server offset (6) indicates upload is already complete (File size: 6).",
-      "[INFO] Deleted local file that was already uploaded: dumps/r.zip"},
-     "done"},
-    {"200 OK",
-     {"Upload-Offset: 7"},
-     {"[INFO] Server offset (7) indicates upload is already complete (File size: 6)."},
-     "done"},
-    {"200 OK",
-     {"Upload-Offset: -1"},
-     {"[INFO] TUS HEAD: Found existing Upload-Offset: -1", kUndetermined},
-     ""},
-    {"200 OK",
-     {"X-Nothing: 1"},
-     {"[ERROR] TUS HEAD: Received HTTP 200 but required 'Upload-Offset' (or 'Upload-Length') "
-      "header is missing.",
-      "[ERROR] Headers received:", "X-Nothing: 1\r", kUndetermined},
-     ""},
-    {"200 OK",
-     {"Upload-Offset: soon"},
-     {"[ERROR] TUS HEAD: Invalid argument parsing Upload-Offset 'soon': Not a number",
-      kUndetermined},
-     ""},
-    {"200 OK",
-     {"Upload-Offset: 1 of 6"},
-     {"[ERROR] TUS HEAD: Invalid argument parsing Upload-Offset '1 of 6': Invalid characters after "
-      "offset number",
-      kUndetermined},
-     ""},
-    {"200 OK",
-     {"Upload-Offset: 99999999999999999999"},
-     {"[ERROR] TUS HEAD: Out of range parsing Upload-Offset '99999999999999999999': Number does "
-      "not fit into 64 bits",
-      kUndetermined},
-     ""},
-    {"500 Broken",
-     {"X-Why: disk"},
-     {"[ERROR] TUS HEAD: Unexpected HTTP status code: 500",
-      "[ERROR] Response Body: ", "[ERROR] Response Headers:", "X-Why: disk\r", kUndetermined},
-     ""},
-};
-
-TEST_F(TusClientTest, FirstOffsetDecidesWhatIsSent) {
-  for (const OffsetRow& row : kFirstOffsets) {
-    SCOPED_TRACE(row.log.front());
-    Upload("report");
-    AnswerCreation();
-    peer_.Expect("HEAD /files/1");
-    peer_.Answer(row.status, row.headers);
-    if (row.sent.empty()) {
-      ExpectKept("report");
-    } else {
-      if (row.sent != "done") {
-        EXPECT_EQ(peer_.Expect("PATCH /files/1").body, row.sent);
-        Accept("6");
-      }
-      ExpectDone();
-    }
-    EXPECT_THAT(NewLines(), LogHas(row.log));
+  std::string body;
+  if (!words.empty() && words.back().starts_with('=')) {
+    body = words.back().substr(1);
+    words.pop_back();
   }
+  peer.Answer(status, words, body);
 }
 
-TEST_F(TusClientTest, FilesThatCannotBeSent) {
-  struct Row {
-    std::string name;
-    std::function<void()> set_up;
-    LogText log;
-    bool gone;
-  };
-  const std::string skipped =
-      "[WARN] Skipping upload of zero-byte or invalid size file: dumps/r.zip (Size: 0)";
-  const Row rows[] = {
-      {"missing",
-       [] { fs::remove(kReport); },
-       {"[INFO] Starting TUS upload for: dumps/r.zip",
-        "[ERROR] File does not exist for upload: dumps/r.zip"},
-       true},
-      {"unclear",
-       [this] { host_.FailNext("files.Exists", 5); },
-       {"[INFO] Starting TUS upload for: dumps/r.zip",
-        "[ERROR] Invalid file path 'dumps/r.zip': Access is denied."},
-       false},
-      {"no size",
-       [this] { host_.FailNext("files.SizeOf", 5); },
-       {"[INFO] Starting TUS upload for: dumps/r.zip",
-        "[ERROR] Failed to get file size for 'dumps/r.zip': Access is denied."},
-       false},
-      {"empty",
-       [] {},
-       {"[INFO] Starting TUS upload for: dumps/r.zip", skipped,
-        "[INFO] Deleted zero-byte file: dumps/r.zip"},
-       true},
-      {"empty and held",
-       [this] { host_.FailNext("files.Remove", 5); },
-       {"[INFO] Starting TUS upload for: dumps/r.zip", skipped,
-        "[WARN] Exception while deleting zero-byte file 'dumps/r.zip': Access is denied."},
-       false},
-      {"empty and gone just then",
-       [this] { files_.before_remove = [](const fs::path& path) { fs::remove(path); }; },
-       {"[INFO] Starting TUS upload for: dumps/r.zip", skipped,
-        "[WARN] Failed to delete zero-byte file: dumps/r.zip"},
-       true},
-      {"an exception",
-       [this] {
-         files_.before_exists = [](const fs::path&) { throw std::runtime_error("no memory"); };
-       },
-       {"[INFO] Starting TUS upload for: dumps/r.zip",
-        "[ERROR] Exception during TUS upload of 'dumps/r.zip': no memory"},
-       false},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    host_.PutFile(kReport, "");
-    row.set_up();
+// The request with the headers that the protocol is about, and what its body is.
+std::string Describe(const PeerRequest& request, const std::string& file) {
+  std::string text = "> " + request.line;
+  for (const char* name : {"Tus-Resumable", "Upload-Length", "Upload-Metadata", "Upload-Offset",
+                           "Content-Type", "Content-Length", "Transfer-Encoding", "User-Agent"}) {
+    if (const auto value = request.Header(name)) text += fmt::format(" | {}: {}", name, *value);
+  }
+  if (request.body.empty()) return text + '\n';
+  const auto offset = std::stoul(request.Header("Upload-Offset").value_or("0"));
+  const bool right = file.compare(offset, request.body.size(), request.body) == 0;
+  return text + (right ? " | with the bytes from there\n" : " | with OTHER bytes\n");
+}
+
+class Dialogue {
+ public:
+  explicit Dialogue(std::size_t size) : file_(Bytes(size)) {
+    host_.PutFile(kReport, file_);
+    log_.Sink().SetRedrawHook([this] { Look(); });
     peer_.Run([this] { return client_.TusUpload(kReport); });
-    EXPECT_FALSE(peer_.Result());
-    EXPECT_EQ(fs::exists(kReport), !row.gone);
-    EXPECT_EQ(progress_.Percentage(), console::TransferProgress::kHidden);
-    EXPECT_THAT(NewLines(), LogIs(row.log));
   }
-}
 
-TEST_F(TusClientTest, FileThatCannotBeOpenedIsKept) {
-  host_.FailNext("files.OpenForReading", 32);
-  UploadFrom("0", "report");
-  ExpectKept("report");
-  EXPECT_THAT(NewLines(), LogHas({"[ERROR] Failed to open file for reading: dumps/r.zip"}));
-}
+  // Awaits a request and plays the answer ("< 200 OK", "~ 200 OK").
+  void Play(const std::string& answer) {
+    const auto request = peer_.Await();
+    const std::string logged = NewLog();
+    if (answer[0] == '<') text_ += logged;
+    if (!request) return;
+    if (answer[0] == '<') text_ += Describe(*request, file_);
+    text_ += answer + '\n';
+    Answer(peer_, answer.substr(2));
+  }
 
-// The server holds all of it, so the upload has succeeded whatever becomes of the local file.
-TEST_F(TusClientTest, UploadSucceedsWhereOnlyTheDeletionFails) {
-  const std::pair<std::string, std::string> rows[] = {
-      {"6",
-       "[WARN] Exception while deleting already uploaded file 'dumps/r.zip': Access is denied."},
-      {"0",
-       "[WARN] Exception occurred while deleting local file 'dumps/r.zip' post-upload: Access is "
-       "denied."},
-  };
-  for (const auto& [offset, line] : rows) {
-    host_.FailNext("files.Remove", 5);
-    UploadFrom(offset, "report");
-    if (offset == "0") {
-      peer_.Expect("PATCH /files/1");
-      Accept("6");
+  // What was said, and how it ended.
+  std::string End() {
+    const bool sent = peer_.Result();
+    text_ += NewLog();
+    const bool whole = host_.ReadFile(kReport) == file_;
+    const char* file = whole ? "kept" : std::filesystem::exists(kReport) ? "CHANGED" : "gone";
+    text_ += fmt::format(
+        "= {}, file {}, shown:{}, {} s, then {} '{}'\n", sent ? "sent" : "not sent", file, shown_,
+        host_.clock.Elapsed().count() / 1000, progress_.Percentage(), progress_.ActivityLabel());
+    return WithoutPort(text_);
+  }
+
+ private:
+  void Look() {
+    if (progress_.ActivityLabel().empty()) return;
+    const std::string now =
+        fmt::format(" {} {:.1f}", progress_.ActivityLabel(), progress_.Percentage());
+    if (!shown_.ends_with(now)) shown_ += now;
+  }
+  // What was logged since the last call.
+  std::string NewLog() {
+    std::string text;
+    const support::LogText lines = log_.Lines();
+    for (; seen_lines_ < lines.size(); ++seen_lines_) text += lines[seen_lines_] + '\n';
+    std::erase(text, '\r');
+    return text;
+  }
+
+  std::string file_;
+  std::string text_;
+  std::string shown_;
+  std::size_t seen_lines_ = 0;
+  support::CheckedHost host_;
+  support::LogRecorder log_{host_};
+  console::TransferProgress progress_;
+  ScriptedPeer peer_;
+  TusClient client_{peer_.Url(), host_.files, host_.clock, log_.Sink(), progress_};
+};
+
+// Plays the answers of a stored text again.
+void ExpectDialogues(const std::string& file, std::size_t dialogues) {
+  std::ifstream stored(std::filesystem::path(VOSK_TESTS_DIRECTORY) / file);
+  std::string text;
+  std::unique_ptr<Dialogue> dialogue;
+  for (std::string line; std::getline(stored, line);) {
+    if (line.starts_with("## ")) {
+      if (dialogue) text += dialogue->End() + '\n';
+      dialogue.reset();  // one host at a time
+      dialogue = std::make_unique<Dialogue>(std::stoul(line.substr(line.rfind('(') + 1)));
+      text += line + '\n';
+      --dialogues;
+    } else if (line.starts_with("< ") || line.starts_with("~ ")) {
+      dialogue->Play(line);
     }
-    EXPECT_TRUE(peer_.Result());
-    EXPECT_TRUE(fs::exists(kReport));
-    EXPECT_THAT(NewLines(), LogHas({line}));
   }
+  ASSERT_EQ(dialogues, 0u) << "left in " << file;
+  text += dialogue->End();
+  dialogue.reset();
+  support::ExpectStoredText(file, text);
+}
+
+TEST(TusDialogues, BeforeAnythingIsSent) {
+  ExpectDialogues("report/tus_dialogues/beginnings.txt", 20);
+}
+
+TEST(TusDialogues, ChunkByChunk) {
+  ExpectDialogues("report/tus_dialogues/chunks.txt", 13);
+}
+
+// Serves one client to its end by the rules and gives what it has received.
+std::string ServeWhole(ScriptedPeer& peer) {
+  std::string held;
+  while (const auto request = peer.Await()) {
+    if (request->line.starts_with("PATCH")) held += request->body;
+    const std::string offset = "Upload-Offset: " + std::to_string(held.size());
+    if (request->line == "POST /") {
+      peer.Answer("201 Created", {"Location: /files/1"});
+    } else if (request->line.starts_with("GET")) {
+      peer.Answer("405 Method Not Allowed");
+    } else {
+      peer.Answer(request->line.starts_with("HEAD") ? "200 OK" : "204 No Content", {offset});
+    }
+  }
+  return held;
+}
+
+// Uploads, and says what came of it.
+std::string Upload(SimulatedHost& host, console::LogSink& log, platform::Files& files) {
+  console::TransferProgress progress;
+  ScriptedPeer peer;
+  TusClient client(peer.Url(), files, host.clock, log, progress);
+  peer.Run([&] { return client.TusUpload(kReport); });
+  const std::string held = ServeWhole(peer);
+  const bool sent = peer.Result();
+  host.PutFile(host.LogFile(), WithoutPort(host.ReadFile(host.LogFile())));
+  return fmt::format("sent: {}, the server holds '{}', the file is {}, display: {}", sent, held,
+                     std::filesystem::exists(kReport) ? host.ReadFile(kReport) : "gone",
+                     progress.Percentage());
+}
+
+TEST(TusFaults, OfAReport) {
+  support::ExpectFaultTranscript(
+      "report/tus_dialogues/upload_faults.txt",
+      {.arrange = [](SimulatedHost& host) { host.PutFile(kReport, "report"); },
+       .act = [](SimulatedHost& host,
+                 console::LogSink& log) { return Upload(host, log, host.files); }});
+}
+
+TEST(TusFaults, OfAnEmptyReport) {
+  support::ExpectFaultTranscript(
+      "report/tus_dialogues/empty_report_faults.txt",
+      {.arrange = [](SimulatedHost& host) { host.PutFile(kReport, ""); },
+       .act = [](SimulatedHost& host,
+                 console::LogSink& log) { return Upload(host, log, host.files); }});
+}
+
+class TusFailures : public testing::Test {
+ protected:
+  support::CheckedHost host_;
+  support::MeddlingFiles files_{host_.files};
+  support::LogRecorder log_{host_};
+};
+
+TEST_F(TusFailures, FilesThatDisappear) {
+  Upload(host_, log_.Sink(), files_);
+  for (const char* bytes : {"", "report"}) {
+    host_.PutFile(kReport, bytes);
+    files_.before_remove = [](const std::filesystem::path& path) { std::filesystem::remove(path); };
+    Upload(host_, log_.Sink(), files_);
+  }
+  files_.before_exists = [](const std::filesystem::path&) {
+    throw std::runtime_error("no memory");
+  };
+  Upload(host_, log_.Sink(), files_);
+  EXPECT_THAT(log_.Lines(),
+              LogHas({"[ERROR] File does not exist for upload: dumps/r.zip",
+                      "[WARN] Failed to delete zero-byte file: dumps/r.zip",
+                      "[WARN] Failed to delete local file after successful upload: dumps/r.zip",
+                      "[ERROR] Exception during TUS upload of 'dumps/r.zip': no memory"}));
+}
+
+TEST_F(TusFailures, AServerThatNeverAdvancesEndsTheUpload) {
+  host_.PutFile(kReport, "report");
+  console::TransferProgress progress;
+  ScriptedPeer peer;
+  TusClient client(peer.Url(), host_.files, host_.clock, log_.Sink(), progress);
+  peer.Run([&] { return client.TusUpload(kReport); });
+  int requests = 0;
+  for (; peer.Await(); ++requests) {
+    peer.Answer(requests == 0   ? "201 Created"
+                : requests == 1 ? "200 OK"
+                                : "204 No Content",
+                {"Location: /files/1", "Upload-Offset: 0"});
+  }
+  EXPECT_FALSE(peer.Result());
+  EXPECT_EQ(requests, 102);
+  EXPECT_EQ(log_.Lines().back(),
+            "[ERROR] Server offset did not advance in 100 answers to TUS PATCH. Aborting upload.");
+}
+
+TEST_F(TusFailures, AnUnknownCertificateIsRefused) {
+  const support::UnknownTlsServer server;
+  console::TransferProgress progress;
+  TusClient client(server.Url(), host_.files, host_.clock, log_.Sink(), progress);
+  host_.PutFile(kReport, "report");
+  EXPECT_FALSE(client.TusUpload(kReport));
+  EXPECT_THAT(log_.Lines(),
+              LogHas({"[ERROR] TUS POST request failed. CURLcode: 60 (SSL peer certificate or SSH "
+                      "remote key was not OK), HTTP Status: 0"}));
 }
 
 }  // namespace
