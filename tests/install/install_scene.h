@@ -12,6 +12,7 @@
 #include "tests/support/checked_host.h"
 #include "tests/support/fake_downloader.h"
 #include "tests/support/log_matchers.h"
+#include "tests/support/variants.h"
 #include "text/utf.h"
 
 namespace vosk::install {
