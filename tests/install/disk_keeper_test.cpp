@@ -161,23 +161,24 @@ void PutAged(SimulatedHost& host, const fs::path& path, std::size_t size, second
 constexpr seconds kDay = std::chrono::hours(24);
 
 TEST(CleanUpStorage, TakesOldFilesByTheirNames) {
-  const std::pair<std::string, seconds> taken[] = {
+  // The log and the stored list tell which of them go.
+  const std::pair<std::string, seconds> files[] = {
       {"Report.ZIP.FAILED_UPLOAD", seconds(0)},
       {"core.dmp.failed_zip.bak", seconds(0)},
       {"VELDRAN Core.exe_1.dmp", kDay + seconds(1)},
       {"my.zip of Veldran", kDay + seconds(1)},
       {"Procdump.zip", seconds(0)},
-  };
-  const std::pair<std::string, seconds> kept[] = {
-      {"VELDRAN Core.exe_2.dmp", kDay}, {"veldran.zip", seconds(-1)},
-      {"VELDRAN_procdump.zip", kDay},   {"VELDRAN.log", 2 * kDay},
-      {"core.dmp", 2 * kDay},           {"Procdump.zip.part", 2 * kDay},
+      {"VELDRAN Core.exe_2.dmp", kDay},
+      {"veldran.zip", seconds(-1)},
+      {"VELDRAN_procdump.zip", kDay},
+      {"VELDRAN.log", 2 * kDay},
+      {"core.dmp", 2 * kDay},
+      {"Procdump.zip.part", 2 * kDay},
       {"VOSK.log", 2 * kDay},
   };
   CheckedHost host;
   LogRecorder log(host);
-  for (const auto& [name, age] : taken) PutAged(host, kTemp / name, 3000, age);
-  for (const auto& [name, age] : kept) PutAged(host, kTemp / name, 3000, age);
+  for (const auto& [name, age] : files) PutAged(host, kTemp / name, 3000, age);
   fs::create_directories(kTemp / "a directory.failed_zip");
   fs::create_symlink(fs::absolute(kTemp / "VOSK.log"), kTemp / "link.failed_zip");
   const auto freed = Bench(host, log.Sink()).keeper.CleanUpStorage(kDumps, kTemp);

@@ -79,6 +79,10 @@ TEST(RemoveTree, TakesOnlyWhatLiesBelowItsLimit) {
   host.files.Hold("C:/Temp/Work/deep/b.msi", {});
   std::string outcomes;
   for (const auto& [path, limit] : rows) outcomes += Outcome(host, path, limit) + '\n';
+  // A drive is a letter; these stand at the ends of the alphabets and beside them.
+  for (const char drive : std::string("@AZ[`az{")) {
+    outcomes += Outcome(host, drive + std::string(":/none"), drive + std::string(":/")) + '\n';
+  }
   support::ExpectStoredText("install/remove_tree.txt", outcomes + "left: " + Left() + '\n');
 }
 
