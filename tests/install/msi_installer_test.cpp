@@ -3,7 +3,10 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "tests/install/install_scene.h"
+#include "tests/support/meddling_files.h"
 #include "tests/support/transcript.h"
 
 namespace vosk::install {
@@ -18,8 +21,13 @@ struct Scene {
   Scene(SimulatedHost& on, console::LogSink& log)
       : host(on),
         processes(host.processes, log),
-        installer(host.Bundle(), log, progress, processes, download) {
+        installer({host.clock, host.console, host.dump_writer, files, host.installer, host.machine,
+                   host.processes, host.registry, host.system},
+                  log, progress, processes, download) {
     Publish({});
+    files.before_exists = files.before_create_directories = [this](const auto&) {
+      stages.insert(progress.ActivityLabel());
+    };
   }
   void Publish(SimPackage package) {
     package.version = "1.2.3";
@@ -36,11 +44,13 @@ struct Scene {
     for (const auto* process : host.processes.Running(u"msiexec.exe")) {
       end += process->command_line + " runs on\n";
     }
-    return end + fmt::format("after {}", host.clock.Elapsed());
+    return end + fmt::format("after {}, stages {}", host.clock.Elapsed(), fmt::join(stages, " "));
   }
 
   SimulatedHost& host;
+  support::MeddlingFiles files{host.files};
   console::TransferProgress progress;
+  std::set<std::string> stages;  // that were shown on the way
   process::ProcessControl processes;
   PreparedDownload download{host};
   MsiInstaller installer;
@@ -73,6 +83,7 @@ TEST(MsiInstaller, TellsWhatBecameOfEveryOddInstallation) {
     return [exit_code](Scene& scene) { scene.host.installer.uninstall_exit_code = exit_code; };
   };
   const std::pair<std::string, std::function<void(Scene&)>> rows[] = {
+      {"an old version", [](Scene&) {}},
       {"two old versions",
        [](Scene& scene) {
          InstallOld(scene.host, "1.1.0", kOlderProduct);
