@@ -26,7 +26,7 @@ std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert) {
   const auto dump = capture.CreateImmediateDump(1004, "C:/Dumps");
   const bool hidden = monitor && host.processes.At(*host.processes.Id(monitor)).console ==
                                      platform::ConsoleOfChild::no_window;
-  std::string end = fmt::format("monitor {}, dump {}, in the directory: {}\n", hidden,
+  std::string end = fmt::format("monitor {}, dump {}, in the directory: [{}]\n", hidden,
                                 dump ? dump->string() : "none",
                                 fmt::join(SimulatedHost::NamesIn("C:/Dumps"), " "));
   for (const std::string& call : host.choke.Trace()) {

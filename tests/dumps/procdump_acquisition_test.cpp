@@ -35,7 +35,7 @@ struct Bench {
   // What came of it, what the operator was shown, and what there is now.
   std::string Ensure(const fs::path& directory) {
     const bool there = acquisition.EnsureProcDumpExists(directory, "C:/Dumps");
-    std::string end = fmt::format("{}, asked for {}\n", there, fmt::join(downloader.urls, " "));
+    std::string end = fmt::format("{}, asked for [{}]\n", there, fmt::join(downloader.urls, " "));
     for (const auto& box : host.system.boxes)
       end += fmt::format("box {}: {}\n", box.title, box.text);
     for (const fs::path& in : {directory, fs::path("C:/Dumps")}) {

@@ -44,7 +44,7 @@ struct Scene {
     for (const auto* process : host.processes.Running(u"msiexec.exe")) {
       end += process->command_line + " runs on\n";
     }
-    return end + fmt::format("after {}, stages {}", host.clock.Elapsed(), fmt::join(stages, " "));
+    return end + fmt::format("after {}, stages [{}]", host.clock.Elapsed(), fmt::join(stages, " "));
   }
 
   SimulatedHost& host;
