@@ -50,8 +50,7 @@ TEST(CoreVersion, TellsWhatIsNew) {
     std::filesystem::remove(kFile);
     if (contents != std::string("<none>")) host.PutFile(kFile, contents);
     const std::size_t lines = log.Lines().size();
-    end += fmt::format("'{}' and '{}'", version.Read("C:/stats", quiet),
-                       ReadCoreVersionFile(host.files, "C:/stats"));
+    end += version.Read("C:/stats", quiet) + " and " + ReadCoreVersionFile(host.files, "C:/stats");
     end += fmt::format(", lines: {}\n", log.Lines().size() - lines);
   }
   version.Set("");

@@ -91,12 +91,6 @@ void PutDirectory(SimulatedHost& host) {
   fs::create_directory_symlink(fs::absolute("C:/Elsewhere"), "C:/d/link");
 }
 
-std::string Cleared(SimulatedHost& host, bool done) {
-  return fmt::format("{} after {}, left: {}, elsewhere: {}", done, host.clock.Elapsed(),
-                     fmt::join(SimulatedHost::NamesIn("C:/d"), " "),
-                     fmt::join(SimulatedHost::NamesIn("C:/Elsewhere"), " "));
-}
-
 TEST(ClearDirectory, TriesAgainAndStaysInside) {
   struct Row {
     std::string what;
@@ -138,7 +132,10 @@ TEST(ClearDirectory, TriesAgainAndStaysInside) {
     PutDirectory(host);
     row.change(host, bench.files);
     const bool done = bench.keeper.ClearDirectory(row.path);
-    variants.Add(row.what, log.Lines(), Cleared(host, done));
+    variants.Add(row.what, log.Lines(),
+                 fmt::format("{} after {}, left: [{}], elsewhere: [{}]", done, host.clock.Elapsed(),
+                             fmt::join(SimulatedHost::NamesIn("C:/d"), " "),
+                             fmt::join(SimulatedHost::NamesIn("C:/Elsewhere"), " ")));
   }
   variants.Expect("install/clear_directory.txt");
 }

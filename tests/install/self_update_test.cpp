@@ -95,6 +95,14 @@ std::function<void(Scene&)> Fails(const std::string& operation, std::uint32_t co
   return [=](Scene& scene) { scene.host.FailNext(operation, code, times); };
 }
 
+// Somebody reads the file and lets nobody remove it.
+std::function<void(Scene&)> Holds(const std::string& path) {
+  return [path](Scene& scene) {
+    scene.host.PutFile(path, "x");
+    scene.host.files.Hold(path, {.read = true});
+  };
+}
+
 void ExpectUpdates(const std::string& file, const std::vector<Row>& rows) {
   support::Variants variants;
   for (const auto& [name, change] : rows) {
@@ -114,7 +122,11 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
       {{"as it should be", [](Scene&) {}},
        {"a newer package", Publishes({.version = "1.3.0"})},
        {"no version in it", Publishes({})},
-       {"too old", Publishes({.version = "1.2.2"})},
+       {"too old and in use",
+        [](Scene& scene) {
+          scene.Publish({.version = "1.2.2"});
+          Holds(std::string(kWorkDirectory) + "/VELDRANCore_latest.zip")(scene);
+        }},
        {"two numbers only", Publishes({.version = "9.9"})},
        {"no package", [](Scene& scene) { scene.download.zip.clear(); }},
        {"broken package", [](Scene& scene) { scene.download.zip = "PK"; }},
@@ -136,11 +148,8 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
        {"no logs known", [](Scene& scene) { scene.log_root_directory.clear(); }},
        {"no version file", [](Scene&) { std::filesystem::remove(kVersionFile); }},
        {"an older .old", [](Scene& scene) { scene.host.PutFile(kOld, "x"); }},
-       {"the older .old is in use",
-        [](Scene& scene) {
-          scene.host.PutFile(kOld, "x");
-          scene.host.files.Hold(kOld, {.read = true});
-        }},
+       {"the older .old is in use", Holds(kOld)},
+       {"the version file is in use", Holds(kVersionFile)},
        {"the executable is locked", Fails("files.Rename", 32)},
        {"no room for the .old", Fails("files.Rename", 112)},
        {"own name unknown", Fails("system.ModulePath", 8)}});
@@ -148,11 +157,16 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
 
 // From there on it ends with a new VOSK, or puts itself back.
 TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
-  const Row clean{"as it should be", [](Scene&) {}};
   const SimPackage broken{.version = "1.2.3", .install_exit_code = 1603};
+  const auto held = [&](std::uint32_t code, int times) {
+    return [=](Scene& scene) {
+      scene.Publish(broken);
+      scene.host.FailNext("files.Replace", code, times);
+    };
+  };
   ExpectUpdates(
       "install/self_update_replacement.txt",
-      {clean,
+      {{"as it should be", [](Scene&) {}},
        {"the installer starts the new VOSK",
         [](Scene& scene) {
           scene.host.installer.on_installed = [&scene](const auto&) {
@@ -172,15 +186,8 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
        {"no Core in it", Publishes({.version = "1.2.3", .files = {"VOSK.exe"}})},
        {"no VOSK in it", Publishes({.version = "1.2.3", .files = {"VELDRAN Core.exe"}})},
        {"the new VOSK does not start", Fails("processes.Start", 740)},
-       {"VOSK.exe is held for a moment",
-        [&](Scene& scene) {
-          scene.Publish(broken);
-          scene.host.FailNext("files.Replace", 5, 9);
-        }},
-       {"VOSK.exe is held", [&](Scene& scene) {
-          scene.Publish(broken);
-          scene.host.FailNext("files.Replace", 32, 10);
-        }}});
+       {"VOSK.exe is held for a moment", held(5, 9)},
+       {"VOSK.exe is held", held(32, 10)}});
 }
 
 // Whatever single call fails: never without an executable unless the operator is told and the
