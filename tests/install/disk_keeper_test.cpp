@@ -115,7 +115,6 @@ TEST(ClearDirectory, TriesAgainAndStaysInside) {
       {"missing", "C:/missing"},
       {"a file", "C:/d/file"},
       {"a link", "C:/d/link/"},
-      {"relative", "d"},
       {"filesystem exception", "C:/d", throws(fs::filesystem_error("gone", {}))},
       {"standard exception", "C:/d", throws(std::runtime_error("no memory"))},
       {"any exception", "C:/d", throws(42)},
