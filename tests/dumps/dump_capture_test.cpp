@@ -24,6 +24,7 @@ std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert) {
   DumpCapture capture(host.Bundle(), log, mode);
   const auto monitor = capture.LaunchProcDumpMonitor(1004, "C:/Dumps here");
   const auto dump = capture.CreateImmediateDump(1004, "C:/Dumps");
+  host.choke.faults.Clear();
   const bool hidden = monitor && host.processes.At(*host.processes.Id(monitor)).console ==
                                      platform::ConsoleOfChild::no_window;
   std::string end = fmt::format("monitor {}, dump {}, in the directory: [{}]\n", hidden,

@@ -178,6 +178,7 @@ void PutLeftovers(SimulatedHost& host) {
 }
 
 std::string CleanedUp(SimulatedHost& host, std::uint64_t freed) {
+  host.choke.faults.Clear();
   return fmt::format("{} freed, {} left, {} elsewhere", freed, TreeSize(host.files, kTemp),
                      TreeSize(host.files, "C:/Elsewhere"));
 }

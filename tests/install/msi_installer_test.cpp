@@ -35,10 +35,9 @@ struct Scene {
   }
   // How it ended, and what there is now.
   std::string End(bool installed) {
-    std::string end = fmt::format(
-        "{}, there is a Core: {}, a work directory: {}, progress {}, open handles {}\n", installed,
-        std::filesystem::exists(InstalledCore()), std::filesystem::exists(kWorkDirectory),
-        progress.Percentage(), host.installer.OpenHandles());
+    std::string end = fmt::format("{}, there is a Core: {}, a work directory: {}, progress {}\n",
+                                  installed, std::filesystem::exists(InstalledCore()),
+                                  std::filesystem::exists(kWorkDirectory), progress.Percentage());
     for (const auto& product : host.installer.products)
       end += product.package.version + " is installed\n";
     for (const auto* process : host.processes.Running(u"msiexec.exe")) {

@@ -24,6 +24,7 @@ constexpr std::uint32_t kFullAccess = platform::access::kSynchronize |
                                       platform::access::kTerminate;
 
 std::string Survivors(SimulatedHost& host) {
+  host.choke.faults.Clear();
   std::string names = "there run";
   for (platform::ProcessId pid = 1000; pid < 1100; pid += 4) {
     const auto open = host.processes.Open(platform::access::kQueryLimitedInformation, pid);
@@ -78,7 +79,7 @@ TEST(TerminateProcDumpInstances, TellsOfEveryFaultAndSparesItself) {
            }});
 }
 
-// An other instance and a monitor of the same kind, the monitor before one that simply goes.
+// A second VOSK and a monitor that take their end in the same way, beside a monitor that just goes.
 TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
   using Change = std::function<void(SimulatedHost&, support::SimProcess&)>;
   const auto refuses = [](support::SimProcess& process) {
