@@ -144,7 +144,10 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
         }},
        {"the monitor lingers",
         [](Scene& scene) { scene.Monitor().on_terminate = OnTerminate::dies_late; }},
-       {"the Core stays", [](Scene& scene) { scene.Core().on_terminate = OnTerminate::ignores; }},
+       {"the Core stays",
+        [](Scene& scene) {
+          scene.host.choke.faults.Add({.scope = "processes.Terminate", .first = 2, .code = 87});
+        }},
        {"no logs known", [](Scene& scene) { scene.log_root_directory.clear(); }},
        {"no version file", [](Scene&) { std::filesystem::remove(kVersionFile); }},
        {"an older .old", [](Scene& scene) { scene.host.PutFile(kOld, "x"); }},
