@@ -1,148 +1,88 @@
 #include "dumps/dump_capture.h"
 
-#include <gmock/gmock.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "tests/support/checked_host.h"
-#include "tests/support/log_matchers.h"
+#include "tests/support/transcript.h"
+#include "tests/support/variants.h"
 
 namespace vosk::dumps {
 namespace {
 
-using support::CheckedHost;
-using support::LogHas;
-using support::LogIs;
-using support::LogRecorder;
 using support::SimulatedHost;
-using testing::ElementsAre;
-using testing::SizeIs;
 
-struct Bench {
-  CheckedHost host;
-  LogRecorder log{host};
-  std::atomic<bool> red_alert{false};
-  DumpCapture capture{host.Bundle(), log.Sink(), red_alert};
-};
+void Arrange(SimulatedHost& host) {
+  host.InstallProgram("C:/VOSK/procdump.exe");
+  host.InstallProgram("C:/VOSK/procdump64.exe");
+  host.processes.Add(u"VELDRAN Core.exe");
+}
 
-TEST(LaunchProcDumpMonitor, PrefersThe64BitProgramAndTellsItsCommandLine) {
-  for (const bool red_alert : {false, true}) {
-    for (const std::string program : {"procdump64.exe", "procdump.exe"}) {
-      Bench bench;
-      bench.red_alert = red_alert;
-      bench.host.InstallProgram("C:/VOSK/procdump.exe");
-      if (program == "procdump64.exe") bench.host.InstallProgram("C:/VOSK/procdump64.exe");
-      const auto monitor = bench.capture.LaunchProcDumpMonitor(4242, "C:/Dumps here");
-      ASSERT_TRUE(monitor);
-      const auto& process = bench.host.processes.At(*bench.host.processes.Id(monitor));
-      EXPECT_EQ(process.command_line,
-                "\"C:/VOSK/" + program + "\"" +
-                    (red_alert ? " -accepteula -ma -e 4242" : " -accepteula -mc 1064 -e 4242") +
-                    " \"C:/Dumps here\"");
-      EXPECT_EQ(process.console, platform::ConsoleOfChild::no_window);
-      const std::string kind = program == "procdump64.exe" ? "primary" : "fallback";
-      EXPECT_THAT(bench.log.Lines(),
-                  LogHas({"[INFO] Using " + kind + " ProcDump executable: C:/VOSK/" + program,
-                          "[INFO] Created dump directory: C:/Dumps here",
-                          "[INFO] Launching ProcDump monitor for PID 4242: " + process.command_line,
-                          "[INFO] ProcDump launched successfully. Monitor Process ID: " +
-                              std::to_string(process.pid)}));
-      EXPECT_EQ(testing::Value(bench.log.Lines(),
-                               LogHas({"[WARN] RED ALERT: Attaching ProcDump in full-memory (-ma) "
-                                       "mode for PID 4242"})),
-                red_alert);
+// A monitor, and beside it a dump at once.
+std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert) {
+  const std::atomic<bool> mode{red_alert};
+  DumpCapture capture(host.Bundle(), log, mode);
+  const auto monitor = capture.LaunchProcDumpMonitor(1004, "C:/Dumps here");
+  const auto dump = capture.CreateImmediateDump(1004, "C:/Dumps");
+  host.choke.faults.Clear();
+  const bool hidden = monitor && host.processes.At(*host.processes.Id(monitor)).console ==
+                                     platform::ConsoleOfChild::no_window;
+  std::string end = fmt::format("monitor {}, dump {}, in the directory: [{}]\n", hidden,
+                                dump ? dump->string() : "none",
+                                fmt::join(SimulatedHost::NamesIn("C:/Dumps"), " "));
+  for (const std::string& call : host.choke.Trace()) {
+    if (call.starts_with("dump_writer.WriteDump")) end += call + '\n';
+  }
+  return end;
+}
+
+TEST(DumpCapture, TellsOfEveryFault) {
+  support::ExpectFaultTranscript(
+      "dumps/dump_capture_faults.txt",
+      {.arrange = Arrange,
+       .act = [](SimulatedHost& host, console::LogSink& log) { return Act(host, log, false); }});
+}
+
+TEST(DumpCapture, TellsOfEveryCase) {
+  struct Row {
+    std::string operation;
+    std::uint32_t code = 0;
+  };
+  const Row rows[] = {
+      {"clean"},
+      {"red alert"},
+      {"fallback"},
+      {"no ProcDump"},
+      {"no Core"},
+      {"an earlier dump"},
+      {"processes.Start", 740},
+      {"processes.Open", 6},
+      {"dump_writer.WriteDump", 112},
+      {"dump_writer.WriteDump", 0x8007'0005},
+      {"dump_writer.WriteDump", 31},
+      {"dump_writer.WriteDump", 87},
+      {"dump_writer.WriteDump", 0x8007'0057},
+      {"dump_writer.WriteDump", 0x8007'00FF},
+      {"dump_writer.WriteDump", 0x8008'0005},
+  };
+  support::Variants variants;
+  for (const auto& [what, code] : rows) {
+    support::CheckedHost host;
+    Arrange(host);
+    support::LogRecorder log(host);
+    if (code != 0) host.FailNext(what, code);
+    if (what.ends_with("ProcDump") || what == "fallback") {
+      std::filesystem::remove("C:/VOSK/procdump64.exe");
     }
+    if (what == "no ProcDump") std::filesystem::remove("C:/VOSK/procdump.exe");
+    if (what == "no Core") host.processes.End(host.processes.At(1004), 0);
+    if (what == "an earlier dump") {
+      host.PutFile("C:/Dumps/VELDRAN_Core_250301_090000.dmp", std::string(3 << 20, 'x'));
+    }
+    const std::string end = Act(host, log.Sink(), what == "red alert");
+    variants.Add(fmt::format("{} {}", what, code), log.Lines(), end);
   }
-}
-
-TEST(LaunchProcDumpMonitor, GivesNoHandleAndOneReasonOnFailure) {
-  struct Row {
-    std::string operation;
-    std::uint32_t code;
-    std::string last_line;
-  };
-  const Row rows[] = {
-      {"system.ModulePath", 122, "[ERROR] GetModuleFileNameW failed: 122"},
-      {"files.CreateDirectories", 5,
-       "[ERROR] Failed to create dump directory 'C:/Dumps': Access is denied."},
-      {"processes.Start", 740,
-       "[ERROR] Failed to launch ProcDump for PID 1. CreateProcessW error code: 740"},
-  };
-  for (const Row& row : rows) {
-    Bench bench;
-    bench.host.InstallMonitor();
-    bench.host.FailNext(row.operation, row.code);
-    EXPECT_FALSE(bench.capture.LaunchProcDumpMonitor(1, "C:/Dumps"));
-    EXPECT_EQ(bench.log.Lines().back(), row.last_line);
-  }
-}
-
-TEST(CreateImmediateDump, IsNamedByTheSecondAndOverwrites) {
-  Bench bench;
-  const auto pid = bench.host.processes.Add(u"VELDRAN Core.exe").pid;
-  EXPECT_TRUE(bench.capture.CreateImmediateDump(pid, "C:/Dumps"));
-  EXPECT_TRUE(bench.capture.CreateImmediateDump(pid, "C:/Dumps"));
-  EXPECT_THAT(SimulatedHost::NamesIn("C:/Dumps"), ElementsAre("VELDRAN_Core_250301_090000.dmp"));
-  EXPECT_THAT(
-      bench.log.Lines(),
-      LogHas({"[INFO] Creating immediate process dump for PID 1004 using MiniDumpWriteDump...",
-              "[INFO] Dump file path: C:/Dumps/VELDRAN_Core_250301_090000.dmp",
-              "[INFO] Writing memory dump (this may take a moment)...",
-              "[INFO] Immediate dump created successfully: "
-              "C:/Dumps/VELDRAN_Core_250301_090000.dmp (Size: 0 MB)"}));
-  bench.red_alert = true;
-  EXPECT_TRUE(bench.capture.CreateImmediateDump(pid, "C:/Dumps"));
-  EXPECT_THAT(bench.log.Lines(), LogHas({"[WARN] RED ALERT: Writing full-memory dump "
-                                         "(MiniDumpWithFullMemory) - this may be large."}));
-}
-
-TEST(CreateImmediateDump, ExplainsWhatWentWrong) {
-  struct Row {
-    std::string operation;
-    std::uint32_t code;
-    support::LogText lines;
-  };
-  const std::string failed = "[ERROR] MiniDumpWriteDump failed. Error: ";
-  const Row rows[] = {
-      {"processes.Open",
-       5,
-       {"[ERROR] Failed to open process 1004 for dump. Error: 5",
-        "[ERROR] Access denied. Try running VOSK as Administrator."}},
-      {"processes.Open",
-       87,
-       {"[ERROR] Failed to open process 1004 for dump. Error: 87",
-        "[ERROR] Invalid PID - process may have exited."}},
-      {"dump_writer.CreateDumpFile", 32, {"[ERROR] Failed to create dump file. Error: 32"}},
-      {"processes.Id", 6, {"[ERROR] Process handle PID mismatch! Handle PID: 0, Target PID: 1004"}},
-      {"dump_writer.WriteDump",
-       112,
-       {failed + "112 (ERROR_DISK_FULL - Not enough disk space for dump file)"}},
-      {"dump_writer.WriteDump",
-       0x80070070,
-       {failed + "2147942512 (ERROR_DISK_FULL - Not enough disk space for dump file)"}},
-      {"dump_writer.WriteDump",
-       0x80070005,
-       {failed + "2147942405 (ERROR_ACCESS_DENIED - Run VOSK as Administrator)"}},
-      {"dump_writer.WriteDump",
-       31,
-       {failed + "31 (ERROR_GEN_FAILURE - General failure writing dump)"}},
-      {"dump_writer.WriteDump",
-       0x80070057,
-       {failed + "2147942487 (ERROR_INVALID_PARAMETER - Check process access rights or dump type "
-                 "flags)"}},
-      {"dump_writer.WriteDump", 0x800700FF, {failed + "2147942655"}},
-      {"files.SizeOf", 5, {"[ERROR] Dump file is empty or could not read size."}},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.operation + ' ' + std::to_string(row.code));
-    Bench bench;
-    const auto pid = bench.host.processes.Add(u"VELDRAN Core.exe").pid;
-    bench.host.FailNext(row.operation, row.code);
-    EXPECT_FALSE(bench.capture.CreateImmediateDump(pid, "C:/Dumps"));
-    EXPECT_THAT(bench.log.Lines(), LogHas(row.lines));
-    EXPECT_EQ(bench.log.Lines().back(), row.lines.back());
-  }
+  variants.Expect("dumps/dump_capture_cases.txt");
 }
 
 }  // namespace

@@ -1,92 +1,65 @@
 #include "install/core_version.h"
 
-#include <gmock/gmock.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "tests/support/checked_host.h"
-#include "tests/support/log_matchers.h"
+#include "tests/support/transcript.h"
+#include "tests/support/variants.h"
 
 namespace vosk::install {
 namespace {
 
-using support::CheckedHost;
-using support::LogIs;
-using support::LogRecorder;
+using support::SimulatedHost;
 
-TEST(CoreVersion, ReadsTheFirstLineAndTellsOfChanges) {
-  CheckedHost host;
-  LogRecorder log(host);
-  CoreVersion version(host.files, log.Sink());
-  host.PutFile("C:/stats/CoreVersion.txt", " \t1.2.3\r\nnothing else counts\n");
-  EXPECT_EQ(version.Read("C:/stats", false), "1.2.3");
-  EXPECT_EQ(version.Read("C:/stats", false), "1.2.3");
-  EXPECT_EQ(version.Read("C:/stats", true), "1.2.3");
-  host.PutFile("C:/stats/CoreVersion.txt", "1.3.0");
-  EXPECT_EQ(version.Read("C:/stats", true), "1.3.0");
-  EXPECT_EQ(version.Current(), "1.3.0");
-  const std::string attempt =
-      "[INFO] Attempting to read current core version from: C:/stats/CoreVersion.txt";
-  EXPECT_THAT(
-      log.Lines(),
-      LogIs({attempt, "[INFO] Detected Core version changed/read: 1.2.3 (Previous known: 0.0.0)",
-             attempt, "[INFO] Read current core version from file: 1.2.3 (Unchanged)",
-             "[INFO] Detected Core version changed/read: 1.3.0 (Previous known: 1.2.3)"}));
+constexpr char kFile[] = "C:/stats/CoreVersion.txt";
+
+TEST(CoreVersion, TellsOfEveryFault) {
+  support::ExpectFaultTranscript(
+      "install/core_version_faults.txt",
+      {.arrange = [](SimulatedHost& host) { host.PutFile(kFile, "1.2.3"); },
+       .act =
+           [](SimulatedHost& host, console::LogSink& log) {
+             CoreVersion version(host.files, log);
+             std::string read = ReadCoreVersionFile(host.files, "C:/stats");
+             for (const bool quiet : {false, true}) read += ", " + version.Read("C:/stats", quiet);
+             return fmt::format("{}; known: {}", read, version.Current());
+           }});
 }
 
-TEST(CoreVersion, ComplainsOfTheSameOnlyOnce) {
-  CheckedHost host;
-  LogRecorder log(host);
-  CoreVersion version(host.files, log.Sink());
-  for (const char* contents : {"", "", " ", "1.2.3", ""}) {
-    host.PutFile("C:/stats/CoreVersion.txt", contents);
-    version.Read("C:/stats", true);
-  }
-  const std::string unreadable =
-      "[WARN] Failed to read a line from CoreVersion.txt (file might be empty or read error "
-      "occurred).";
-  EXPECT_THAT(log.Lines(),
-              LogIs({unreadable, "[WARN] CoreVersion.txt is empty.",
-                     "[INFO] Detected Core version changed/read: 1.2.3 (Previous known: 0.0.0)",
-                     unreadable}));
-}
-
-TEST(CoreVersion, KeepsWhatItKnowsWhereTheFileTellsNothing) {
-  struct Row {
-    std::string contents;
-    std::string failing;
-    std::string line;
+// One read after the other: what the file holds, and whether the read is a quiet one.
+TEST(CoreVersion, TellsWhatIsNew) {
+  const std::pair<const char*, bool> reads[] = {
+      {"<none>", true},
+      {"<none>", true},
+      {"<none>", false},
+      {"", true},
+      {"", true},
+      {"  \r\n1.2.3", true},
+      {" \t1.2.3 \r\nno", false},
+      {"1.2.3", false},
+      {"1.2.3", true},
+      {"1.3.0", true},
+      {"", true},
   };
-  const Row rows[] = {
-      {"", "",
-       "[WARN] Failed to read a line from CoreVersion.txt (file might be empty or read "
-       "error occurred)."},
-      {"  \r\n1.2.3", "", "[WARN] CoreVersion.txt is empty."},
-      {"1.2.3", "files.OpenForReading",
-       "[ERROR] Failed to open C:/stats/CoreVersion.txt for reading."},
-      {"1.2.3", "files.Exists",
-       "[ERROR] Error checking existence of C:/stats/CoreVersion.txt: Access is denied."},
-      {"<missing>", "",
-       "[WARN] CoreVersion.txt not found at expected location: C:/stats/CoreVersion.txt"},
-  };
-  for (const Row& row : rows) {
-    CheckedHost host;
-    LogRecorder log(host);
-    CoreVersion version(host.files, log.Sink());
-    version.Set("1.0.0");
-    if (row.contents != "<missing>") host.PutFile("C:/stats/CoreVersion.txt", row.contents);
-    if (!row.failing.empty()) host.FailNext(row.failing, 5);
-    EXPECT_EQ(version.Read("C:/stats", true), "");
-    EXPECT_EQ(version.Current(), "1.0.0");
-    EXPECT_THAT(log.Lines(), LogIs({row.line}));
-  }
-  CheckedHost host;
-  LogRecorder log(host);
+  support::CheckedHost host;
+  support::LogRecorder log(host);
   CoreVersion version(host.files, log.Sink());
-  EXPECT_EQ(version.Read({}, true), "");
-  EXPECT_THAT(log.Lines(),
-              LogIs({"[WARN] Cannot read core version: Stats directory path is empty."}));
+  std::string end;
+  for (const auto& [contents, quiet] : reads) {
+    std::filesystem::remove(kFile);
+    if (contents != std::string("<none>")) host.PutFile(kFile, contents);
+    const std::size_t lines = log.Lines().size();
+    end += version.Read("C:/stats", quiet) + " and " + ReadCoreVersionFile(host.files, "C:/stats");
+    end += fmt::format(", lines: {}\n", log.Lines().size() - lines);
+  }
+  version.Set("");
+  host.PutFile(kFile, "1.3.0");
+  end += version.Read("C:/stats", true);
+  end += version.Read({}, true);
+  support::Variants reading;
+  reading.Add("one read after the other", log.Lines(), end);
+  reading.Expect("install/core_version_reads.txt");
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "tests/support/checked_host.h"
 #include "tests/support/fake_downloader.h"
 #include "tests/support/log_matchers.h"
+#include "tests/support/variants.h"
 #include "text/utf.h"
 
 namespace vosk::install {
@@ -19,7 +20,6 @@ namespace vosk::install {
 inline constexpr char kTemp[] = "C:/temp";
 inline constexpr char kWorkDirectory[] = "C:/temp/VELDRAN_Install";
 inline constexpr char kCoreDirectory[] = "C:/Program Files/VELDRAN Inc/VELDRAN Core";
-inline constexpr char16_t kCoreName[] = u"VELDRAN Core.exe";
 inline constexpr char16_t kSelfName[] = u"VOSK.exe";
 
 // A download that hands out bytes made beforehand.
