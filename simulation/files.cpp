@@ -179,6 +179,12 @@ void SimFiles::Hold(const fs::path& path, Sharing sharing) {
 void SimFiles::Release(const fs::path& path) {
   const auto held = held_.find(path.lexically_normal());
   if (held != held_.end()) held_.erase(held);
+  Stamp(path);
+}
+
+void SimFiles::Stamp(const fs::path& path) const {
+  std::error_code ignored;
+  fs::last_write_time(path, std::chrono::file_clock::from_sys(clock_.MachineTime()), ignored);
 }
 
 bool SimFiles::MayRead(const fs::path& path) const {

@@ -7,12 +7,13 @@
 
 #include "platform/files.h"
 #include "simulation/choke_point.h"
+#include "simulation/clock.h"
 
 namespace vosk::simulation {
 
 class SimFiles : public platform::Files {
  public:
-  explicit SimFiles(ChokePoint& choke) : choke_(choke) {}
+  SimFiles(ChokePoint& choke, const SimClock& clock) : choke_(choke), clock_(clock) {}
 
   platform::FileResult<bool> Exists(const std::filesystem::path& path) override;
   platform::FileResult<platform::FileType> TypeOf(const std::filesystem::path& path) override;
@@ -45,7 +46,10 @@ class SimFiles : public platform::Files {
     bool remove = false;
   };
   void Hold(const std::filesystem::path& path, Sharing sharing);
+  // Whoever held the file may have written it.
   void Release(const std::filesystem::path& path);
+  // The file was written just now, by the simulated clock.
+  void Stamp(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
   // Whether VOSK, which writes just now, has ended and reaches the disk no more.
   [[nodiscard]] bool WriterHasEnded() const { return choke_.VoskHasEnded(); }
@@ -70,6 +74,7 @@ class SimFiles : public platform::Files {
                                                                int flag);
 
   ChokePoint& choke_;
+  const SimClock& clock_;
   std::multimap<std::filesystem::path, Sharing> held_;
 };
 
