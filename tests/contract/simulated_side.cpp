@@ -42,6 +42,7 @@ class SimulatedSide : public HostUnderTest {
   std::string WithOutputTo(Output output, const std::function<void()>& writes) override {
     constexpr auto kStream = platform::StandardStream::output;
     using support::StreamTarget;
+    host_.console.Forget();
     host_.console.Redirect(kStream, output == Output::screen ? StreamTarget::console
                                     : output == Output::file ? StreamTarget::redirected
                                                              : StreamTarget::missing);

@@ -117,7 +117,7 @@ class WindowsSide : public HostUnderTest {
 
   static std::string FirstLinesOf(HANDLE screen) {
     std::string lines;
-    for (const SHORT row : {0, 1}) {
+    for (SHORT row = 0; row < 2; ++row) {
       std::array<wchar_t, 40> cells{};
       DWORD read = 0;
       ::ReadConsoleOutputCharacterW(screen, cells.data(), cells.size(), {0, row}, &read);
