@@ -247,6 +247,7 @@ FileResult<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const 
 FileResult<bool> SimFiles::Remove(const fs::path& path) {
   return choke_.Perform("files.Remove", path.string(), [&]() -> FileResult<bool> {
     if (!MayRemove(path)) return Failed(32);
+    if (runs && runs(path)) return Failed(5);
     std::error_code error;
     const bool removed = fs::remove(path, error);
     if (error) return Failed(error, path);
@@ -277,7 +278,7 @@ FileResult<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
       return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
     }
     if (!MayRemove(from)) return Failed(32);
-    if (!MayRemove(to) || fs::is_directory(to, error)) return Failed(5);
+    if (!MayRemove(to) || fs::is_directory(to, error) || (runs && runs(to))) return Failed(5);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing
     return {};

@@ -55,6 +55,8 @@ class SimFiles : public platform::Files {
   [[nodiscard]] bool WriterHasEnded() const { return choke_.VoskHasEnded(); }
   [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
 
+  // Whether a file is the image of a running process, which may be renamed only.
+  std::function<bool(const std::filesystem::path&)> runs;
   // While set, nothing can be written to any open stream.
   bool disk_full = false;
   // What is free on each volume, in bytes, and on those that differ, by their root ("D:/").

@@ -46,6 +46,7 @@ SimulatedHost::SimulatedHost()
   fs::create_directories(system.temp_path);
   fs::create_directories(system.roaming_path);
   InstallProgram(system.module_path);
+  files.runs = [this](const fs::path& file) { return processes.RunsFrom(file); };
 }
 
 SimulatedHost::~SimulatedHost() {
