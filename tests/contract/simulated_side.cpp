@@ -43,9 +43,9 @@ class SimulatedSide : public HostUnderTest {
     constexpr auto kStream = platform::StandardStream::output;
     using support::StreamTarget;
     host_.console.Forget();
-    host_.console.Redirect(kStream, output == Output::screen ? StreamTarget::console
-                                    : output == Output::file ? StreamTarget::redirected
-                                                             : StreamTarget::missing);
+    constexpr std::array kTargets{StreamTarget::console, StreamTarget::redirected,
+                                  StreamTarget::missing};  // as `Output` has them
+    host_.console.Redirect(kStream, kTargets.at(static_cast<std::size_t>(output)));
     writes();
     host_.console.Redirect(kStream, StreamTarget::console);
     return host_.console.TextOf(kStream);

@@ -111,24 +111,17 @@ TEST_F(SystemContract, AnErrorBoxReturnsWhenItIsClosed) {
   host_.system.ShowErrorBox("VOSK contract", "Nothing is wrong.");
 }
 
-TEST_F(SystemContract, ADumpFileIsMadeAnewEachTime) {
-  const fs::path path = scratch_ / "live.dmp";
-  PutBytes(path, "an older dump");
-  EXPECT_TRUE(host_.dump_writer.CreateDumpFile(path));
-  EXPECT_EQ(host_.files.SizeOf(path), 0u);
-  EXPECT_EQ(CodeOf(host_.dump_writer.CreateDumpFile(scratch_ / "missing" / "live.dmp")), 3u);
-  EXPECT_EQ(CodeOf(host_.dump_writer.CreateDumpFile(scratch_)), 5u);
-}
-
 TEST_F(SystemContract, ALiveProcessCanBeDumpedWithTheRights) {
   const auto child = StartChild(0, 60s);
   const fs::path path = scratch_ / "live.dmp";
+  PutBytes(path, "an older dump");
   {
     const auto process = host_.processes.Open(
         access::kQueryInformation | access::kReadMemory | access::kDuplicateHandles, child.pid);
     const auto wait_only = host_.processes.Open(access::kSynchronize, child.pid);
     const auto file = host_.dump_writer.CreateDumpFile(path);
     ASSERT_TRUE(process && wait_only && file);
+    EXPECT_EQ(host_.files.SizeOf(path), 0u) << "it is made anew";
     const auto dumped = [&](const platform::ProcessHandle& handle) {
       return host_.dump_writer.WriteDump(handle, child.pid, *file, platform::kDumpWithThreadInfo)
           .has_value();
