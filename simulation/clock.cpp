@@ -25,6 +25,10 @@ std::chrono::steady_clock::time_point SimClock::SteadyNow() {
 
 std::chrono::system_clock::time_point SimClock::WallNow() {
   choke_.Announce("clock.WallNow");
+  return MachineTime();
+}
+
+std::chrono::system_clock::time_point SimClock::MachineTime() const {
   return kWallStart + elapsed_ + wall_step_;
 }
 
@@ -36,7 +40,7 @@ std::tm SimClock::ToLocal(std::chrono::system_clock::time_point time) {
 }
 
 std::tm SimClock::LocalNow() {
-  return ToLocal(kWallStart + elapsed_ + wall_step_);
+  return ToLocal(MachineTime());
 }
 
 void SimClock::SleepFor(std::chrono::milliseconds duration) {

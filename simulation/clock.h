@@ -23,6 +23,8 @@ class SimClock : public platform::Clock {
 
   // Virtual time since the host was made.
   [[nodiscard]] Duration Elapsed() const { return elapsed_; }
+  // The wall time, asked by the machine itself.
+  [[nodiscard]] std::chrono::system_clock::time_point MachineTime() const;
   // The local time now, for names of files that the simulated programs write.
   [[nodiscard]] std::tm LocalNow();
   // Something that a scenario wants to happen.

@@ -179,6 +179,12 @@ void SimFiles::Hold(const fs::path& path, Sharing sharing) {
 void SimFiles::Release(const fs::path& path) {
   const auto held = held_.find(path.lexically_normal());
   if (held != held_.end()) held_.erase(held);
+  Stamp(path);
+}
+
+void SimFiles::Stamp(const fs::path& path) const {
+  std::error_code ignored;
+  fs::last_write_time(path, std::chrono::file_clock::from_sys(clock_.MachineTime()), ignored);
 }
 
 bool SimFiles::MayRead(const fs::path& path) const {
@@ -241,6 +247,7 @@ FileResult<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const 
 FileResult<bool> SimFiles::Remove(const fs::path& path) {
   return choke_.Perform("files.Remove", path.string(), [&]() -> FileResult<bool> {
     if (!MayRemove(path)) return Failed(32);
+    if (runs && runs(path)) return Failed(5);
     std::error_code error;
     const bool removed = fs::remove(path, error);
     if (error) return Failed(error, path);
@@ -271,7 +278,7 @@ FileResult<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
       return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
     }
     if (!MayRemove(from)) return Failed(32);
-    if (!MayRemove(to) || fs::is_directory(to, error)) return Failed(5);
+    if (!MayRemove(to) || fs::is_directory(to, error) || (runs && runs(to))) return Failed(5);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing
     return {};

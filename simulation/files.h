@@ -7,12 +7,13 @@
 
 #include "platform/files.h"
 #include "simulation/choke_point.h"
+#include "simulation/clock.h"
 
 namespace vosk::simulation {
 
 class SimFiles : public platform::Files {
  public:
-  explicit SimFiles(ChokePoint& choke) : choke_(choke) {}
+  SimFiles(ChokePoint& choke, const SimClock& clock) : choke_(choke), clock_(clock) {}
 
   platform::FileResult<bool> Exists(const std::filesystem::path& path) override;
   platform::FileResult<platform::FileType> TypeOf(const std::filesystem::path& path) override;
@@ -45,12 +46,17 @@ class SimFiles : public platform::Files {
     bool remove = false;
   };
   void Hold(const std::filesystem::path& path, Sharing sharing);
+  // Whoever held the file may have written it.
   void Release(const std::filesystem::path& path);
+  // The file was written just now, by the simulated clock.
+  void Stamp(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
   // Whether VOSK, which writes just now, has ended and reaches the disk no more.
   [[nodiscard]] bool WriterHasEnded() const { return choke_.VoskHasEnded(); }
   [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
 
+  // Whether a file is the image of a running process, which may be renamed only.
+  std::function<bool(const std::filesystem::path&)> runs;
   // While set, nothing can be written to any open stream.
   bool disk_full = false;
   // What is free on each volume, in bytes, and on those that differ, by their root ("D:/").
@@ -70,6 +76,7 @@ class SimFiles : public platform::Files {
                                                                int flag);
 
   ChokePoint& choke_;
+  const SimClock& clock_;
   std::multimap<std::filesystem::path, Sharing> held_;
 };
 

@@ -1,7 +1,9 @@
 #include "simulation/processes.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "identity.h"
@@ -27,6 +29,12 @@ constexpr platform::ModuleId kFirstModule = 0x7ff6'0000'0000;
 bool IsFile(const std::string& path) {
   std::error_code ignored;
   return std::filesystem::is_regular_file(text::PathFromUtf8(path), ignored);
+}
+
+// 0 where there is no such file.
+std::uint64_t InodeOf(const std::filesystem::path& file) {
+  struct stat status {};
+  return ::stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 // The executable that a command line names: up to the closing quote, else the shortest run of words
@@ -135,6 +143,13 @@ std::vector<SimProcess*> SimProcesses::Running(std::u16string_view executable_na
   return found;
 }
 
+bool SimProcesses::RunsFrom(const std::filesystem::path& file) const {
+  const std::uint64_t inode = InodeOf(file);
+  return inode != 0 && std::ranges::any_of(table_, [inode](const auto& entry) {
+           return entry.second.running && entry.second.image == inode;
+         });
+}
+
 platform::HandleValue SimProcesses::NewHandle(ProcessId pid, std::uint32_t rights) {
   const platform::HandleValue value = next_handle_;
   next_handle_ += 4;
@@ -186,6 +201,7 @@ Result<platform::StartedProcess> SimProcesses::Start(const platform::ProcessStar
     }
     const std::string file_name = text::PathFromUtf8(*executable).filename().string();
     SimProcess& process = Add(text::Utf8ToUtf16(file_name));
+    process.image = InodeOf(text::PathFromUtf8(*executable));
     process.command_line = start.command_line;
     process.working_directory = start.working_directory;
     process.console = start.console;

@@ -34,6 +34,7 @@ struct SimProcess {
 
   std::vector<SimModule> modules = {};
   platform::ProcessId debugger = 0;
+  std::uint64_t image = 0;  // its executable's inode, whatever that is called meanwhile
 
   bool running = true;
   std::uint32_t exit_code = platform::kStillActive;
@@ -85,6 +86,8 @@ class SimProcesses : public platform::Processes {
   void EndOwn(std::uint32_t exit_code) { End(At(own_pid_), exit_code); }
   void BeginOwn(platform::ProcessId pid = 0);
   [[nodiscard]] platform::ProcessId OwnPid() const { return own_pid_; }
+  // Whether a running process was started from this file.
+  [[nodiscard]] bool RunsFrom(const std::filesystem::path& file) const;
   // Called when a process has started or ended.
   std::function<void(const SimProcess&)> on_change;
   // Lives of years forget processes that ended long ago.

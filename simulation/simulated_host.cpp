@@ -46,6 +46,7 @@ SimulatedHost::SimulatedHost()
   fs::create_directories(system.temp_path);
   fs::create_directories(system.roaming_path);
   InstallProgram(system.module_path);
+  files.runs = [this](const fs::path& file) { return processes.RunsFrom(file); };
 }
 
 SimulatedHost::~SimulatedHost() {
@@ -104,6 +105,7 @@ Program SimulatedHost::LivesFor(Duration life, std::uint32_t exit_code) {
 void SimulatedHost::PutFile(const fs::path& path, const std::string& bytes) {
   if (path.has_parent_path()) fs::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << bytes;
+  files.Stamp(path);
 }
 
 void SimulatedHost::Furnish(MonitorBehaviour monitor) {
@@ -174,10 +176,11 @@ SimulatedHost::FileStates SimulatedHost::Survey() const {
     if (!entry.is_regular_file()) continue;
     struct stat status {};
     if (::lstat(entry.path().c_str(), &status) != 0) continue;
-    // A file written anew has another inode or time; which of them does not matter.
+    // A file written anew has another inode or time of change (the build machine's; that of the
+    // last write is the simulated clock's); which of them does not matter.
     const auto version = static_cast<std::uint64_t>(status.st_ino) * 1'000'003 +
-                         static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1'000'000'007 +
-                         static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
+                         static_cast<std::uint64_t>(status.st_ctim.tv_sec) * 1'000'000'007 +
+                         static_cast<std::uint64_t>(status.st_ctim.tv_nsec);
     states[entry.path()] = {entry.file_size(), version};
   }
   return states;

@@ -95,7 +95,7 @@ class SimulatedHost {
   ChokePoint choke;
   SimClock clock{choke};
   SimProcesses processes{choke, clock};
-  SimFiles files{choke};
+  SimFiles files{choke, clock};
   SimInstaller installer{choke, clock, processes, files};
   SimRegistry registry{choke};
   SimConsole console{choke};

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -21,6 +22,14 @@
 
 namespace vosk::contract {
 
+// Where standard output leads.
+enum class Output { screen, file, nowhere };
+
+// The products of the packages below, and the family that both belong to.
+inline const std::string kFamily = "{3D6A5C0E-51B7-4C0B-9A52-0E7C3E8F1B11}";
+inline const std::array<std::string, 2> kProducts = {"{00000000-0000-0000-0000-000000000001}",
+                                                     "{00000000-0000-0000-0000-000000000002}"};
+
 class HostUnderTest {
  public:
   virtual ~HostUnderTest() = default;
@@ -29,8 +38,16 @@ class HostUnderTest {
   virtual bool LinkDirectory(const std::filesystem::path& link,
                              const std::filesystem::path& target) = 0;
   virtual void RemoveLink(const std::filesystem::path& link) = 0;
-  // Runs something with standard output going to a file and gives what arrived there.
-  virtual std::string RedirectOutput(const std::function<void()>& writes) = 0;
+  // Runs something with standard output leading elsewhere and gives what arrived there; of a
+  // screen the first two lines.
+  virtual std::string WithOutputTo(Output output, const std::function<void()>& writes) = 0;
+  // Presses the arrow up and then M.
+  virtual void PressUpAndM() = 0;
+  // Sees to it that the next message box is closed, as far as there is anybody to show it to.
+  virtual void CloseNextBox() = 0;
+  // The package of kProducts[number - 1] in version 1.2.NUMBER, which installs one file, "contract
+  // NUMBER.txt".
+  virtual std::filesystem::path Package(int number) = 0;
 };
 
 [[nodiscard]] std::unique_ptr<HostUnderTest> MakeHostUnderTest();

@@ -39,12 +39,32 @@ class SimulatedSide : public HostUnderTest {
 
   void RemoveLink(const std::filesystem::path& link) override { std::filesystem::remove(link); }
 
-  std::string RedirectOutput(const std::function<void()>& writes) override {
+  std::string WithOutputTo(Output output, const std::function<void()>& writes) override {
+    constexpr auto kStream = platform::StandardStream::output;
+    using support::StreamTarget;
     host_.console.Forget();
-    host_.console.Redirect(platform::StandardStream::output, support::StreamTarget::redirected);
+    constexpr std::array kTargets{StreamTarget::console, StreamTarget::redirected,
+                                  StreamTarget::missing};  // as `Output` has them
+    host_.console.Redirect(kStream, kTargets.at(static_cast<std::size_t>(output)));
     writes();
-    host_.console.Redirect(platform::StandardStream::output, support::StreamTarget::console);
-    return host_.console.TextOf(platform::StandardStream::output);
+    host_.console.Redirect(kStream, StreamTarget::console);
+    return host_.console.TextOf(kStream);
+  }
+
+  void PressUpAndM() override {
+    for (const int key : {224, 72, int{'m'}}) host_.KeyPressed(key);
+  }
+
+  void CloseNextBox() override {}
+
+  std::filesystem::path Package(int number) override {
+    const std::filesystem::path path = fmt::format("C:/contract_{}.msi", number);
+    host_.PutFile(path, host_.installer.MakePackage(
+                            {.product_code = kProducts.at(static_cast<std::size_t>(number) - 1),
+                             .version = fmt::format("1.2.{}", number),
+                             .upgrade_code = kFamily,
+                             .files = {fmt::format("contract {}.txt", number)}}));
+    return path;
   }
 
  private:

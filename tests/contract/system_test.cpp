@@ -54,59 +54,83 @@ TEST_F(SystemContract, ComSaysThatItWasThere) {
   host_.system.UninitializeCom();
 }
 
-TEST_F(SystemContract, RedirectedOutputIsNoConsoleAndGetsTheTextAsItIs) {
-  const std::string written = side_->RedirectOutput([&] {
-    EXPECT_TRUE(host_.console.HasStream(StandardStream::output));
-    EXPECT_EQ(CodeOf(host_.console.Mode(StandardStream::output)), 6u);
-    EXPECT_EQ(CodeOf(host_.console.SetMode(StandardStream::output, 7)), 6u);
-    EXPECT_EQ(CodeOf(host_.console.Info()), 6u);
-    EXPECT_EQ(CodeOf(host_.console.SetTextAttributes(7)), 6u);
-    EXPECT_EQ(CodeOf(host_.console.SetCursor(0, 0)), 6u);
-    EXPECT_EQ(CodeOf(host_.console.SetCursorVisible(true)), 6u);
-    host_.console.Write(StandardStream::output,
-                        "Gr\xC3\xBC\xC3\x9F"
-                        "e \xE6\x97\xA5\n");
-    host_.console.Write(StandardStream::output, "second\n");
+const std::string kText = "Gr\u00FC\u00DFe\nzwei\n";
+
+TEST_F(SystemContract, AConsoleCanBeSetUpAndShowsTheText) {
+  platform::Console& console = host_.console;
+  const std::string shown = side_->WithOutputTo(Output::screen, [&] {
+    EXPECT_TRUE(console.SetOutputCodePage(platform::kUtf8CodePage));
+    const std::uint32_t mode = console.Mode(StandardStream::output).value_or(0);
+    for (const std::uint32_t wanted : {mode | platform::kVirtualTerminalProcessing, mode}) {
+      EXPECT_TRUE(console.SetMode(StandardStream::output, wanted));
+      EXPECT_EQ(console.Mode(StandardStream::output), wanted);
+    }
+    const auto info = console.Info();
+    ASSERT_TRUE(info) << CodeOf(info);
+    EXPECT_GT(info->Width(), 20);
+    EXPECT_GT(info->Height(), 5);
+    for (const std::uint16_t attributes : {std::uint16_t{0x1F}, info->attributes}) {
+      EXPECT_TRUE(console.SetTextAttributes(attributes));
+      EXPECT_EQ(console.Info()->attributes, attributes);
+    }
+    for (const bool visible : {false, true}) EXPECT_TRUE(console.SetCursorVisible(visible));
+    EXPECT_TRUE(console.SetCursor(0, 0));
+    console.Write(StandardStream::output, kText);
   });
-  EXPECT_EQ(PlainLines(written),
-            "Gr\xC3\xBC\xC3\x9F"
-            "e \xE6\x97\xA5\nsecond\n");
+  EXPECT_EQ(shown, kText);
 }
 
-TEST_F(SystemContract, ADumpFileIsMadeAnewEachTime) {
-  const fs::path path = scratch_ / "live.dmp";
-  PutBytes(path, "an older dump");
-  EXPECT_TRUE(host_.dump_writer.CreateDumpFile(path));
-  EXPECT_EQ(host_.files.SizeOf(path), 0u);
-  EXPECT_EQ(CodeOf(host_.dump_writer.CreateDumpFile(scratch_ / "missing" / "live.dmp")), 3u);
-  EXPECT_EQ(CodeOf(host_.dump_writer.CreateDumpFile(scratch_)), 5u);
+TEST_F(SystemContract, OutputElsewhereIsNoConsole) {
+  for (const Output output : {Output::file, Output::nowhere}) {
+    const std::string written = side_->WithOutputTo(output, [&] {
+      EXPECT_EQ(host_.console.HasStream(StandardStream::output), output == Output::file);
+      EXPECT_EQ(CodeOf(host_.console.Mode(StandardStream::output)), 6u);
+      EXPECT_EQ(CodeOf(host_.console.SetMode(StandardStream::output, 7)), 6u);
+      EXPECT_EQ(CodeOf(host_.console.Info()), 6u);
+      EXPECT_EQ(CodeOf(host_.console.SetTextAttributes(7)), 6u);
+      EXPECT_EQ(CodeOf(host_.console.SetCursor(0, 0)), 6u);
+      EXPECT_EQ(CodeOf(host_.console.SetCursorVisible(true)), 6u);
+      host_.console.Write(StandardStream::output, kText);
+    });
+    EXPECT_EQ(PlainLines(written), output == Output::file ? kText : "");
+  }
 }
 
-TEST_F(SystemContract, ALiveProcessCanBeDumped) {
+TEST_F(SystemContract, KeysComeAsTheCLibraryGivesThem) {
+  EXPECT_FALSE(host_.console.KeyWaiting());
+  side_->PressUpAndM();
+  for (const int key : {224, 72, int{'m'}}) {
+    ASSERT_TRUE(host_.console.KeyWaiting()) << key;
+    EXPECT_EQ(host_.console.ReadKey(), key);
+  }
+  EXPECT_FALSE(host_.console.KeyWaiting());
+}
+
+TEST_F(SystemContract, AnErrorBoxReturnsWhenItIsClosed) {
+  side_->CloseNextBox();
+  host_.system.ShowErrorBox("VOSK contract", "Nothing is wrong.");
+}
+
+TEST_F(SystemContract, ALiveProcessCanBeDumpedWithTheRights) {
   const auto child = StartChild(0, 60s);
   const fs::path path = scratch_ / "live.dmp";
+  PutBytes(path, "an older dump");
   {
     const auto process = host_.processes.Open(
         access::kQueryInformation | access::kReadMemory | access::kDuplicateHandles, child.pid);
-    ASSERT_TRUE(process);
+    const auto wait_only = host_.processes.Open(access::kSynchronize, child.pid);
     const auto file = host_.dump_writer.CreateDumpFile(path);
-    ASSERT_TRUE(file);
-    EXPECT_TRUE(
-        host_.dump_writer.WriteDump(*process, child.pid, *file, platform::kDumpWithThreadInfo));
+    ASSERT_TRUE(process && wait_only && file);
+    EXPECT_EQ(host_.files.SizeOf(path), 0u) << "it is made anew";
+    const auto dumped = [&](const platform::ProcessHandle& handle) {
+      return host_.dump_writer.WriteDump(handle, child.pid, *file, platform::kDumpWithThreadInfo)
+          .has_value();
+    };
+    EXPECT_FALSE(dumped(*wait_only));
+    EXPECT_TRUE(dumped(*process));
   }
   EXPECT_EQ(BytesOf(path).substr(0, 4), "MDMP");
   EXPECT_EQ(host_.processes.ExitCode(child.handle), 259u) << "it lives on";
-  EXPECT_TRUE(host_.processes.Terminate(child.handle, 1));
-}
-
-TEST_F(SystemContract, ADumpNeedsRights) {
-  const auto child = StartChild(0, 60s);
-  const auto file = host_.dump_writer.CreateDumpFile(scratch_ / "live.dmp");
-  ASSERT_TRUE(file);
-  const auto wait_only = host_.processes.Open(access::kSynchronize, child.pid);
-  ASSERT_TRUE(wait_only);
-  EXPECT_FALSE(
-      host_.dump_writer.WriteDump(*wait_only, child.pid, *file, platform::kDumpWithThreadInfo));
   EXPECT_TRUE(host_.processes.Terminate(child.handle, 1));
 }
 

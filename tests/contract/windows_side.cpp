@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 #include <windows.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/windows/wide.h"
 #include "platform/windows/windows_host.h"
 #include "tests/contract/host_under_test.h"
 #include "text/utf.h"
@@ -58,21 +60,73 @@ class WindowsSide : public HostUnderTest {
     return false;
   }
 
-  std::string RedirectOutput(const std::function<void()>& writes) override {
-    const std::filesystem::path path = *Bundle().system.TempPath() / L"vosk-contract-output.txt";
-    const HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                      CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  std::string WithOutputTo(Output output, const std::function<void()>& writes) override {
+    const bool on_screen = output == Output::screen;
+    const std::filesystem::path file = *Bundle().system.TempPath() / L"vosk-contract-output.txt";
+    const HANDLE target = output == Output::nowhere ? nullptr
+                          : on_screen               ? Open(L"CONOUT$", OPEN_EXISTING)
+                                                    : Open(file, CREATE_ALWAYS);
     const HANDLE found = ::GetStdHandle(STD_OUTPUT_HANDLE);
-    ::SetStdHandle(STD_OUTPUT_HANDLE, file);
+    ::SetStdHandle(STD_OUTPUT_HANDLE, target);
     writes();
     ::SetStdHandle(STD_OUTPUT_HANDLE, found);
-    ::CloseHandle(file);
-    const std::string arrived = BytesOf(path);
-    ::DeleteFileW(path.c_str());
+    const std::string shown = on_screen ? FirstLinesOf(target) : "";
+    ::CloseHandle(target);
+    const std::string arrived = on_screen ? shown : BytesOf(file);
+    ::DeleteFileW(file.c_str());
     return arrived;
   }
 
+  void PressUpAndM() override {
+    const HANDLE keyboard = Open(L"CONIN$", OPEN_EXISTING);
+    for (const auto& [key, character] : {std::pair(VK_UP, L'\0'), std::pair(int{'M'}, L'm')}) {
+      INPUT_RECORD record{.EventType = KEY_EVENT, .Event = {}};
+      record.Event.KeyEvent.wRepeatCount = 1;
+      record.Event.KeyEvent.wVirtualKeyCode = static_cast<WORD>(key);
+      record.Event.KeyEvent.wVirtualScanCode =
+          static_cast<WORD>(::MapVirtualKeyW(static_cast<UINT>(key), MAPVK_VK_TO_VSC));
+      record.Event.KeyEvent.uChar.UnicodeChar = character;
+      record.Event.KeyEvent.dwControlKeyState = key == VK_UP ? ENHANCED_KEY : 0;
+      for (const BOOL down : {TRUE, FALSE}) {
+        record.Event.KeyEvent.bKeyDown = down;
+        DWORD written = 0;
+        EXPECT_TRUE(::WriteConsoleInputW(keyboard, &record, 1, &written));
+      }
+    }
+    ::CloseHandle(keyboard);
+  }
+
+  // The box runs this thread's messages, also those of a timer.
+  void CloseNextBox() override {
+    ::SetTimer(nullptr, 0, 100, [](HWND, UINT, UINT_PTR, DWORD) {
+      ::PostMessageW(::GetActiveWindow(), WM_CLOSE, 0, 0);
+    });
+  }
+
+  // The build puts the packages beside the program.
+  std::filesystem::path Package(int number) override {
+    return Bundle().system.ModulePath()->parent_path() / fmt::format("contract_{}.msi", number);
+  }
+
  private:
+  static HANDLE Open(const std::filesystem::path& name, DWORD disposition) {
+    return ::CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE,
+                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, disposition,
+                         FILE_ATTRIBUTE_NORMAL, nullptr);
+  }
+
+  static std::string FirstLinesOf(HANDLE screen) {
+    std::string lines;
+    for (SHORT row = 0; row < 2; ++row) {
+      std::array<wchar_t, 40> cells{};
+      DWORD read = 0;
+      ::ReadConsoleOutputCharacterW(screen, cells.data(), cells.size(), {0, row}, &read);
+      const std::wstring_view line(cells.data(), read);
+      lines += platform::windows::FromWide(line.substr(0, line.find_last_not_of(L' ') + 1)) + '\n';
+    }
+    return lines;
+  }
+
   platform::windows::WindowsHost host_;
 };
 
@@ -80,6 +134,19 @@ class WindowsSide : public HostUnderTest {
 
 std::unique_ptr<HostUnderTest> MakeHostUnderTest() {
   return std::make_unique<WindowsSide>();
+}
+
+// Takes a console without a window, which needs no display and takes keys. It comes with a child.
+void TakeConsole() {
+  platform::windows::WindowsHost host;
+  auto& processes = host.Bundle().processes;
+  ::FreeConsole();
+  const auto child = processes.Start(
+      {.command_line = fmt::format("\"{}\" --child 0 60000",
+                                   text::PathToUtf8(*host.Bundle().system.ModulePath())),
+       .console = platform::ConsoleOfChild::no_window});
+  while (child && !::AttachConsole(child->pid)) ::Sleep(10);
+  if (child) static_cast<void>(processes.Terminate(child->handle, 0));
 }
 
 }  // namespace vosk::contract
@@ -90,6 +157,7 @@ int main(int argc, char** argv) {
     // The code may use all 32 bits.
     ::ExitProcess(static_cast<UINT>(std::strtoul(argv[2], nullptr, 10)));
   }
+  vosk::contract::TakeConsole();
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }
