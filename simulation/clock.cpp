@@ -78,17 +78,21 @@ void SimClock::MoveTo(Duration time) {
 void SimClock::Advance(Duration limit, const std::function<bool()>& done) {
   const Duration deadline = elapsed_ + limit;
   if (deadline > budget_) choke_.ExceedBudget(fmt::format("{} s of virtual time", budget_ / 1s));
+  bool something_happened = false;
   while (!done || !done()) {
     const auto next = happenings_.begin();
     if (next == happenings_.end() || next->first > deadline) {
       // Later where something on the way took time itself.
       MoveTo(deadline);
+      // Seen only now, after all of the wait.
+      if (something_happened) Wake();
       return;
     }
     MoveTo(next->first);
     const auto happen = std::move(next->second.happen);
     happenings_.erase(next);
     Wake();
+    something_happened = true;
     happen();
   }
 }

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <deque>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -102,12 +103,27 @@ int SweepAll(const Wish& wish) {
   return broken ? kBroken : kKept;
 }
 
+// Each broken promise with the lines before it.
+void ShowWhatLedToBreaks(Life& life, std::deque<std::string>& lines) {
+  constexpr std::size_t kLines = 40;
+  life.witness.on_line = [&lines](std::string_view line) {
+    lines.emplace_back(line);
+    if (lines.size() > kLines) lines.pop_front();
+  };
+  life.witness.on_break = [&lines](const BrokenPromise& broken) {
+    for (const std::string& line : lines) fmt::print("{}\n", line);
+    fmt::print("BROKEN: {}: {}\n\n", broken.promise, broken.how);
+  };
+}
+
 int LiveYears(const Wish& wish) {
   Summary summary;
   for (int year = 0; year < wish.years; ++year) {
     const unsigned seed = wish.seed + static_cast<unsigned>(year);
     Life life;
     DrawYear(life, seed);
+    std::deque<std::string> lines;
+    if (wish.years == 1) ShowWhatLedToBreaks(life, lines);
     life.Run(kYear);
     summary.Add({.seed = seed,
                  .tally = life.witness.Counted(),

@@ -154,6 +154,7 @@ class Year {
 void DrawYear(Life& life, unsigned seed) {
   life.host.processes.forgets_the_ended = true;
   life.host.files.discarded = life.host.LogFile();
+  life.host.clock.SetLeap(30min);
   Year(life, seed).Draw();
 }
 

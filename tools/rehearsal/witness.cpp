@@ -75,6 +75,7 @@ void Witness::Break(std::string promise, std::string how) {
   };
   if (std::ranges::any_of(broken_, same)) return;
   broken_.push_back({std::move(promise), std::move(how), host_.clock.Elapsed()});
+  if (on_break) on_break(broken_.back());
 }
 
 void Witness::VoskBegins() {
@@ -166,10 +167,8 @@ bool Witness::CoreIsWatched() {
 
 void Witness::SeeOperation(std::string_view operation, const std::string& subject) {
   if (operation == "clock.SleepFor") return SeeCycle();
-  if (operation == "console.KeyWaiting") {
-    loop_runs_ = true;
-    last_cycle_ = host_.clock.Elapsed();
-  }
+  if (operation == "console.KeyWaiting") loop_runs_ = true;
+  if (operation == "files.FreeSpace") last_cycle_ = host_.clock.Elapsed();
   if (operation == "files.Remove") CheckRemoval(subject);
   if (operation == "processes.Terminate") CheckEndedProcess(subject);
   if (operation == "processes.RunShellCommand") {

@@ -59,6 +59,8 @@ class Witness {
 
   [[nodiscard]] const std::vector<BrokenPromise>& Broken() const { return broken_; }
   [[nodiscard]] const Tally& Counted() const { return tally_; }
+  // Called when a promise is broken.
+  std::function<void(const BrokenPromise&)> on_break;
   // Called with every line of the log as it is written.
   std::function<void(std::string_view)> on_line;
 
