@@ -22,7 +22,12 @@ std::string NewWrites(SimulatedHost& host) {
   std::string lines;
   for (const auto& [stream, text] : host.console.Written()) {
     std::string bytes;
-    for (const char c : text) bytes += c == '\x1b' ? "\\e" : c == '\n' ? "\\n" : std::string(1, c);
+    for (const char c : text) {
+      bytes += c == '\x1b' ? "\\e"
+               : c == '\n' ? "\\n"
+               : c < 0     ? fmt::format("\\x{:02x}", static_cast<unsigned char>(c))
+                           : std::string(1, c);
+    }
     if (bytes.size() > 120) bytes.replace(45, bytes.size() - 60, " ... ");
     lines += fmt::format("  {} {}\n", stream == StandardStream::output ? "out" : "err", bytes);
   }

@@ -45,17 +45,17 @@ class ZipReaderTest : public testing::Test {
 };
 
 TEST_F(ZipReaderTest, WritesTheMemberToTheFileThatTheCallerNames) {
-  const std::string archive = ZipBytes({{"readme.txt", "no"},
+  const std::pair<std::string, std::string> members[] = {{"PROGRAM.EXE", Program()},
+                                                         {"empty", ""},
+                                                         {"../climbs.exe", "climbs"},
+                                                         {"C:/VOSK/absolute.exe", "absolute"}};
+  const std::string archive = ZipBytes({{"bin/program.exe", "deeper"},
+                                        {"program.exe.bak", "older"},
                                         {"program.exe", Program()},
                                         {"empty", ""},
                                         {"../climbs.exe", "climbs"},
                                         {"C:/VOSK/absolute.exe", "absolute"}});
-  const std::pair<std::string, std::string> rows[] = {{"program.exe", Program()},
-                                                      {"PROGRAM.EXE", Program()},
-                                                      {"empty", ""},
-                                                      {"../climbs.exe", "climbs"},
-                                                      {"C:/VOSK/absolute.exe", "absolute"}};
-  for (const auto& [member, bytes] : rows) {
+  for (const auto& [member, bytes] : members) {
     SCOPED_TRACE(member);
     host_.PutFile(kTarget, std::string(1'000'000, 'x'));
     EXPECT_EQ(Extract(archive, member), "done");
@@ -63,13 +63,6 @@ TEST_F(ZipReaderTest, WritesTheMemberToTheFileThatTheCallerNames) {
   }
   EXPECT_EQ(SimulatedHost::NamesIn("."), (std::vector<std::string>{"C:", "out", "package.zip"}));
   EXPECT_EQ(SimulatedHost::NamesIn("C:/VOSK"), std::vector<std::string>{"VOSK.exe"});
-}
-
-TEST_F(ZipReaderTest, FindsWholeNamesOnly) {
-  const std::string archive = ZipBytes({{"bin/program.exe", "deeper"}, {"program.exe.bak", "old"}});
-  EXPECT_EQ(Extract(archive), "no such member");
-  EXPECT_EQ(Extract(ZipBytes({})), "no such member");
-  EXPECT_FALSE(fs::exists(kTarget));
 }
 
 TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
@@ -81,22 +74,12 @@ TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
   };
   // Within the directory's entry: flags, checksum and sizes.
   const std::size_t entry = whole.find("PK\1\2");
-  struct Row {
-    std::string name;
-    std::string archive;
-    std::string outcome;
-    std::string member = "program.exe";
-  };
   const std::string undone = "decompression failed or archive is corrupted";
-  const Row rows[] = {
+  const std::tuple<std::string, std::string, std::string> rows[] = {
       {"empty", "", "cannot open: not a ZIP archive"},
       {"a page", "<html>" + std::string(1000, ' ') + "</html>",
        "cannot open: failed finding central directory"},
-      {"truncated", whole.substr(0, whole.size() - 30),
-       "cannot open: failed finding central directory"},
       {"end only", whole.substr(whole.size() - 22),
-       "cannot open: invalid header or archive is corrupted"},
-      {"beginning missing", whole.substr(100),
        "cannot open: invalid header or archive is corrupted"},
       {"senseless bytes", with(kBytes, std::string(200, '\xff')), undone},
       {"another checksum", with(entry + 16, "\1\2\3\4"), undone},
@@ -107,42 +90,36 @@ TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
       {"encrypted", with(entry + 8, "\1"), "unsupported feature"},
       {"unknown method", with(entry + 10, "\x0e"), "unsupported feature"},
       {"no local header", with(0, "XX"), "invalid header or archive is corrupted"},
-      {"a folder", whole, "unsupported feature", "folder/"},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(Extract(row.archive, row.member), row.outcome);
-    EXPECT_FALSE(fs::exists(kTarget));
+  for (const auto& [name, archive, outcome] : rows) {
+    EXPECT_EQ(Extract(archive), outcome) << name;
+    EXPECT_FALSE(fs::exists(kTarget)) << name;
   }
+  EXPECT_EQ(Extract(whole, "folder/"), "unsupported feature");
   fs::remove(kZip);
-  ZipReader reader(host_.files);
-  EXPECT_EQ(reader.Open(kZip).error(), "file open failed");
+  EXPECT_EQ(ZipReader(host_.files).Open(kZip).error(), "file open failed");
 }
 
 TEST_F(ZipReaderTest, TellsWhereTheDiskIsFullAndClearsAway) {
   // Little stays in the C library's buffer until the file is closed.
-  const std::pair<std::string, std::string> rows[] = {{"short", "file close failed"},
-                                                      {Program(), "write callback failed"}};
-  for (const auto& [bytes, outcome] : rows) {
+  for (const auto& [bytes, outcome] :
+       {std::pair<std::string, std::string>{"x", "file close failed"},
+        {Program(), "write callback failed"}}) {
     const std::string archive = ZipBytes({{"program.exe", bytes}});
     fs::create_symlink("/dev/full", kTarget);
     EXPECT_EQ(Extract(archive), outcome);
     EXPECT_FALSE(fs::is_symlink(kTarget));
-
-    fs::create_symlink("/dev/full", kTarget);
-    host_.FailNext("files.Remove", 32);
-    EXPECT_EQ(Extract(archive), outcome +
-                                    " (the incomplete file stays: The process cannot access the "
-                                    "file because it is being used by another process.)");
-    fs::remove(kTarget);
-    host_.choke.faults.Clear();
   }
+  fs::create_symlink("/dev/full", kTarget);
+  host_.FailNext("files.Remove", 5);
+  EXPECT_EQ(Extract(ZipBytes({{"program.exe", "x"}})),
+            "file close failed (the incomplete file stays: Access is denied.)");
 }
 
 TEST_F(ZipReaderTest, LeavesAloneWhatItCouldNotOpen) {
-  fs::create_directories(kTarget / "inside");
+  fs::create_directory(kTarget);
   EXPECT_EQ(Extract(ZipBytes({{"program.exe", "x"}})), "file open failed");
-  EXPECT_TRUE(fs::exists(kTarget / "inside"));
+  EXPECT_TRUE(fs::exists(kTarget));
 }
 
 }  // namespace
