@@ -25,21 +25,20 @@ std::string ByWidth(const StatusSnapshot& status, const TransferProgress& progre
   std::string before;
   for (int width = 1; width <= 250; ++width) {
     Terminal terminal(width, 3);
-    terminal.Write("\x1b[2;1H" + BuildStatusRow(status, progress, width));
+    const std::string bytes = BuildStatusRow(status, progress, width);
+    terminal.Write("\x1b[2;1H" + bytes);
     const std::string row = terminal.RowText(2);
     if (row != before) text += fmt::format("{:4} |{}\n", width, row);
     before = row;
-    EXPECT_EQ(terminal.CursorRow(), 2) << row;
     EXPECT_EQ(terminal.RowText(3), "") << row;
     // Some terminals wrap at once where the last column is written to.
-    EXPECT_LT(DisplayWidth(PlainText(BuildStatusRow(status, progress, width))), width) << row;
+    EXPECT_LT(DisplayWidth(PlainText(bytes)), width) << row;
     EXPECT_TRUE(terminal.RowBackground(2).ends_with(fmt::format(" to {}", width))) << row;
   }
   return text + '\n';
 }
 
 TEST(Layouts, OfTheStatusBar) {
-  const StatusSnapshot none{.core_version = "0.0.0"};
   const StatusSnapshot running{
       .core_pid = 4711, .core_version = "1.2.3a", .crash_count = 1, .uptime = 3723s};
   const StatusSnapshot long_running{
@@ -52,7 +51,7 @@ TEST(Layouts, OfTheStatusBar) {
                               .uptime = 24h * 99'999,
                               .red_alert = true};
   TransferProgress progress;
-  std::string text = ByWidth(none, progress) + ByWidth(running, progress) +
+  std::string text = ByWidth({.core_version = "0.0.0"}, progress) + ByWidth(running, progress) +
                      ByWidth(long_running, progress) + ByWidth(alert, progress);
   progress.Begin("Zipping");
   text += ByWidth(running, progress);
