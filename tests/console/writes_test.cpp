@@ -150,10 +150,10 @@ TEST(WritesUnderFaults, LoseNoLineOnBothSides) {
     screen.SetupScrollRegion();
     log.LogWarn("first");
     host.console.info.bottom -= 5;
-    screen.FollowWindowSize();
-    screen.FollowWindowSize();
+    const bool once = screen.FollowWindowSize();
+    const bool twice = screen.FollowWindowSize();
     log.LogWarn("second");
-    return fmt::format("modes {} and {}, colours {}\n{}",
+    return fmt::format("laid out again {}, then {}, modes {} and {}, colours {}\n{}", once, twice,
                        host.console.ModeOf(StandardStream::output),
                        host.console.ModeOf(StandardStream::error),
                        log.EnableVirtualTerminal() ? "on" : "off", NewWrites(host));

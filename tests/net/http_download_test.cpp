@@ -167,10 +167,10 @@ TEST(HttpDownloadUnderFaults, FilesThatCannotBeOpenedOrRemovedAreTold) {
 }
 
 TEST_F(HttpDownloadTest, ShowsHowFarItHasCome) {
-  clock_.step = std::chrono::milliseconds(200);
+  clock_.step = std::chrono::milliseconds(50);
   double highest = 0;
   log_.Sink().SetRedrawHook([&] { highest = std::max(highest, progress_.Percentage()); });
-  std::string body(2 << 20, 'x');
+  std::string body(32 << 20, 'x');
   for (std::size_t at = 0; at < body.size(); at += 1'000) body[at] = static_cast<char>(at % 101);
   Download();
   peer_.Answer("200 OK", {}, body);
@@ -178,7 +178,7 @@ TEST_F(HttpDownloadTest, ShowsHowFarItHasCome) {
   EXPECT_EQ(highest, 99.9);
   // The first, the last, and not more than two in a second.
   EXPECT_LE(progress_lines_.size(), 2 + clock_.Elapsed() / std::chrono::milliseconds(500));
-  EXPECT_EQ(progress_lines_.back(), "[PROG] Downloading: 2.00 MB / 2.00 MB (100.0%)");
+  EXPECT_EQ(progress_lines_.back(), "[PROG] Downloading: 32.00 MB / 32.00 MB (100.0%)");
   peer_.Drop();
   clock_.step = std::chrono::milliseconds(1'001);
   Download();
