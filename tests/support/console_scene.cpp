@@ -51,44 +51,32 @@ void ConsoleScene::Resize(int columns, int rows) {
   host.console.info.bottom = rows - 1;
 }
 
-void ConsoleScene::CoreRuns() {
-  status.core_pid = 4711;
-  status.core_version = "1.2.3a";
-  status.crash_count = 1;
-  status.uptime = 1h + 2min + 3s;
-}
-
 void ConsoleScene::LogCrashAndRelaunch() {
   const auto coloured = [this](std::string_view sequence, std::string_view text) {
     return fmt::format("{}{}{}", log.Colour(sequence), text, log.Colour(console::kReset));
   };
-  log.LogWarn("Previously monitored target process (PID 3816) has terminated.");
-  log.LogInfo("Target process final exit code: 3221225477 (0xc0000005)");
-  log.LogError("Target process exited abnormally (Code: 3221225477). Assuming crash #1");
-  log.LogInfo("Waiting 2500ms for dump file generation...");
-  host.clock.SleepFor(2500ms);
-  log.LogInfo("Found 1 new dump file(s) to process.");
-  host.clock.SleepFor(4s);
-  log.LogInfo("--- Target process is not running ---");
-  log.LogInfo("Crash Count So Far: 1");
-  log.LogInfo("Attempting relaunch of VELDRAN Core after 5000ms delay...");
-  host.clock.SleepFor(5s);
-  log.LogInfo("VELDRAN Core relaunched successfully.");
-  host.clock.SleepFor(2s);
-  log.LogInfo(fmt::format("New Target Process PID: {}", coloured(console::kMagenta, "4711")));
-  log.LogInfo("ProcDump monitor started for new target PID 4711");
-  host.clock.SleepFor(1h + 2min + 1s);
-  log.LogInfo(fmt::format("Target PID {} running for: {}. Crash count: {}",
-                          coloured(console::kMagenta, "4711"),
-                          coloured(console::kGreen, "1h 2m 3s"), coloured(console::kYellow, "1")));
-}
-
-std::vector<std::string> ConsoleScene::WritesOf(const std::function<void()>& action) {
-  Shown();
-  action();
-  std::vector<std::string> writes;
-  for (const auto& written : host.console.Written()) writes.push_back(written.text);
-  return writes;
+  const std::string pid = coloured(console::kMagenta, "4711");
+  const std::string uptime = coloured(console::kGreen, "1h 2m 3s");
+  const std::tuple<std::chrono::milliseconds, const char*, std::string> lines[] = {
+      {0s, "WARN", "Previously monitored target process (PID 3816) has terminated."},
+      {0s, "INFO", "Target process final exit code: 3221225477 (0xc0000005)"},
+      {0s, "ERROR", "Target process exited abnormally (Code: 3221225477). Assuming crash #1"},
+      {0s, "INFO", "Waiting 2500ms for dump file generation..."},
+      {2500ms, "INFO", "Found 1 new dump file(s) to process."},
+      {4s, "INFO", "--- Target process is not running ---"},
+      {0s, "INFO", "Crash Count So Far: 1"},
+      {0s, "INFO", "Attempting relaunch of VELDRAN Core after 5000ms delay..."},
+      {5s, "INFO", "VELDRAN Core relaunched successfully."},
+      {2s, "INFO", "New Target Process PID: " + pid},
+      {0s, "INFO", "ProcDump monitor started for new target PID 4711"},
+      {3721s, "INFO",
+       fmt::format("Target PID {} running for: {}. Crash count: {}", pid, uptime,
+                   coloured(console::kYellow, "1"))}};
+  status = {.core_pid = 4711, .core_version = "1.2.3a", .crash_count = 1, .uptime = 3723s};
+  for (const auto& [after, level, text] : lines) {
+    host.clock.SleepFor(after);
+    log.LogMessage(level, text);
+  }
 }
 
 Terminal& ConsoleScene::Shown() {

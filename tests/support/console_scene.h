@@ -1,7 +1,6 @@
 // The console's pieces put together as the supervisor does, before a terminal of a given size.
 #pragma once
 
-#include <functional>
 #include <random>
 #include <string>
 
@@ -28,12 +27,8 @@ class ConsoleScene {
   void CloseMenu();
   // The operator drags the window to another size.
   void Resize(int columns, int rows);
-  // A Core that has been up for an hour, after one crash.
-  void CoreRuns();
-  // The log from the end of another Core to the hour of this one.
+  // The log from the end of one Core to the hour of the next.
   void LogCrashAndRelaunch();
-  // Runs the action and gives what it writes, by call.
-  std::vector<std::string> WritesOf(const std::function<void()>& action);
 
   // The terminal with all that was written so far.
   Terminal& Shown();

@@ -1,15 +1,10 @@
 #include "tests/support/terminal.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
+#include "tests/support/stored_text.h"
 #include "text/utf.h"
 
 namespace vosk::support {
@@ -53,10 +48,6 @@ std::string Frame(const Terminal& terminal, std::string (Terminal::*row_of)(int)
     frame += fmt::format("|{:<{}}|\n", (terminal.*row_of)(row), terminal.Columns());
   }
   return frame + edge;
-}
-
-std::filesystem::path StoredScreen(const std::string& name) {
-  return std::filesystem::path(VOSK_TESTS_DIRECTORY) / "console" / "screens" / (name + ".txt");
 }
 
 }  // namespace
@@ -160,18 +151,7 @@ std::string ScreenText(const Terminal& terminal) {
 }
 
 void ExpectScreen(const Terminal& terminal, const std::string& name) {
-  const std::string shown = ScreenText(terminal);
-  const std::filesystem::path path = StoredScreen(name);
-  if (std::getenv("VOSK_RENEW_SCREENS") != nullptr) {
-    std::ofstream(path, std::ios::binary) << shown;
-    return;
-  }
-  std::ifstream file(path, std::ios::binary);
-  ASSERT_TRUE(file) << "no stored screen " << name << "; scripts/renew-screens makes it";
-  std::ostringstream stored;
-  stored << file.rdbuf();
-  EXPECT_EQ(stored.str(), shown) << "differs from the stored screen " << name
-                                 << "; scripts/renew-screens stores what is shown now";
+  ExpectStoredText("console/screens/" + name + ".txt", ScreenText(terminal));
 }
 
 }  // namespace vosk::support

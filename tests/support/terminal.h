@@ -53,8 +53,7 @@ class Terminal {
 // The whole screen as plain text that a person can read.
 [[nodiscard]] std::string ScreenText(const Terminal& terminal);
 
-// Compares the screen with tests/console/screens/NAME.txt, or renews that file where the
-// environment variable VOSK_RENEW_SCREENS is set.
+// Expects the screen that is stored as tests/console/screens/NAME.txt.
 void ExpectScreen(const Terminal& terminal, const std::string& name);
 
 }  // namespace vosk::support

@@ -9,7 +9,6 @@ namespace vosk::zip {
 namespace {
 
 namespace fs = std::filesystem;
-using support::CheckedHost;
 using support::SimulatedHost;
 using support::ZipBytes;
 
@@ -27,49 +26,33 @@ class ZipReaderTest : public testing::Test {
  protected:
   ZipReaderTest() { fs::create_directories(kTarget.parent_path()); }
 
-  // Opens an archive of these bytes, finds the member and extracts it: "done", "no such member", or
-  // what went wrong.
+  // Opens an archive of these bytes and extracts the member: "done", or what went wrong.
   std::string Extract(const std::string& archive, const std::string& member = "program.exe") {
     host_.PutFile(kZip, archive);
     ZipReader reader(host_.files);
     if (const auto opened = reader.Open(kZip); !opened) return "cannot open: " + opened.error();
     // The reader remembers a name that it did not find; no later error is to be mistaken for it.
     EXPECT_FALSE(reader.Locate("no such member"));
-    const auto index = reader.Locate(member);
-    if (!index) return "no such member";
-    const auto extracted = reader.ExtractToFile(*index, kTarget);
+    const auto extracted = reader.ExtractToFile(reader.Locate(member).value(), kTarget);
     return extracted ? "done" : extracted.error();
   }
 
-  CheckedHost host_;
+  support::CheckedHost host_;
 };
 
 TEST_F(ZipReaderTest, WritesTheMemberToTheFileThatTheCallerNames) {
-  const std::string archive = ZipBytes({{"readme.txt", "no"},
-                                        {"program.exe", Program()},
-                                        {"empty", ""},
-                                        {"../climbs.exe", "climbs"},
-                                        {"C:/VOSK/absolute.exe", "absolute"}});
-  const std::pair<std::string, std::string> rows[] = {{"program.exe", Program()},
-                                                      {"PROGRAM.EXE", Program()},
-                                                      {"empty", ""},
-                                                      {"../climbs.exe", "climbs"},
-                                                      {"C:/VOSK/absolute.exe", "absolute"}};
-  for (const auto& [member, bytes] : rows) {
-    SCOPED_TRACE(member);
+  const std::vector<support::ZipMember> members = {
+      {"bin/program.exe", "deeper"}, {"program.exe.bak", "older"},
+      {"program.exe", Program()},    {"empty", ""},
+      {"../climbs.exe", "climbs"},   {"C:/VOSK/absolute.exe", "absolute"}};
+  for (const auto& [member, bytes] : members) {
     host_.PutFile(kTarget, std::string(1'000'000, 'x'));
-    EXPECT_EQ(Extract(archive, member), "done");
-    EXPECT_TRUE(SimulatedHost::ReadFile(kTarget) == bytes);
+    EXPECT_EQ(Extract(ZipBytes(members), member), "done");
+    EXPECT_TRUE(SimulatedHost::ReadFile(kTarget) == bytes) << member;
   }
+  EXPECT_EQ(Extract(ZipBytes(members), "PROGRAM.EXE"), "done");
   EXPECT_EQ(SimulatedHost::NamesIn("."), (std::vector<std::string>{"C:", "out", "package.zip"}));
   EXPECT_EQ(SimulatedHost::NamesIn("C:/VOSK"), std::vector<std::string>{"VOSK.exe"});
-}
-
-TEST_F(ZipReaderTest, FindsWholeNamesOnly) {
-  const std::string archive = ZipBytes({{"bin/program.exe", "deeper"}, {"program.exe.bak", "old"}});
-  EXPECT_EQ(Extract(archive), "no such member");
-  EXPECT_EQ(Extract(ZipBytes({})), "no such member");
-  EXPECT_FALSE(fs::exists(kTarget));
 }
 
 TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
@@ -81,22 +64,12 @@ TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
   };
   // Within the directory's entry: flags, checksum and sizes.
   const std::size_t entry = whole.find("PK\1\2");
-  struct Row {
-    std::string name;
-    std::string archive;
-    std::string outcome;
-    std::string member = "program.exe";
-  };
   const std::string undone = "decompression failed or archive is corrupted";
-  const Row rows[] = {
+  const std::tuple<std::string, std::string, std::string> rows[] = {
       {"empty", "", "cannot open: not a ZIP archive"},
       {"a page", "<html>" + std::string(1000, ' ') + "</html>",
        "cannot open: failed finding central directory"},
-      {"truncated", whole.substr(0, whole.size() - 30),
-       "cannot open: failed finding central directory"},
       {"end only", whole.substr(whole.size() - 22),
-       "cannot open: invalid header or archive is corrupted"},
-      {"beginning missing", whole.substr(100),
        "cannot open: invalid header or archive is corrupted"},
       {"senseless bytes", with(kBytes, std::string(200, '\xff')), undone},
       {"another checksum", with(entry + 16, "\1\2\3\4"), undone},
@@ -104,45 +77,37 @@ TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
       {"shorter than told", with(entry + 24, "\1\1\1\1"), "unexpected decompressed size"},
       {"nothing compressed", with(entry + 20, std::string_view("\0\0\0\0\xff\xff\xff\xff", 8)),
        "invalid header or archive is corrupted"},
-      {"encrypted", with(entry + 8, "\1"), "unsupported feature"},
       {"unknown method", with(entry + 10, "\x0e"), "unsupported feature"},
       {"no local header", with(0, "XX"), "invalid header or archive is corrupted"},
-      {"a folder", whole, "unsupported feature", "folder/"},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_EQ(Extract(row.archive, row.member), row.outcome);
-    EXPECT_FALSE(fs::exists(kTarget));
+  for (const auto& [name, archive, outcome] : rows) {
+    EXPECT_EQ(Extract(archive), outcome) << name;
+    EXPECT_FALSE(fs::exists(kTarget)) << name;
   }
+  EXPECT_EQ(Extract(whole, "folder/"), "unsupported feature");
   fs::remove(kZip);
-  ZipReader reader(host_.files);
-  EXPECT_EQ(reader.Open(kZip).error(), "file open failed");
+  EXPECT_EQ(ZipReader(host_.files).Open(kZip).error(), "file open failed");
 }
 
 TEST_F(ZipReaderTest, TellsWhereTheDiskIsFullAndClearsAway) {
   // Little stays in the C library's buffer until the file is closed.
-  const std::pair<std::string, std::string> rows[] = {{"short", "file close failed"},
-                                                      {Program(), "write callback failed"}};
-  for (const auto& [bytes, outcome] : rows) {
-    const std::string archive = ZipBytes({{"program.exe", bytes}});
+  for (const auto& [bytes, outcome] :
+       {std::pair<std::string, std::string>{"x", "file close failed"},
+        {Program(), "write callback failed"}}) {
     fs::create_symlink("/dev/full", kTarget);
-    EXPECT_EQ(Extract(archive), outcome);
+    EXPECT_EQ(Extract(ZipBytes({{"program.exe", bytes}})), outcome);
     EXPECT_FALSE(fs::is_symlink(kTarget));
-
-    fs::create_symlink("/dev/full", kTarget);
-    host_.FailNext("files.Remove", 32);
-    EXPECT_EQ(Extract(archive), outcome +
-                                    " (the incomplete file stays: The process cannot access the "
-                                    "file because it is being used by another process.)");
-    fs::remove(kTarget);
-    host_.choke.faults.Clear();
   }
+  fs::create_symlink("/dev/full", kTarget);
+  host_.FailNext("files.Remove", 5);
+  EXPECT_EQ(Extract(ZipBytes({{"program.exe", "x"}})),
+            "file close failed (the incomplete file stays: Access is denied.)");
 }
 
 TEST_F(ZipReaderTest, LeavesAloneWhatItCouldNotOpen) {
-  fs::create_directories(kTarget / "inside");
+  fs::create_directory(kTarget);
   EXPECT_EQ(Extract(ZipBytes({{"program.exe", "x"}})), "file open failed");
-  EXPECT_TRUE(fs::exists(kTarget / "inside"));
+  EXPECT_TRUE(fs::exists(kTarget));
 }
 
 }  // namespace
