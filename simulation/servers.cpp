@@ -126,7 +126,9 @@ bool SimServers::Request(std::string_view operation, bool server_answers) {
   ++requests;
   const bool refused = host_.choke.Announce(operation).has_value();
   const bool succeeds = server_answers && !refused;
+  const Duration begun = host_.clock.Elapsed();
   host_.clock.Advance(succeeds ? transfer_time : refusal_time);
+  time_spent += host_.clock.Elapsed() - begun;
   return succeeds;
 }
 

@@ -52,6 +52,7 @@ class SimServers : public supervisor::Network {
   int open_initialisations = 0;
   int version_queries = 0;
   std::uint64_t requests = 0;  // of every kind
+  Duration time_spent{0};      // on all of them
   std::vector<ReceivedReport> received;
 
  private:

@@ -125,6 +125,11 @@ void SimulatedHost::FurnishWindows() {
   const std::string dot_net = R"(SOFTWARE\Microsoft\NET Framework Setup\NDP\v4\Full)";
   registry.PutNumber(dot_net, "Install", 1);
   registry.PutNumber(dot_net, "Release", 533320);
+  for (const char* name : {"ucrtbase.dll", "msvcp140.dll"}) {
+    const fs::path path = machine.system_directory / name;
+    PutFile(path, "MZ");
+    machine.file_versions[path] = {14, 38, 33135, 0};
+  }
 }
 
 void SimulatedHost::FailNext(std::string operation, std::uint32_t code, int times) {

@@ -110,9 +110,13 @@ void ShowWhatLedToBreaks(Life& life, std::deque<std::string>& lines) {
     lines.emplace_back(line);
     if (lines.size() > kLines) lines.pop_front();
   };
-  life.witness.on_break = [&lines](const BrokenPromise& broken) {
+  life.witness.on_break = [&lines, &life](const BrokenPromise& broken) {
     for (const std::string& line : lines) fmt::print("{}\n", line);
-    fmt::print("BROKEN: {}: {}\n\n", broken.promise, broken.how);
+    for (const auto& [pid, process] : life.host.processes.Table()) {
+      if (process.running) fmt::print("running: {} {}\n", pid, process.command_line);
+    }
+    fmt::print("BROKEN after {} s: {}: {}\n\n", broken.at.count() / 1000, broken.promise,
+               broken.how);
   };
 }
 

@@ -27,7 +27,7 @@ constexpr std::pair<std::string_view, std::uint32_t> kRefusals[] = {
     {"files.Rename", 32},
     {"files.Exists", 5},
     {"files.CreateDirectories", 112},
-    {"files.OpenForAppending", 13},
+
     {"dump_writer.WriteDump", 0x80070070}};
 
 class Year {

@@ -28,10 +28,13 @@ constexpr std::uint64_t kMostRequestsAnHour = 400;
 
 constexpr std::u16string_view kMonitors[] = {u"procdump64.exe", u"procdump.exe"};
 
+constexpr std::string_view kHalt = "Storage space not sufficient. Halting VOSK Operations.";
+
 // Lines of warning that belong to a crash and its report, and stand in nobody's way.
 constexpr std::string_view kOrdinaryWarnings[] = {
     "Previously monitored target process", "Target process exited abnormally",
-    "IMPORTANT: Original dump was already deleted", "Failed to upload zip via TUS"};
+    "IMPORTANT: Original dump was already deleted", "Failed to upload zip via TUS",
+    "TerminateProcessL: "};
 
 bool StartsWithAny(std::string_view text, const auto& beginnings) {
   return std::ranges::any_of(
@@ -88,9 +91,10 @@ void Witness::VoskBegins() {
   for (const auto& dump : host_.dumps.Written()) excused_.insert(dump.number);
   first_unanswered_ = host_.dumps.Written().size();
   vosk_runs_ = true;
-  loop_runs_ = quitting_ = false;
+  loop_runs_ = quitting_ = halted_ = false;
   vosk_began_ = last_cycle_ = host_.clock.Elapsed();
-  last_obstacle_ = Duration(-1);
+  last_obstacle_ = halt_ended_ = Duration(-1);
+  spent_before_ = servers_.time_spent;
   if (host_.processes.Running(identity::kCoreExecutable).empty()) down_since_ = vosk_began_;
 }
 
@@ -143,6 +147,8 @@ void Witness::CoreEnds(const SimProcess& core) {
   if (core.exit_code >= 0x8000'0000) ++tally_.crashes;
   if (!host_.processes.Running(identity::kCoreExecutable).empty()) return;
   down_since_ = host_.clock.Elapsed();
+  obstacle_ = halted_ ? kHalt : "";
+  spent_before_ = servers_.time_spent;
   unwatched_since_.reset();
 }
 
@@ -153,7 +159,7 @@ void Witness::EndDownTime() {
   tally_.core_down += down;
   if (down <= tally_.longest_down) return;
   tally_.longest_down = down;
-  tally_.longest_reason = last_warning_;
+  tally_.longest_reason = obstacle_.empty() ? "a report, or several, on the way" : obstacle_;
 }
 
 bool Witness::CoreIsWatched() {
@@ -167,7 +173,10 @@ bool Witness::CoreIsWatched() {
 
 void Witness::SeeOperation(std::string_view operation, const std::string& subject) {
   if (operation == "clock.SleepFor") return SeeCycle();
-  if (operation == "console.KeyWaiting") loop_runs_ = true;
+  if (operation == "console.KeyWaiting") {
+    loop_runs_ = true;
+    if (std::exchange(halted_, false)) halt_ended_ = host_.clock.Elapsed();
+  }
   if (operation == "files.FreeSpace") last_cycle_ = host_.clock.Elapsed();
   if (operation == "files.Remove") CheckRemoval(subject);
   if (operation == "processes.Terminate") CheckEndedProcess(subject);
@@ -190,9 +199,10 @@ void Witness::SeeCycle() {
 }
 
 void Witness::CheckUp() {
-  if (!down_since_ || !loop_runs_) return;
-  const Duration since = std::max(*down_since_, vosk_began_);
-  if (host_.clock.Elapsed() - since <= kMostTimeDown || last_obstacle_ >= since) return;
+  if (!down_since_ || !loop_runs_ || halted_) return;
+  const Duration since = std::max({*down_since_, vosk_began_, halt_ended_});
+  const Duration allowed = kMostTimeDown + servers_.time_spent - spent_before_;
+  if (host_.clock.Elapsed() - since <= allowed || last_obstacle_ >= since) return;
   Break("Up", "no Core for a minute, and the log names no obstacle");
 }
 
@@ -200,7 +210,7 @@ void Witness::CheckWatched() {
   if (!unwatched_since_) return;
   if (CoreIsWatched()) return unwatched_since_.reset();
   const Duration since = std::max(*unwatched_since_, vosk_began_);
-  if (!loop_runs_ || host_.clock.Elapsed() - since <= kMostTimeUnwatched) return;
+  if (!loop_runs_ || halted_ || host_.clock.Elapsed() - since <= kMostTimeUnwatched) return;
   if (last_obstacle_ >= since) return;
   Break("Watched", "no monitor for ten seconds, and the log names no reason");
 }
@@ -254,12 +264,15 @@ void Witness::SeeLine(std::string_view line) {
   if (blank == std::string_view::npos) return;
   const std::string_view text = level_and_text.substr(blank + 1);
   if (!level_and_text.starts_with("[INFO]")) {
-    last_warning_ = text;
-    if (!StartsWithAny(text, kOrdinaryWarnings)) last_obstacle_ = host_.clock.Elapsed();
+    if (!StartsWithAny(text, kOrdinaryWarnings)) {
+      last_obstacle_ = host_.clock.Elapsed();
+      if (down_since_ && obstacle_.empty()) obstacle_ = text;
+    }
   }
   if (text.starts_with("--- Update Sequence Finished")) {
     ++(text.find("Yes") != std::string_view::npos ? tally_.updates_made : tally_.updates_failed);
   }
+  if (text.starts_with(kHalt)) halted_ = true;
   CheckIsTrue(text);
 }
 

@@ -26,7 +26,7 @@ struct BrokenPromise {
 struct Tally {
   Duration core_down{0};  // while VOSK was there to see to it
   Duration longest_down{0};
-  std::string longest_reason;  // the last line of warning before the Core was back
+  std::string longest_reason;  // the first obstacle that the log named meanwhile
   int crashes = 0;
   int vosk_starts = 0;
   int dumps_written = 0;
@@ -95,13 +95,16 @@ class Witness {
   bool vosk_runs_ = false;
   bool quitting_ = false;
   bool loop_runs_ = false;  // VOSK is past its start-up
+  bool halted_ = false;     // for want of disk space, as the log has told
   Duration vosk_began_{0};
   std::optional<Duration> down_since_;
   std::optional<Duration> unwatched_since_;
   Duration last_cycle_{0};
-  // The last line that names an obstacle, and the last of any warning.
+  // When the log named an obstacle last, and which one first while there was no Core.
   Duration last_obstacle_{-1};
-  std::string last_warning_;
+  Duration halt_ended_{-1};
+  Duration spent_before_{0};  // on the servers, when the Core ended
+  std::string obstacle_;
   std::size_t received_seen_ = 0;
   std::map<std::uint32_t, int> received_;  // by the dump's number
   std::set<std::uint32_t> excused_;        // dumps that nobody has to answer for any more
