@@ -14,11 +14,13 @@ const startLimitMs = 20_000;
 /**
  * Makes `folder` afresh with VOSK, the sample Core and the sample monitor from a build folder.
  * @param {string} buildFolder the release build
+ * @param {{vosk?: string | false}} [parts] `vosk` is the site whose VOSK to take; each part may be
+ *   left out by false
  */
 export async function layOut(folder, buildFolder,
-  { vosk = true, monitor = true, core = true } = {}) {
+  { vosk = 'loopback', monitor = true, core = true } = {}) {
   const parts = [
-    vosk && 'loopback/VOSK.exe', core && `tools/${coreImage}`, monitor && `tools/${monitorImage}`,
+    vosk && `${vosk}/VOSK.exe`, core && `tools/${coreImage}`, monitor && `tools/${monitorImage}`,
   ];
   await rm(folder, { recursive: true, force: true });
   await mkdir(path.join(folder, 'tmp'), { recursive: true });
