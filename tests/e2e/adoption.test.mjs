@@ -9,7 +9,7 @@ import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { textIn, until, within } from '../../tools/stage/waiting.mjs';
 import { accessViolation, checkReport, customMemory } from './support/reports.mjs';
 import { seconds, useStage } from './support/stage.mjs';
-import { tells, terminated } from './support/steps.mjs';
+import { step, tells, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -58,17 +58,17 @@ test('two Cores, two VOSKs', async (t) => {
   let taken;
   let other;
 
-  await t.test('of two running Cores the first is taken', async () => {
+  await step(t, 'of two running Cores the first is taken', async () => {
     await vosk.start({ out: firstOut });
     const [, pid] = await vosk.log.next(/^\[WARN\] Multiple instances of 'VELDRAN Core\.exe' found\. Monitoring first detected \(PID: (\d+)\)\.$/, seconds(60));
     taken = cores.find((core) => core.pid === Number(pid));
     other = cores.find((core) => core !== taken);
     await adopts(vosk, taken.pid);
   });
-  await t.test('a second VOSK.exe ends the first and takes over', async () => {
+  await step(t, 'a second VOSK.exe ends the first and takes over', async () => {
     vosk = await takesOver(vosk, taken.pid, { out, err });
   });
-  await t.test('an adopted Core is watched; after its crash the other is adopted', async (t) => {
+  await step(t, 'an adopted Core is watched; after its crash the other is adopted', async (t) => {
     const collected = await stage.collect(t, 'adoption');
     await orderCore(folder, 'crash', taken.pid);
     await terminated(vosk, taken.pid, accessViolation);
@@ -76,13 +76,13 @@ test('two Cores, two VOSKs', async (t) => {
     await checkReport(collected, collected.received[0], 'CRASH', customMemory, accessViolation);
     await adopts(vosk, other.pid);
   });
-  await t.test('a Core that resists outlives VOSK', async () => {
+  await step(t, 'a Core that resists outlives VOSK', async () => {
     await quitsWithout(vosk, other.pid);
     assert.equal((await stage.machine.processes(coreImage)).length, 1);
     await orderCore(folder, 'exit 0', other.pid);
     assert.equal(await within(seconds(20), other.ended, 'The Core did not end.'), 0);
   });
-  await t.test('what is redirected is plain, unless the console takes colours', async () => {
+  await step(t, 'what is redirected is plain, unless the console takes colours', async () => {
     const [coloured, shown, warned] =
       await Promise.all([firstOut, out, err].map((file) => readFile(file, 'utf8')));
     assert.match(shown, /Found 2 VOSK process\(es\)\. Terminating others\.\.\./);

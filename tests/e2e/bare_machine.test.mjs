@@ -7,7 +7,7 @@ import { test } from 'node:test';
 
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { toolsFolder, useStage } from './support/stage.mjs';
-import { launched, quit, tells } from './support/steps.mjs';
+import { launched, quit, step, tells } from './support/steps.mjs';
 import { assertInOrder, forceReinstall, getsProcDump, goesBack, installsTheCore, replaces,
   stepLimit } from './support/updates.mjs';
 
@@ -35,14 +35,14 @@ test('VOSK.exe alone', async (t) => {
   const vosk = stage.vosk(folder);
   const program = path.join(folder, 'VOSK.exe');
 
-  await t.test('asked for versions, it tells them and does nothing else', async () => {
+  await step(t, 'asked for versions, it tells them and does nothing else', async () => {
     const { code, output } = await stage.machine.run('wine', [program, '--version']);
     assert.equal(code, 0);
     assert.deepEqual(output.split(/\r?\n/), ['VOSK (Vigilant Oversight & Supervision Kit) v3.3',
       'VELDRAN Core: Not installed or version file not found', '']);
     assert.deepEqual(site.requests, []);
   });
-  await t.test('started, it fetches ProcDump, installs the Core and watches it', async () => {
+  await step(t, 'started, it fetches ProcDump, installs the Core and watches it', async () => {
     await vosk.start();
     await getsProcDump(vosk);
     await installsTheCore(vosk);
@@ -51,7 +51,7 @@ test('VOSK.exe alone', async (t) => {
     assert.ok((await readFile(path.join(folder, monitorImage)))
       .equals(await readFile(path.join(toolsFolder, monitorImage))));
   });
-  await t.test('an installation that is refused is taken back and repaired', async () => {
+  await step(t, 'an installation that is refused is taken back and repaired', async () => {
     await isRepaired(vosk, site);
     await launched(vosk);
     await assertInOrder(stage, vosk, program, '1.2.3');

@@ -12,7 +12,7 @@ import { until } from '../../tools/stage/waiting.mjs';
 import { readKey, setKey } from './support/registry.mjs';
 import { accessViolation, checkReport, customMemory, dumpIn } from './support/reports.mjs';
 import { seconds, useStage } from './support/stage.mjs';
-import { launched, quit, tells, terminated } from './support/steps.mjs';
+import { launched, quit, step, tells, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -114,13 +114,13 @@ test('from start-up to a quit', async (t) => {
   await vosk.start();
   let pid = await launched(vosk);
 
-  await t.test('crash dialogs are off, the dump storage is empty', () =>
+  await step(t, 'crash dialogs are off, the dump storage is empty', () =>
     assertPrepared(vosk, precious));
-  await t.test('a crash becomes a report', async (t) => {
+  await step(t, 'a crash becomes a report', async (t) => {
     pid = await crashBecomesReport(t, vosk, pid);
   });
-  await t.test('what cannot be sent is kept', (t) => reportsAreKept(t, vosk, pid));
-  await t.test('Q ends Core and monitor', async () => {
+  await step(t, 'what cannot be sent is kept', (t) => reportsAreKept(t, vosk, pid));
+  await step(t, 'Q ends Core and monitor', async () => {
     await quit(vosk);
     await until(async () => (await stage.machine.processes(monitorImage)).length === 0, seconds(20),
       'no monitor is left');

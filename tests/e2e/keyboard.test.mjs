@@ -11,7 +11,7 @@ import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { until } from '../../tools/stage/waiting.mjs';
 import { accessViolation, checkReport, fullMemory, threadInfo } from './support/reports.mjs';
 import { seconds, useStage } from './support/stage.mjs';
-import { launched, tells, terminated } from './support/steps.mjs';
+import { launched, step, tells, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -78,15 +78,15 @@ test('the control menu', async (t) => {
   await tells(vosk, seconds(60), '[INFO] ProcDump launched successfully.*');
   let pid = core.pid;
 
-  await t.test('versions', () => readsVersions(vosk));
-  await t.test('diagnostic report', () => submitsReport(vosk, pid, collected));
-  await t.test('Red Alert', () => switchesToRedAlert(vosk, pid));
-  await t.test('restart', async () => {
+  await step(t, 'versions', () => readsVersions(vosk));
+  await step(t, 'diagnostic report', () => submitsReport(vosk, pid, collected));
+  await step(t, 'Red Alert', () => switchesToRedAlert(vosk, pid));
+  await step(t, 'restart', async () => {
     pid = await restarts(vosk);
     assert.notEqual(pid, core.pid);
   });
-  await t.test('a crash in Red Alert', () => reportsFullMemory(vosk, pid, collected));
-  await t.test('Q', async () => {
+  await step(t, 'a crash in Red Alert', () => reportsFullMemory(vosk, pid, collected));
+  await step(t, 'Q', async () => {
     await vosk.type('m', 'q');
     await tells(vosk, seconds(20), "[WARN] Menu: Quit VOSK & VELDRAN Core requested via 'Q'.",
       '[INFO] VELDRAN Core Autonomous VOSK shutting down.');

@@ -10,7 +10,7 @@ import { install, installFolder, installTarget } from '../../tools/stage/install
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { until, within } from '../../tools/stage/waiting.mjs';
 import { seconds, useStage } from './support/stage.mjs';
-import { launched, tells } from './support/steps.mjs';
+import { launched, step, tells } from './support/steps.mjs';
 import { assertInOrder, forceReinstall, getsProcDump, goesBack, installerName, replaces, stepLimit }
   from './support/updates.mjs';
 
@@ -74,15 +74,15 @@ test('a newer release', async (t) => {
   site.publish('1.2.3', 'no_database.zip');
   await vosk.start({ program });
 
-  await t.test('with an installer that is none', () => refusesAtStart(vosk, core));
-  await t.test('with a version of two numbers', () => refusesWhileWatching(vosk, core, site));
-  await t.test('with a VOSK that does not start', async () => {
+  await step(t, 'with an installer that is none', () => refusesAtStart(vosk, core));
+  await step(t, 'with a version of two numbers', () => refusesWhileWatching(vosk, core, site));
+  await step(t, 'with a VOSK that does not start', async () => {
     await takesBack(vosk, site);
     await within(seconds(20), core.ended, 'The former Core runs on.');
     await launched(vosk);
     await assertInOrder(stage, vosk, program, '1.2.3');
   });
-  await t.test('that is good: Core and VOSK are replaced', async () => {
+  await step(t, 'that is good: Core and VOSK are replaced', async () => {
     site.publish('1.3.0');
     await forceReinstall(vosk, '1.3.0');
     await handsOver(vosk);
@@ -90,7 +90,7 @@ test('a newer release', async (t) => {
     await assertInOrder(stage, vosk, program, '1.3.0');
     assert.ok(existsSync(`${program}.old`), 'the former VOSK lies beside the new one');
   });
-  await t.test('Q ends the successor with the Core', async () => {
+  await step(t, 'Q ends the successor with the Core', async () => {
     await vosk.press('q');
     await tells(vosk, seconds(60), '[INFO] VELDRAN Core Autonomous VOSK shutting down.');
     for (const image of ['VOSK.exe', coreImage]) {

@@ -23,7 +23,7 @@ export async function dumpIn(zip) {
 
 /** What the server has received is such a zip, whole, its dump of the given kind. */
 export async function checkReport({ folder }, report, tag, dumpType, exceptionCode) {
-  assert.match(report.fileName, new RegExp(`^VELDRAN Core\\.exe_\\d{6}_\\d{6}_[^_]+_${tag}\\.zip$`));
+  assert.match(report.fileName, new RegExp(`^VELDRAN.Core.*_\\d{6}_\\d{6}_[^_]+_${tag}\\.zip$`));
   assert.equal(report.size, report.announcedSize);
   assert.deepEqual(report.metadata, { filename: report.fileName, filetype: 'application/zip' });
   const dump = parseMinidump(await dumpIn(path.join(folder, report.fileName)));
