@@ -9,7 +9,7 @@ import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { textIn, until, within } from '../../tools/stage/waiting.mjs';
 import { accessViolation, checkReport, customMemory } from './support/reports.mjs';
 import { seconds, useStage } from './support/stage.mjs';
-import { step, tells, terminated } from './support/steps.mjs';
+import { crashOrder, step, tells, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -70,10 +70,10 @@ test('two Cores, two VOSKs', async (t) => {
   });
   await step(t, 'an adopted Core is watched; after its crash the other is adopted', async (t) => {
     const collected = await stage.collect(t, 'adoption');
-    await orderCore(folder, 'crash', taken.pid);
+    await orderCore(folder, crashOrder, taken.pid);
     await terminated(vosk, taken.pid, accessViolation);
     await tells(vosk, seconds(60), '[INFO] Successfully uploaded and processed: *');
-    await checkReport(collected, collected.received[0], 'CRASH', customMemory, accessViolation);
+    await checkReport(collected, 1, 'CRASH', customMemory, accessViolation);
     await adopts(vosk, other.pid);
   });
   await step(t, 'a Core that resists outlives VOSK', async () => {

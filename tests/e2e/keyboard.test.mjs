@@ -11,7 +11,7 @@ import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { until } from '../../tools/stage/waiting.mjs';
 import { accessViolation, checkReport, fullMemory, threadInfo } from './support/reports.mjs';
 import { seconds, useStage } from './support/stage.mjs';
-import { launched, step, tells, terminated } from './support/steps.mjs';
+import { crashOrder, launched, step, tells, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
@@ -34,10 +34,9 @@ async function submitsReport(vosk, pid, collected) {
   await tells(vosk, seconds(60),
     `[INFO] Creating memory dump of running VELDRAN Core (PID: ${pid})...`,
     '[INFO] === Diagnostic report submitted successfully! ===');
-  const [report] = collected.received;
-  await checkReport(collected, report, 'LIVE', threadInfo);  // no exception: the Core lives
-  assert.deepEqual(await vosk.storedFiles(),
-    [report.fileName.replace(/_[^_]+_LIVE\.zip$/, '_hostInfo.txt')]);
+  // No exception: the Core lives.
+  const name = await checkReport(collected, 1, 'LIVE', threadInfo);
+  assert.deepEqual(await vosk.storedFiles(), [name.replace(/_[^_]+_LIVE\.zip$/, '_hostInfo.txt')]);
 }
 
 // A process has one debugger: the monitor of the new kind is refused and leaves again.
@@ -61,11 +60,12 @@ async function restarts(vosk) {
   return pid;
 }
 
+// All of the memory makes an upload of many parts.
 async function reportsFullMemory(vosk, pid, collected) {
-  await vosk.order('crash');
+  await vosk.order(crashOrder);
   await terminated(vosk, pid, accessViolation);
-  await tells(vosk, seconds(120), '[INFO] Successfully uploaded and processed: *_CRASH_FD.zip');
-  await checkReport(collected, collected.received[1], 'CRASH_FD', fullMemory, accessViolation);
+  await tells(vosk, seconds(240), '[INFO] Successfully uploaded and processed: *_CRASH_FD.zip');
+  await checkReport(collected, 2, 'CRASH_FD', fullMemory, accessViolation);
   await launched(vosk);
 }
 

@@ -4,6 +4,8 @@ import path from 'node:path';
 
 import { parseMinidump } from '../../../tools/servers/minidump.mjs';
 import { checkArchive, listEntries, readEntry } from '../../../tools/servers/zip_archive.mjs';
+import { until } from '../../../tools/stage/waiting.mjs';
+import { seconds } from './stage.mjs';
 
 export const customMemory = 0x1064n;
 export const fullMemory = 2n;
@@ -21,12 +23,20 @@ export async function dumpIn(zip) {
   return readEntry(zip, dump);
 }
 
-/** What the server has received is such a zip, whole, its dump of the given kind. */
-export async function checkReport({ folder }, report, tag, dumpType, exceptionCode) {
+/**
+ * The server has received `count` reports; the last is such a zip, whole, its dump of that kind.
+ * Returns its name.
+ */
+export async function checkReport({ folder, received }, count, tag, dumpType, exceptionCode) {
+  // VOSK's log may tell of the upload before the server does.
+  await until(() => received.length >= count, seconds(20), `${count} reports on the server`);
+  assert.equal(received.length, count);
+  const report = received.at(-1);
   assert.match(report.fileName, new RegExp(`^VELDRAN.Core.*_\\d{6}_\\d{6}_[^_]+_${tag}\\.zip$`));
   assert.equal(report.size, report.announcedSize);
   assert.deepEqual(report.metadata, { filename: report.fileName, filetype: 'application/zip' });
   const dump = parseMinidump(await dumpIn(path.join(folder, report.fileName)));
   assert.equal(dump.type, dumpType);
   assert.equal(dump.exception?.code, exceptionCode);
+  return report.fileName;
 }

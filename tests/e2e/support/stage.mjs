@@ -62,7 +62,7 @@ class Stage {
     return path.join(buildFolder, this.#lane.site, 'VOSK.exe');
   }
 
-  /** A collection server that runs until the test ends; `received` fills with what it got. */
+  /** A collection server until the test ends; what it has got comes into `received`. */
   async collect(t, name) {
     const folder = await serverFolder(name);
     const received = [];

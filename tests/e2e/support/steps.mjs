@@ -34,6 +34,9 @@ export async function terminated(vosk, pid, code) {
     `[INFO] Target process final exit code: ${code} (0x${code.toString(16)})`);
 }
 
+/** What crashes a Core. VOSK tells of a monitor as soon as it runs, a little before it watches. */
+export const crashOrder = 'watched\ncrash';
+
 /** Presses Q and sees VOSK go. */
 export async function quit(vosk) {
   await vosk.press('q');
