@@ -75,7 +75,7 @@ const faults = [
     '[ERROR] TUS POST request failed. CURLcode: *, HTTP Status: 0'] },
   // After a question for the offset the client's handle no longer sends PATCH requests; it goes on
   // with GET, which no server takes for an upload, so the report is kept.
-  { name: 'cut_patch_kept', bytes: 400_000, tells: [  // many network buffers
+  { name: 'cut_patch', bytes: 400_000, tells: [  // many network buffers
     '[*] TUS PATCH failed (Attempt 1/4). CURLcode: *',
     '[*] Server offset advanced to * during failed attempt.*',
     '[*] Non-retriable HTTP error (404) received during TUS PATCH. Aborting upload.'] },

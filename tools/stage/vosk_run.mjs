@@ -29,9 +29,6 @@ export async function layOut(folder, buildFolder,
   }
 }
 
-export const installMonitor = (folder, buildFolder) =>
-  copyFile(path.join(buildFolder, 'tools', monitorImage), path.join(folder, monitorImage));
-
 export class VoskRun {
   constructor(machine, folder, driver, { onLine, driverLog = 'driver.log' } = {}) {
     this.machine = machine;
