@@ -36,9 +36,9 @@ async function takesOver(first, pid, files) {
 
 // Not even taskkill may end a Core that denies it.
 async function quitsWithout(vosk, pid) {
-  await orderCore(vosk.folder, 'protect', pid);
+  await orderCore(vosk.folder, 'protect\nwait 1', pid);
   await textIn(path.join(stage.machine.statsFolder, 'core.log'),
-    new RegExp(`\\[${pid}\\] command: protect`), seconds(20));
+    new RegExp(`\\[${pid}\\] command: wait`), seconds(20));
   await vosk.press('q');
   await tells(vosk, seconds(60),
     '[INFO] Terminating monitored target process (if still running) during shutdown...',

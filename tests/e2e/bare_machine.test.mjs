@@ -5,7 +5,9 @@ import { readFile } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
 
+import { installedProducts } from '../../tools/stage/installation.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
+import { until } from '../../tools/stage/waiting.mjs';
 import { toolsFolder, useStage } from './support/stage.mjs';
 import { launched, quit, step, tells } from './support/steps.mjs';
 import { assertInOrder, forceReinstall, getsProcDump, goesBack, installsTheCore, replaces,
@@ -13,14 +15,16 @@ import { assertInOrder, forceReinstall, getsProcDump, goesBack, installsTheCore,
 
 const stage = useStage();
 
-// An installer that refuses leaves no Core at all; the next package cures it.
+// An installer that refuses leaves no Core at all; the next package, published meanwhile, cures it.
 async function isRepaired(vosk, site) {
+  const [product] = await installedProducts(stage.machine);
   site.publish('1.2.3', 'refused.zip');
   await forceReinstall(vosk, '1.2.3');
-  await replaces(vosk, '1.3.0', stage.machine.nameOf(path.join(vosk.folder, 'VOSK.exe')));
+  await until(() => site.asked('/VELDRANCore.zip') === 2, stepLimit, 'the package is fetched');
+  site.publish('1.2.3');
+  await replaces(vosk, '1.3.0', stage.machine.nameOf(path.join(vosk.folder, 'VOSK.exe')), product);
   await goesBack(vosk, '[INFO] Installer: Install process finished with exit code: 1603',
     '[ERROR] Update: Installation command failed (Code: 1603). Check install log. Aborting update.');
-  site.publish('1.2.3');
   await tells(vosk, stepLimit,
     '[ERROR] Failed to launch target process: *.',
     '[WARN] Attempting automated download and installation/repair of VELDRAN Core...',

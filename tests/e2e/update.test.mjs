@@ -6,7 +6,8 @@ import path from 'node:path';
 import { test } from 'node:test';
 
 import { coreImage, startCore } from '../../tools/stage/core.mjs';
-import { install, installFolder, installTarget } from '../../tools/stage/installation.mjs';
+import { install, installedProducts, installFolder, installTarget }
+  from '../../tools/stage/installation.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { until, within } from '../../tools/stage/waiting.mjs';
 import { seconds, useStage } from './support/stage.mjs';
@@ -50,15 +51,19 @@ async function refusesWhileWatching(vosk, core, site) {
 
 // The Core of this package is good; its VOSK is no program.
 async function takesBack(vosk, site) {
+  const [product] = await installedProducts(stage.machine);
   site.package = 'broken_vosk.zip';
-  await replaces(vosk, '1.2.3', runningVosk);
+  await replaces(vosk, '1.2.3', runningVosk, product);
   await goesBack(vosk, '[INFO] Update: Core executable verified post-install.',
     '[WARN] Update: New VOSK instance not detected. Attempting manual launch...',
     '[ERROR] Update: FAILED to launch NEW VOSK manually! Error: 193');
 }
 
-async function handsOver(vosk) {
-  await replaces(vosk, '1.3.0', runningVosk);
+async function handsOver(vosk, site) {
+  const [product] = await installedProducts(stage.machine);
+  site.publish('1.3.0');
+  await forceReinstall(vosk, '1.3.0');
+  await replaces(vosk, '1.3.0', runningVosk, product);
   const [, pid] = await vosk.log.next(
     /^\[WARN\] Update: Successfully launched NEW VOSK manually \(PID: (\d+)\)\. Old VOSK will now exit\.$/,
     stepLimit);
@@ -83,9 +88,7 @@ test('a newer release', async (t) => {
     await assertInOrder(stage, vosk, program, '1.2.3');
   });
   await step(t, 'that is good: Core and VOSK are replaced', async () => {
-    site.publish('1.3.0');
-    await forceReinstall(vosk, '1.3.0');
-    await handsOver(vosk);
+    await handsOver(vosk, site);
     await launched(vosk);
     await assertInOrder(stage, vosk, program, '1.3.0');
     assert.ok(existsSync(`${program}.old`), 'the former VOSK lies beside the new one');

@@ -48,21 +48,16 @@ export async function forceReinstall(vosk, version) {
 }
 
 /**
- * A package with `version` is found good; the Core ends, VOSK, whose name is given, makes way, what
- * is installed goes, the new one is being installed.
+ * A package with `version` is found good; the Core ends, VOSK, whose name is given, makes way, the
+ * installed `product` goes, the new one is being installed.
  */
-export async function replaces(vosk, version, name) {
-  const products = await installedProducts(vosk.machine);
+export async function replaces(vosk, version, name, { code }) {
   await tells(vosk, stepLimit,
     `[INFO] Update Step 3/7: MSI version* ${version} *`,
     '[INFO] Update Step 4/7: Core process termination confirmed.',
-    `[INFO] RenameSelf: Successfully renamed running executable to: ${name}.old`);
-  for (const { code } of products) {
-    await tells(vosk, stepLimit,
-      `[INFO] Installer: Step Uninstall - Executing Command: msiexec.exe /x ${code} /qn MSIRESTARTMANAGERCONTROL=Disable /L*v "*\\VELDRAN_Install\\VELDRAN_Core_Uninstall_${code}_Log.txt"`,
-      '[INFO] Installer: Uninstall process finished with exit code: 0');
-  }
-  await tells(vosk, stepLimit,
+    `[INFO] RenameSelf: Successfully renamed running executable to: ${name}.old`,
+    `[INFO] Installer: Step Uninstall - Executing Command: msiexec.exe /x ${code} /qn MSIRESTARTMANAGERCONTROL=Disable /L*v "*\\VELDRAN_Install\\VELDRAN_Core_Uninstall_${code}_Log.txt"`,
+    '[INFO] Installer: Uninstall process finished with exit code: 0',
     `[INFO] Installer: Step Install - Executing Command: ${installCommand}`);
 }
 
