@@ -8,6 +8,7 @@ namespace detail {
 template auto dragonbox::to_decimal(float value) noexcept -> dragonbox::decimal_fp<float>;
 template auto dragonbox::to_decimal(double value) noexcept -> dragonbox::decimal_fp<double>;
 
+template auto locale_ref::get<std::locale>() const -> std::locale;
 template auto thousands_sep_impl(locale_ref locale) -> thousands_sep_result<char>;
 template auto thousands_sep_impl(locale_ref locale) -> thousands_sep_result<wchar_t>;
 template auto decimal_point_impl(locale_ref locale) -> char;
