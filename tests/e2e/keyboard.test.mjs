@@ -1,128 +1,112 @@
-// The operator at a real keyboard: the control menu, its actions, and the boxes of a start-up that
+// The operator at a real keyboard: the control menu, its actions, and the box of a start-up that
 // cannot go on.
 import assert from 'node:assert/strict';
 import { writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { test } from 'node:test';
+import { isDeepStrictEqual } from 'node:util';
 
-import { parseMinidump } from '../../tools/servers/minidump.mjs';
-import { startTusServer } from '../../tools/servers/tus_server.mjs';
-import { checkArchive, listEntries, readEntry } from '../../tools/servers/zip_archive.mjs';
 import { coreImage, startCore } from '../../tools/stage/core.mjs';
 import { monitorImage } from '../../tools/stage/vosk_run.mjs';
 import { until } from '../../tools/stage/waiting.mjs';
-import { seconds, serverFolder, useStage } from './support/stage.mjs';
-import { launched, terminated } from './support/steps.mjs';
+import { accessViolation, checkReport, fullMemory, threadInfo } from './support/reports.mjs';
+import { seconds, useStage } from './support/stage.mjs';
+import { crashOrder, launched, step, tells, terminated } from './support/steps.mjs';
 
 const stage = useStage();
 
-const customMemory = 0x1064n;
-const threadInfo = 0x1000n;
-
 const chooseItem = (vosk, item) => vosk.type('m', ...Array(item - 1).fill('Down'), 'Return');
 
-async function readVersions(vosk) {
+const runs = (image, count) => until(
+  async () => (await stage.machine.processes(image)).length === count, seconds(20),
+  `${count} ${image}`);
+
+async function readsVersions(vosk) {
   // To the C runtime, Page Down is a prefix and then a Q.
   await vosk.type('Next', 'Right', 'x');
   await chooseItem(vosk, 3);
-  await vosk.log.next(/^\[INFO\] === Version Information ===$/, seconds(10));
-  await vosk.log.next(/^\[INFO\] VOSK Version: 3\.3$/, seconds(5));
-  await vosk.log.next(/^\[INFO\] VELDRAN Core Version: 1\.2\.3$/, seconds(5));
+  await tells(vosk, seconds(20), '[INFO] === Version Information ===',
+    '[INFO] VOSK Version: 3.3', '[INFO] VELDRAN Core Version: 1.2.3');
 }
 
-async function checkReport(folder, report, tag, dumpType) {
-  const file = path.join(folder, report.fileName);
-  assert.match(report.fileName, new RegExp(`_${tag}\\.zip$`));
-  await checkArchive(file);
-  const entries = await listEntries(file);
-  assert.equal(entries[1], entries[0].replace(/\.dmp$/, '_hostInfo.txt'));
-  assert.ok(entries.includes('TestNet/core.log'), 'the logs are there');
-  const dump = parseMinidump(await readEntry(file, entries[0]));
-  assert.equal(dump.type, dumpType);
-  return dump;
-}
-
-async function submitReport(vosk, pid, folder, received) {
+async function submitsReport(vosk, pid, collected) {
   await chooseItem(vosk, 4);
-  await vosk.log.next(new RegExp(
-    `^\\[INFO\\] Creating memory dump of running VELDRAN Core \\(PID: ${pid}\\)\\.\\.\\.$`),
-  seconds(10));
-  await vosk.log.next(/^\[INFO\] === Diagnostic report submitted successfully! ===$/, seconds(60));
-  await until(() => received.length === 1, seconds(5), 'the report on the server');
-  const dump = await checkReport(folder, received[0], 'LIVE', threadInfo);
-  assert.equal(dump.exception, undefined, 'the Core lives');
-  assert.deepEqual(await vosk.storedFiles(),
-    [received[0].fileName.replace(/_[^_]+_LIVE\.zip$/, '_hostInfo.txt')]);
+  await tells(vosk, seconds(60),
+    `[INFO] Creating memory dump of running VELDRAN Core (PID: ${pid})...`,
+    '[INFO] === Diagnostic report submitted successfully! ===');
+  // No exception: the Core lives.
+  const name = await checkReport(collected, 1, 'LIVE', threadInfo);
+  assert.deepEqual(await vosk.storedFiles(), [name.replace(/_[^_]+_LIVE\.zip$/, '_hostInfo.txt')]);
 }
 
-async function switchToRedAlert(vosk, pid) {
+// A process has one debugger: the monitor of the new kind is refused and leaves again.
+async function switchesToRedAlert(vosk, pid) {
+  const monitors = await stage.machine.processes(monitorImage);
   await chooseItem(vosk, 6);
-  await vosk.log.next(/^\[WARN\] RED ALERT MODE ACTIVATED - Full heap dumps \(-ma\) will be captured on crash\.$/, seconds(10));
-  await vosk.log.next(
-    new RegExp(`^\\[INFO\\] Launching ProcDump monitor for PID ${pid}: .* -ma -e ${pid} `),
-    seconds(5));
-  await vosk.log.next(/^\[INFO\] ProcDump monitor re-attached successfully\.$/, seconds(5));
+  await tells(vosk, seconds(20),
+    '[WARN] RED ALERT MODE ACTIVATED - Full heap dumps (-ma) will be captured on crash.',
+    `[INFO] Launching ProcDump monitor for PID ${pid}: * -ma -e ${pid} *`,
+    '[INFO] ProcDump monitor re-attached successfully.');
+  await until(async () => isDeepStrictEqual(await stage.machine.processes(monitorImage), monitors),
+    seconds(20), 'the former monitor alone');
 }
 
-async function restart(vosk) {
+async function restarts(vosk) {
   await chooseItem(vosk, 1);
-  await vosk.log.next(/^\[WARN\] Initiating graceful restart: Forced by User via Menu$/, seconds(10));
+  await tells(vosk, seconds(20), '[WARN] Initiating graceful restart: Forced by User via Menu');
   const pid = await launched(vosk);
-  await until(async () => (await stage.machine.processes(monitorImage)).length === 1, seconds(5),
-    'the new Core has the only monitor');
+  await runs(monitorImage, 1);
   assert.equal(vosk.log.matching(/has terminated/).length, 0, 'a restart is no crash');
   return pid;
 }
 
-test('the control menu: versions, diagnostic report, Red Alert, restart, quit', async (t) => {
-  const folder = await serverFolder('keyboard');
-  const received = [];
-  const server = await startTusServer({ folder,
-    onEvent: (event) => event.event === 'received' && received.push(event) });
-  t.after(() => server.close());
-  const site = await stage.folder('keyboard');
-  const core = await startCore(stage.machine, site);
-  const vosk = stage.vosk(site);
+// All of the memory makes an upload of many parts.
+async function reportsFullMemory(vosk, pid, collected) {
+  await vosk.order(crashOrder);
+  await terminated(vosk, pid, accessViolation);
+  await tells(vosk, seconds(240), '[INFO] Successfully uploaded and processed: *_CRASH_FD.zip');
+  await checkReport(collected, 2, 'CRASH_FD', fullMemory, accessViolation);
+  await launched(vosk);
+}
+
+test('the control menu', async (t) => {
+  const collected = await stage.collect(t, 'keyboard');
+  const folder = await stage.folder('keyboard');
+  const core = await startCore(stage.machine, folder);
+  const vosk = stage.vosk(folder);
   await vosk.start();
-  await vosk.log.next(/^\[INFO\] ProcDump launched successfully\./, seconds(30));
+  await tells(vosk, seconds(60), '[INFO] ProcDump launched successfully.*');
+  let pid = core.pid;
 
-  await readVersions(vosk);
-  await submitReport(vosk, core.pid, folder, received);
-  const second = await restart(vosk);
-  assert.notEqual(second, core.pid);
-  await switchToRedAlert(vosk, second);
-
-  // The monitor that was there keeps the Core, and its own kind of dump, until the Core ends.
-  await vosk.order('crash');
-  await terminated(vosk, second, 0xc0000005);
-  await vosk.log.next(/^\[INFO\] Successfully uploaded and processed: .*_CRASH_FD\.zip$/, seconds(60));
-  await until(() => received.length === 2, seconds(5), 'the crash report on the server');
-  const dump = await checkReport(folder, received[1], 'CRASH_FD', customMemory);
-  assert.equal(dump.exception.code, 0xc0000005);
-  await vosk.log.next(/^\[INFO\] Launching ProcDump monitor for PID (\d+): .* -ma -e \1 /,
-    seconds(40));
-  await vosk.log.next(/^\[INFO\] ProcDump monitor started for new target PID \d+$/, seconds(5));
-
-  await vosk.type('m', 'q');
-  await vosk.log.next(/^\[WARN\] Menu: Quit VOSK & VELDRAN Core requested via 'Q'\.$/, seconds(10));
-  await vosk.log.next(/^\[INFO\] VELDRAN Core Autonomous VOSK shutting down\.$/, seconds(20));
-  assert.equal(await vosk.ended(seconds(20)), 0);
-  assert.deepEqual(await stage.machine.processes(coreImage), []);
-  assert.deepEqual(await stage.machine.processes(monitorImage), []);
+  await step(t, 'versions', () => readsVersions(vosk));
+  await step(t, 'diagnostic report', () => submitsReport(vosk, pid, collected));
+  await step(t, 'Red Alert', () => switchesToRedAlert(vosk, pid));
+  await step(t, 'restart', async () => {
+    pid = await restarts(vosk);
+    assert.notEqual(pid, core.pid);
+  });
+  await step(t, 'a crash in Red Alert', () => reportsFullMemory(vosk, pid, collected));
+  await step(t, 'Q', async () => {
+    await vosk.type('m', 'q');
+    await tells(vosk, seconds(20), "[WARN] Menu: Quit VOSK & VELDRAN Core requested via 'Q'.",
+      '[INFO] VELDRAN Core Autonomous VOSK shutting down.');
+    assert.equal(await vosk.ended(seconds(20)), 0);
+    for (const image of [coreImage, monitorImage]) await runs(image, 0);
+  });
 });
 
 test('a start-up that cannot go on says why in a box', async () => {
-  const site = await stage.folder('box');
+  const folder = await stage.folder('box');
   // No room for the dump storage directory.
-  await writeFile(path.join(site, 'tmp/VELDRAN_VOSK_Dumps'), 'in the way');
-  const vosk = stage.vosk(site);
+  await writeFile(path.join(folder, 'tmp/VELDRAN_VOSK_Dumps'), 'in the way');
+  const vosk = stage.vosk(folder);
   await vosk.start();
   const [, reason] = await vosk.log.next(
     /^\[ERROR\] FATAL Initialization Error: (Failed to create dump storage directory: .*)$/,
-    seconds(30));
-  await until(() => vosk.boxTexts('VOSK Error').catch(() => false), seconds(20), 'the box');
+    seconds(60));
+  await until(() => vosk.boxTexts('VOSK Error').catch(() => false), seconds(60), 'the box');
   assert.ok((await vosk.boxTexts('VOSK Error')).includes(
     `Initialization failed: ${reason}\n\nPlease check the VOSK.log file for details.`));
   await stage.machine.typeInto('^VOSK Error$', ['Return']);
-  assert.equal(await vosk.ended(seconds(20)), 1);
+  assert.equal(await vosk.ended(seconds(60)), 1);
 });

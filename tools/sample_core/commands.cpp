@@ -12,6 +12,8 @@
 namespace vosk::tools {
 namespace {
 
+constexpr DWORD kDebuggerPollMilliseconds = 20;
+
 std::vector<Command> Parse(std::istream& file) {
   std::vector<Command> commands;
   for (std::string line; std::getline(file, line);) {
@@ -78,6 +80,8 @@ bool Obey(const Command& command) {
     DenyTermination();
   } else if (command.verb == "wait") {
     Sleep(command.number);
+  } else if (command.verb == "watched") {
+    while (!IsDebuggerPresent()) Sleep(kDebuggerPollMilliseconds);
   } else {
     return false;
   }

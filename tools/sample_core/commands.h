@@ -22,6 +22,7 @@ std::vector<Command> TakeCommands(unsigned long pid);
 // hang      does nothing any more, but stays
 // protect   denies everyone the right to terminate this process from now on
 // wait N    sleeps N milliseconds, then goes on with the next line
+// watched   goes on with the next line once a debugger is attached
 // Returns false for a line that is none of these.
 bool Obey(const Command& command);
 

@@ -10,17 +10,13 @@
 namespace vosk::tools {
 namespace {
 
-// Dump names tell seconds only.
-constexpr DWORD kNextNameMilliseconds = 1100;
-
 void CloseIfOpen(HANDLE file) {
   if (file != nullptr) CloseHandle(file);
 }
 
 class DebugSession {
  public:
-  DebugSession(const MonitorOptions& options, Behaviour behaviour)
-      : options_(options), behaviour_(behaviour) {}
+  explicit DebugSession(const MonitorOptions& options) : options_(options) {}
   DebugSession(const DebugSession&) = delete;
   DebugSession& operator=(const DebugSession&) = delete;
 
@@ -33,7 +29,6 @@ class DebugSession {
   std::wstring ImageName() const;
 
   const MonitorOptions& options_;
-  Behaviour behaviour_;
   HANDLE process_ = nullptr;  // owned by the debugging interface
   bool attached_ = false;
   bool failed_ = false;
@@ -83,10 +78,6 @@ DWORD DebugSession::JudgeException(const DEBUG_EVENT& event) {
 void DebugSession::Capture(const StoppedThread& thread) {
   std::printf("Unhandled exception 0x%08lX in thread %lu\n", thread.exception.ExceptionCode,
               thread.id);
-  if (behaviour_ == Behaviour::kNoDump) return;
-  if (!WriteDump(process_, ImageName(), thread, options_)) failed_ = true;
-  if (behaviour_ != Behaviour::kTwoDumps) return;
-  Sleep(kNextNameMilliseconds);
   if (!WriteDump(process_, ImageName(), thread, options_)) failed_ = true;
 }
 
@@ -99,7 +90,7 @@ std::wstring DebugSession::ImageName() const {
 
 }  // namespace
 
-int WatchUntilEnd(const MonitorOptions& options, Behaviour behaviour) {
+int WatchUntilEnd(const MonitorOptions& options) {
   if (!DebugActiveProcess(options.pid)) {
     std::fprintf(stderr, "Cannot attach to process %lu: error %lu\n", options.pid, GetLastError());
     return 1;
@@ -109,7 +100,7 @@ int WatchUntilEnd(const MonitorOptions& options, Behaviour behaviour) {
   std::printf("Watching process %lu, dumps of type 0x%lX go to %ls\n", options.pid,
               options.dump_type, options.directory.c_str());
   std::fflush(stdout);
-  return DebugSession(options, behaviour).Run();
+  return DebugSession(options).Run();
 }
 
 }  // namespace vosk::tools

@@ -1,10 +1,11 @@
 // Makes everything that the Core's makers and ProcDump's publish: installers in zips, good ones and
-// bad ones, below the release build's packages/. Made again only when something in them changed.
+// bad ones, in packages/ beside the VOSK that they hold. Made again only when something in them
+// changed.
 //
 // command: node make.mjs [BUILD_FOLDER]
 import { execFile } from 'node:child_process';
 import { createHash } from 'node:crypto';
-import { copyFile, mkdir, readFile, rename, rm, stat, truncate, writeFile } from 'node:fs/promises';
+import { mkdir, readFile, rename, rm, writeFile } from 'node:fs/promises';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 import { promisify } from 'node:util';
@@ -20,9 +21,7 @@ const installers = {
   'core-1.3.0': { version: '1.3.0' },
   'two_numbers': { version: '1.3' },
   'refused': { version: '1.3.0', refuses: true },
-  'without_core': { version: '1.3.0', core: undefined },
-  'without_vosk': { version: '1.3.0', vosk: undefined },
-  'broken_vosk': { version: '1.3.0', vosk: 'broken/VOSK.exe' },
+  'broken_vosk': { version: '1.2.3', vosk: 'broken/VOSK.exe' },
 };
 
 async function zip(file, folder, members) {
@@ -35,21 +34,11 @@ async function upgradeCodeOf(buildFolder) {
   return /^VOSK_CORE_UPGRADE_CODE:\w+=\{(.+)\}$/m.exec(cache)[1];
 }
 
-async function makeBadZips(folder, good) {
+async function makeBadZip(folder) {
   const parts = path.join(folder, 'bad');
   await mkdir(parts);
-  await writeFile(path.join(parts, 'ReadMe.txt'), 'There is no installer in here.\n');
   await writeFile(path.join(parts, 'VELDRAN Core Installer.msi'), 'This is no installer.\n');
-  await zip(path.join(folder, 'without_installer.zip'), parts, ['ReadMe.txt']);
   await zip(path.join(folder, 'no_database.zip'), parts, ['VELDRAN Core Installer.msi']);
-  // The member's name leads out of any folder that the zip is unpacked into.
-  const climbing = path.join(folder, 'climbing.zip');
-  await zip(climbing, parts, ['VELDRAN Core Installer.msi']);
-  await promisify(execFile)('7z',
-    ['rn', climbing, 'VELDRAN Core Installer.msi', '../VELDRAN Core Installer.msi']);
-  const truncated = path.join(folder, 'truncated.zip');
-  await copyFile(good, truncated);
-  await truncate(truncated, Math.floor((await stat(good)).size / 2));
 }
 
 async function makeAll(folder, { upgradeCode, core, vosk, monitor }) {
@@ -63,7 +52,7 @@ async function makeAll(folder, { upgradeCode, core, vosk, monitor }) {
     await zip(path.join(folder, `${name}.zip`), path.dirname(installer),
       [path.basename(installer)]);
   }
-  await makeBadZips(folder, path.join(folder, 'core-1.3.0.zip'));
+  await makeBadZip(folder);
   await zip(path.join(folder, 'procdump.zip'), path.dirname(monitor), [path.basename(monitor)]);
 }
 
@@ -75,20 +64,21 @@ async function fingerprint(files, upgradeCode) {
 
 /**
  * Makes what is missing.
- * @param {string} buildFolder the release build, with VOSK for the loopback site and the stand-ins
+ * @param {string} buildFolder the release build, with VOSK and the stand-ins
+ * @param {string} [site] whose VOSK to pack
  * @returns {Promise<string>} the folder with the zips; the installer of "NAME.zip" is in "NAME/"
  */
-export async function makePackages(buildFolder) {
+export async function makePackages(buildFolder, site = 'loopback') {
   const parts = {
     upgradeCode: await upgradeCodeOf(buildFolder),
     core: path.join(buildFolder, 'tools/VELDRAN Core.exe'),
-    vosk: path.join(buildFolder, 'loopback/VOSK.exe'),
+    vosk: path.join(buildFolder, site, 'VOSK.exe'),
     monitor: path.join(buildFolder, 'tools/procdump64.exe'),
   };
   const sources = [parts.core, parts.vosk, parts.monitor,
     path.join(here, 'installer.mjs'), path.join(here, 'make.mjs')];
   const wanted = await fingerprint(sources, parts.upgradeCode);
-  const folder = path.join(buildFolder, 'packages');
+  const folder = path.join(buildFolder, site, 'packages');
   const stamp = path.join(folder, 'stamp');
   if (await readFile(stamp, 'utf8').catch(() => '') === wanted) return folder;
   const made = `${folder}.part`;

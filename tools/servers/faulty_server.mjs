@@ -1,6 +1,6 @@
 // A collection server that misbehaves on purpose, so that a client can be seen to take it well.
 // The fault is one of the names in faults.mjs: given once for every upload, or taken from the
-// start of the uploaded file's name ("head_404_HOST_CRASH.zip"), so that one crash with a dump for
+// start of the uploaded file's name ("reset_HOST_CRASH.zip"), so that one crash with a dump for
 // each fault meets them all.
 //
 // command: node faulty_server.mjs PORT [FAULT]
@@ -17,16 +17,10 @@ function decodeFileName(metadata = '') {
   return Buffer.from(pair?.split(' ')[1] ?? '', 'base64').toString('utf8');
 }
 
-// The longest name wins: "cut_patch_kept_..." is not "cut_patch".
-function faultOf(fileName) {
-  return Object.keys(faults)
-    .filter((name) => fileName.startsWith(`${name}_`))
-    .sort((a, b) => b.length - a.length)[0] ?? 'honest';
-}
+const faultOf = (fileName) =>
+  Object.keys(faults).find((name) => fileName.startsWith(`${name}_`)) ?? 'honest';
 
 class FaultyServer {
-  /** Every request so far: {method, fileName, uploadOffset, status}; status 0 = never answered. */
-  requests = [];
   #uploads = new Map();
   #server;
 
@@ -54,11 +48,6 @@ class FaultyServer {
     return `https://localhost:${this.port}/${upload.id}`;
   }
 
-  /** The upload whose file name begins with `prefix`: {fileName, size, offset, body, patches}. */
-  upload(prefix) {
-    return [...this.#uploads.values()].find((upload) => upload.fileName.startsWith(prefix));
-  }
-
   #create(request) {
     const fileName = decodeFileName(request.headers['upload-metadata']);
     const upload = {
@@ -72,12 +61,6 @@ class FaultyServer {
   async #serve(request, response) {
     const creates = request.method === 'POST' && request.url === '/';
     const upload = creates ? this.#create(request) : this.#uploads.get(request.url.slice(1));
-    const entry = { method: request.method, fileName: upload?.fileName, status: 0,
-      uploadOffset: request.headers['upload-offset'] };
-    this.requests.push(entry);
-    response.on('close', () => {
-      if (response.writableFinished) entry.status = response.statusCode;
-    });
     const exchange = { request, response, upload, server: this };
     if (!upload) return answer(exchange, 404);
     const step = creates ? 'post' : { HEAD: 'head', PATCH: 'patch' }[request.method] ?? 'other';

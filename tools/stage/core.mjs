@@ -9,7 +9,8 @@ const startLimitMs = 20_000;
 
 /**
  * Leaves an order for the Core that runs in `folder`, or that will be started there.
- * @param {string} order one or more lines such as "exit 7", "crash", "hang", "protect"
+ * @param {string} order one or more lines such as "exit 7", "crash", "hang", "protect",
+ *   "watched" (wait for a monitor)
  * @param {number} [pid] for one of several Cores
  */
 export async function orderCore(folder, order, pid) {

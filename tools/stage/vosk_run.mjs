@@ -14,11 +14,13 @@ const startLimitMs = 20_000;
 /**
  * Makes `folder` afresh with VOSK, the sample Core and the sample monitor from a build folder.
  * @param {string} buildFolder the release build
+ * @param {{vosk?: string | false}} [parts] `vosk` is the site whose VOSK to take; each part may be
+ *   left out by false
  */
 export async function layOut(folder, buildFolder,
-  { vosk = true, monitor = true, core = true } = {}) {
+  { vosk = 'loopback', monitor = true, core = true } = {}) {
   const parts = [
-    vosk && 'loopback/VOSK.exe', core && `tools/${coreImage}`, monitor && `tools/${monitorImage}`,
+    vosk && `${vosk}/VOSK.exe`, core && `tools/${coreImage}`, monitor && `tools/${monitorImage}`,
   ];
   await rm(folder, { recursive: true, force: true });
   await mkdir(path.join(folder, 'tmp'), { recursive: true });
@@ -26,9 +28,6 @@ export async function layOut(folder, buildFolder,
     await copyFile(path.join(buildFolder, part), path.join(folder, path.basename(part)));
   }
 }
-
-export const installMonitor = (folder, buildFolder) =>
-  copyFile(path.join(buildFolder, 'tools', monitorImage), path.join(folder, monitorImage));
 
 export class VoskRun {
   constructor(machine, folder, driver, { onLine, driverLog = 'driver.log' } = {}) {

@@ -22,27 +22,38 @@ export async function tells(vosk, limitMs, ...messages) {
 
 /** VOSK launches a Core and attaches its monitor. Returns the Core's PID. */
 export async function launched(vosk) {
-  const [, pid] = await vosk.log.next(/^\[INFO\] New Target Process PID: (\d+)$/, seconds(40));
-  await vosk.log.next(
-    new RegExp(`^\\[INFO\\] ProcDump monitor started for new target PID ${pid}$`), seconds(10));
+  const [, pid] = await vosk.log.next(/^\[INFO\] New Target Process PID: (\d+)$/, seconds(60));
+  await tells(vosk, seconds(60), `[INFO] ProcDump monitor started for new target PID ${pid}`);
   return Number(pid);
 }
 
 /** The Core has ended; VOSK logs which code it ended with. */
 export async function terminated(vosk, pid, code) {
-  await vosk.log.next(new RegExp(
-    `^\\[WARN\\] Previously monitored target process \\(PID ${pid}\\) has terminated\\.$`),
-  crashLimitMs);
-  const hex = code.toString(16);
-  await vosk.log.next(
-    new RegExp(`^\\[INFO\\] Target process final exit code: ${code} \\(0x${hex}\\)$`, 'i'),
-    seconds(5));
+  await tells(vosk, crashLimitMs,
+    `[WARN] Previously monitored target process (PID ${pid}) has terminated.`,
+    `[INFO] Target process final exit code: ${code} (0x${code.toString(16)})`);
 }
+
+/** What crashes a Core. VOSK tells of a monitor as soon as it runs, a little before it watches. */
+export const crashOrder = 'watched\ncrash';
 
 /** Presses Q and sees VOSK go. */
 export async function quit(vosk) {
   await vosk.press('q');
-  await vosk.log.next(/^\[WARN\] Quit signal received by user\. Shutting down\.\.\.$/, seconds(20));
-  await vosk.log.next(/^\[INFO\] VELDRAN Core Autonomous VOSK shutting down\.$/, seconds(30));
-  assert.equal(await vosk.ended(seconds(20)), 0, 'VOSK ends with 0');
+  await tells(vosk, seconds(60), '[WARN] Quit signal received by user. Shutting down...',
+    '[INFO] VELDRAN Core Autonomous VOSK shutting down.');
+  assert.equal(await vosk.ended(seconds(60)), 0, 'VOSK ends with 0');
+}
+
+/**
+ * A step of a life, counted as a test of its own. The next one begins where it ended, so its
+ * failure ends the life.
+ */
+export async function step(t, name, body) {
+  let failed = true;
+  await t.test(name, async (t) => {
+    await body(t);
+    failed = false;
+  });
+  if (failed) throw new Error(`The rest was not tried: "${name}" failed.`);
 }
