@@ -240,6 +240,8 @@ void Script::SetDeed(Event& event, const std::string& sentence) {
 }
 
 void Script::Apply(Life& life) const {
+  // So that the life passes in full there, whether or not it is swept.
+  life.At(sweep_from_, [](Life&) {});
   for (const Event& event : events_) {
     // What has no time is the scene.
     const bool now = event.at == Duration(0) || event.planned_ahead;
