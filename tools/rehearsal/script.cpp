@@ -89,7 +89,7 @@ std::vector<int> KeysNamed(const std::string& text) {
     if (const auto named = kNamed.find(word); named != kNamed.end()) {
       keys.insert(keys.end(), named->second.begin(), named->second.end());
     } else {
-      keys.push_back(word.size() == 1 ? word[0] : std::stoi(word));
+      keys.push_back(word[0] > '9' ? word[0] : std::stoi(word));
     }
   }
   return keys;
@@ -250,11 +250,13 @@ void AddBlows(Vocabulary& add) {
             const Duration by = words.Text(1) == "-" ? -words.Time(2) : words.Time(2);
             return [by](Life& life) { life.host.clock.StepWallClock(by); };
           });
-  add.Add("calls of (\\S+) fail with (\\w+)(?: (\\d+) times)?", "a call of the system is refused",
-          [](const Words& words) {
-            const auto code = static_cast<std::uint32_t>(words.Number(2));
-            const auto times = static_cast<int>(words.Number(3, 1));
-            return [=, call = words.Text(1)](Life& life) { life.host.FailNext(call, code, times); };
+  add.Add("calls of (\\S+) fail with (\\w+)(?: (\\d+) times)?(?: after (\\d+) others)?",
+          "a call of the system is refused", [](const Words& words) {
+            const simulation::FaultRule rule{.scope = words.Text(1),
+                                             .first = static_cast<int>(words.Number(4)) + 1,
+                                             .count = static_cast<int>(words.Number(3, 1)),
+                                             .code = static_cast<std::uint32_t>(words.Number(2))};
+            return [rule](Life& life) { life.host.choke.faults.Add(rule); };
           });
   add.AddPlain("VOSK killed", "it is started again ten seconds later",
                [](Life& life) { life.KillVosk(); });
