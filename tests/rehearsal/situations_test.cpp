@@ -77,15 +77,13 @@ std::string Difference(const std::vector<std::string>& told,
     text += line + '\n';
   }
   close();
-  constexpr std::ptrdiff_t kMostListed = 25;
-  const auto missing = [&](const std::string& line) { return !IsAmong(line, told); };
-  if (const auto count = std::ranges::count_if(basis, missing); count > kMostListed) {
-    return text + fmt::format("- {} lines\n", count);
-  }
+  constexpr int kMostListed = 4;
+  int missing = 0;
   for (const std::string& line : basis) {
-    if (missing(line)) text += "- " + line + '\n';
+    if (!IsAmong(line, told) && ++missing <= kMostListed) text += "- " + line + '\n';
   }
-  return text;
+  return text +
+         (missing > kMostListed ? fmt::format("- and {} more\n", missing - kMostListed) : "");
 }
 
 // Reads situations as they are stored and writes them with what is told now.
