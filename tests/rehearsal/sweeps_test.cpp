@@ -48,7 +48,8 @@ TEST_P(Sweeps, KeepThePromises) {
 
 INSTANTIATE_TEST_SUITE_P(
     All, Sweeps,
-    testing::Combine(testing::Values("start", "crash", "update", "installation", "reinstall"),
+    testing::Combine(testing::Values("start", "crash", "update", "installation", "reinstall",
+                                     "unsent", "menu"),
                      testing::ValuesIn(SweepKinds())),
     [](const auto& sweep) { return std::get<0>(sweep.param) + "_" + std::get<1>(sweep.param); });
 

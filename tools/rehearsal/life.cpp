@@ -179,7 +179,8 @@ void Life::Add(const std::vector<Fault>& faults, Duration from, Duration to) {
 void Life::Run(Duration until) {
   At(until, [](Life& life) {
     life.over_ = true;
-    life.KillVosk();
+    life.vosk_runs_at_the_end_ = life.vosk_runs_;
+    if (life.vosk_runs_) life.KillVosk();
   });
   while (!over_ && FindVosk()) {
     vosk_runs_ = true;
@@ -205,7 +206,7 @@ void Life::RunVosk() {
   int status = 0;
   std::string problem;
   try {
-    status = supervisor::Supervisor(host.Bundle(), servers).Run({});
+    status = supervisor::Supervisor(host.Bundle(), servers).Run(arguments);
   } catch (const simulation::BudgetExceeded& excess) {
     problem = "VOSK hangs: " + excess.reason;
   } catch (const std::exception& escaped) {
@@ -256,7 +257,7 @@ std::string Life::EndState() {
   const auto line = [&text](const std::string& what) { text += what + '\n'; };
   const auto cores = host.processes.Running(identity::kCoreExecutable);
   const auto monitors = host.processes.Running(u"procdump64.exe");
-  line(fmt::format("VOSK: {}", over_ && !quit_ ? "runs" : "ended " + how_vosk_ended_));
+  line(fmt::format("VOSK: {}", vosk_runs_at_the_end_ ? "runs" : "ended " + how_vosk_ended_));
   line(fmt::format("Core: {} running, {} started; dump monitors: {} running", cores.size(),
                    std::ranges::count_if(host.processes.Table(),
                                          [](const auto& entry) {

@@ -56,6 +56,8 @@ class Life {
   [[nodiscard]] bool FaultWasHit() const { return !host.choke.faults.Fired().empty(); }
 
   simulation::SimulatedHost host;
+  // VOSK's command line.
+  std::vector<std::string> arguments;
   simulation::SimServers servers{host};
   Witness witness{host, servers};
 
@@ -74,6 +76,7 @@ class Life {
   bool vosk_runs_ = false;
   bool over_ = false;
   bool quit_ = false;
+  bool vosk_runs_at_the_end_ = false;
   std::string how_vosk_ended_;
 };
 

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "identity.h"
+#include "simulation/zip_bytes.h"
 #include "text/utf.h"
 
 namespace vosk::rehearsal {
@@ -78,102 +79,208 @@ std::function<void(Life&)> Publish(const Words& words) {
   };
 }
 
-std::vector<Sentence> MakeSentences() {
-  std::vector<Sentence> sentences;
-  const auto add = [&](std::string pattern, std::string meaning, auto deed) {
+// "m down enter 224 81": letters, the keys' names and the codes of the C runtime.
+std::vector<int> KeysNamed(const std::string& text) {
+  static const std::map<std::string, std::vector<int>> kNamed = {
+      {"enter", {13}}, {"up", {224, 72}}, {"down", {224, 80}}};
+  std::vector<int> keys;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    if (const auto named = kNamed.find(word); named != kNamed.end()) {
+      keys.insert(keys.end(), named->second.begin(), named->second.end());
+    } else {
+      keys.push_back(word[0] > '9' ? word[0] : std::stoi(word));
+    }
+  }
+  return keys;
+}
+
+class Vocabulary {
+ public:
+  using Deed = std::function<std::function<void(Life&)>(const Words&)>;
+  void Add(std::string pattern, std::string meaning, Deed deed) {
     const std::regex compiled(pattern);
-    sentences.push_back({std::move(pattern), std::move(meaning), compiled, std::move(deed)});
-  };
+    all.push_back({std::move(pattern), std::move(meaning), compiled, std::move(deed)});
+  }
   // A deed that needs nothing of its words.
-  const auto add_plain = [&](std::string pattern, std::string meaning, void (*deed)(Life&)) {
-    add(std::move(pattern), std::move(meaning), [deed](const Words&) { return deed; });
-  };
-  add_plain("no Core", "no Core is installed", [](Life&) {
+  void AddPlain(std::string pattern, std::string meaning, void (*deed)(Life&)) {
+    Add(std::move(pattern), std::move(meaning), [deed](const Words&) { return deed; });
+  }
+
+  std::vector<Sentence> all;
+};
+
+// What is not as it usually is when VOSK begins.
+void AddScenes(Vocabulary& add) {
+  add.Add("VOSK stands in '(.+)'", "with its dump monitor, and not beside the Core",
+          [](const Words& words) {
+            return [place = text::PathFromUtf8(words.Text(1))](Life& life) {
+              life.host.system.module_path = place / identity::kSupervisorExecutable;
+              life.host.InstallProgram(life.host.system.module_path);
+              life.host.InstallMonitor();
+            };
+          });
+  add.Add("VOSK is started with (.+)", "its command line", [](const Words& words) {
+    return [argument = words.Text(1)](Life& life) { life.arguments.push_back(argument); };
+  });
+  add.Add("network library fails with (.+)", "at VOSK's start", [](const Words& words) {
+    return [error = words.Text(1)](Life& life) { life.servers.initialize_error = error; };
+  });
+  add.Add("version service says '(.*)'", "whatever can be downloaded", [](const Words& words) {
+    return [version = words.Text(1)](Life& life) { life.servers.latest_version = version; };
+  });
+  add.Add("file '(.+)' holds '(.*)'", "somebody has put it there", [](const Words& words) {
+    return [path = text::PathFromUtf8(words.Text(1)), bytes = words.Text(2)](Life& life) {
+      life.host.PutFile(path, bytes);
+    };
+  });
+  add.Add("file '(.+)' is gone", "or a directory with all in it", [](const Words& words) {
+    return [path = text::PathFromUtf8(words.Text(1))](Life&) { std::filesystem::remove_all(path); };
+  });
+}
+
+void AddOddities(Vocabulary& add) {
+  add.Add("process '(.+)' runs", "somebody has started it", [](const Words& words) {
+    return [name = words.Text(1)](Life& life) {
+      life.host.processes.Add(std::u16string(name.begin(), name.end()));
+    };
+  });
+  add.Add("Core (refuses|allows) handles", "to everybody", [](const Words& words) {
+    return [refuses = words.Text(1) == "refuses"](Life& life) {
+      for (auto* core : life.host.processes.Running(identity::kCoreExecutable)) {
+        core->open_error.reset();
+        if (refuses) core->open_error = platform::kAccessDenied;
+      }
+    };
+  });
+  add.Add("monitor exits with (\\d+)", "the running one", [](const Words& words) {
+    return [code = static_cast<std::uint32_t>(words.Number(1))](Life& life) {
+      life.host.processes.End(*life.host.processes.Running(u"procdump64.exe").front(), code);
+    };
+  });
+  add.Add("crashes leave (\\d+) dumps", "that the monitor writes", [](const Words& words) {
+    return [dumps = static_cast<int>(words.Number(1))](Life& life) {
+      SetMonitor(life, {.dumps_per_crash = dumps});
+    };
+  });
+  add.Add("keys (.+)", "the operator presses them", [](const Words& words) {
+    return [keys = KeysNamed(words.Text(1))](Life& life) {
+      for (const int key : keys) life.host.KeyPressed(key);
+    };
+  });
+}
+
+// What the machine is like.
+void AddMachine(Vocabulary& add) {
+  add.AddPlain("no Core", "no Core is installed", [](Life&) {
     std::filesystem::remove(text::PathFromUtf8(identity::kDefaultTargetPath));
   });
-  add_plain("Core is running", "a Core runs that VOSK has not launched",
-            [](Life& life) { life.host.processes.Add(std::u16string(identity::kCoreExecutable)); });
-  add_plain("no console", "VOSK runs without a console", [](Life& life) {
+  add.AddPlain("Core is running", "a Core runs that VOSK has not launched", [](Life& life) {
+    life.host.processes.Add(std::u16string(identity::kCoreExecutable));
+  });
+  add.AddPlain("no console", "VOSK runs without a console", [](Life& life) {
     life.host.console.Redirect(platform::StandardStream::output, StreamTarget::missing);
     life.host.console.Redirect(platform::StandardStream::error, StreamTarget::missing);
   });
-  add("release (\\S+) is installed", "it is what runs at first", [](const Words& words) {
+  add.AddPlain("ProcDump can be downloaded", "from its maker", [](Life& life) {
+    life.servers.downloads[std::string(identity::kProcDumpUrl)] =
+        simulation::ZipBytes({{"procdump64.exe", "MZ"}});
+  });
+  add.Add("release (\\S+) is installed", "it is what runs at first", [](const Words& words) {
     return [version = words.Text(1)](Life& life) { life.InstallRelease(version); };
   });
-  add("release ([^ ,]+) published(, (?:its installer fails with (\\d+)|its package cannot be "
+  add.Add(
+      "release ([^ ,]+) published(, (?:its installer fails with (\\d+)|its package cannot be "
       "unpacked|without VOSK|without the Core|its Core crashes at once))?",
       "the version service tells of it", Publish);
-  add("Core (?:crashes|exits with (\\w+))", "the running Core ends", [](const Words& words) {
+  add.Add("Core (?:crashes|exits with (\\w+))", "the running Core ends", [](const Words& words) {
     const auto code = static_cast<std::uint32_t>(words.Number(1, kAccessViolation));
     return [code](Life& life) { life.host.CoreExits(code); };
   });
-  add("(collection server|version service|download server) (up|down)(?: for " + std::string(kTime) +
-          ")?",
-      "a server answers, or does not", [](const Words& words) {
-        const std::string name = words.Text(1);
-        const bool up = words.Text(2) == "up";
-        const Duration until = words.match[3].matched ? words.at + words.Time(3) : Duration(0);
-        return [=](Life& life) {
-          ServerNamed(life, name) = up;
-          if (until == Duration(0)) return;
-          life.At(until, [=](Life& later) { ServerNamed(later, name) = !up; });
-        };
-      });
-  add("transfers take " + std::string(kTime), "each upload and download", [](const Words& words) {
-    return [time = words.Time(1)](Life& life) { life.servers.transfer_time = time; };
-  });
-  add("refusals take " + std::string(kTime), "as long as VOSK tries", [](const Words& words) {
+}
+
+void AddServersAndMonitors(Vocabulary& add) {
+  add.Add("(collection server|version service|download server) (up|down)(?: for " +
+              std::string(kTime) + ")?",
+          "a server answers, or does not", [](const Words& words) {
+            const std::string name = words.Text(1);
+            const bool up = words.Text(2) == "up";
+            const Duration until = words.match[3].matched ? words.at + words.Time(3) : Duration(0);
+            return [=](Life& life) {
+              ServerNamed(life, name) = up;
+              if (until == Duration(0)) return;
+              life.At(until, [=](Life& later) { ServerNamed(later, name) = !up; });
+            };
+          });
+  add.Add("transfers take " + std::string(kTime), "each upload and download",
+          [](const Words& words) {
+            return [time = words.Time(1)](Life& life) { life.servers.transfer_time = time; };
+          });
+  add.Add("refusals take " + std::string(kTime), "as long as VOSK tries", [](const Words& words) {
     return [time = words.Time(1)](Life& life) { life.servers.refusal_time = time; };
   });
-  add("([A-Z]:) (\\d+) (GiB|MiB) free", "the volume's free space", [](const Words& words) {
+  add.Add("([A-Z]:) (\\d+) (GiB|MiB) free", "the volume's free space", [](const Words& words) {
     const std::uint64_t unit = words.Text(3) == "GiB" ? 1ull << 30 : 1ull << 20;
     return [root = words.Text(1) + "/", bytes = words.Number(2) * unit](Life& life) {
       life.host.files.free_space_of[root] = bytes;
     };
   });
-  add_plain("monitor refuses", "every dump monitor leaves at once",
-            [](Life& life) { SetMonitor(life, {.leaves_at_once = true}); });
-  add_plain("monitor works", "it does its work again", [](Life& life) { SetMonitor(life, {}); });
-  add("dumps take " + std::string(kTime), "to be written", [](const Words& words) {
+  add.AddPlain("monitor refuses", "every dump monitor leaves at once",
+               [](Life& life) { SetMonitor(life, {.leaves_at_once = true}); });
+  add.AddPlain("monitor works", "it does its work again", [](Life& life) { SetMonitor(life, {}); });
+  add.Add("dumps take " + std::string(kTime), "to be written", [](const Words& words) {
     return [time = words.Time(1)](Life& life) { SetMonitor(life, {.writing_time = time}); };
   });
-  add("Core ends (late|at once) when it is ended", "how a running Core dies",
-      [](const Words& words) {
-        const auto how = words.Text(1) == "late" ? simulation::OnTerminate::dies_late
-                                                 : simulation::OnTerminate::dies;
-        return [how](Life& life) {
-          for (auto* core : life.host.processes.Running(identity::kCoreExecutable)) {
-            core->on_terminate = how;
-          }
-        };
-      });
-  add("clock steps (-?)" + std::string(kTime), "somebody sets the machine's clock",
-      [](const Words& words) {
-        const Duration by = words.Text(1) == "-" ? -words.Time(2) : words.Time(2);
-        return [by](Life& life) { life.host.clock.StepWallClock(by); };
-      });
-  add("calls of (\\S+) fail with (\\d+)(?: (\\d+) times)?", "a call of the system is refused",
-      [](const Words& words) {
-        const auto code = static_cast<std::uint32_t>(words.Number(2));
-        const auto times = static_cast<int>(words.Number(3, 1));
-        return [=, call = words.Text(1)](Life& life) { life.host.FailNext(call, code, times); };
-      });
-  add_plain("VOSK killed", "it is started again ten seconds later",
-            [](Life& life) { life.KillVosk(); });
-  add("power cut(, files (cut short|empty))?", "a minute later the machine runs again",
-      [](const Words& words) {
-        const auto after = words.Text(2) == "empty"       ? AfterPowerCut::empty
-                           : words.Text(2) == "cut short" ? AfterPowerCut::cut_short
-                                                          : AfterPowerCut::whole;
-        return [after, at = words.at](Life& life) { life.CutPowerAt(at, after); };
-      });
-  sentences.back().planned_ahead = true;
-  add("operator chooses (\\d)", "an item of the menu", [](const Words& words) {
+}
+
+void AddBlows(Vocabulary& add) {
+  add.Add("Core ends (late|at once|never) when it is ended", "how a running Core dies",
+          [](const Words& words) {
+            const auto how = words.Text(1) == "late"    ? simulation::OnTerminate::dies_late
+                             : words.Text(1) == "never" ? simulation::OnTerminate::ignores
+                                                        : simulation::OnTerminate::dies;
+            return [how](Life& life) {
+              for (auto* core : life.host.processes.Running(identity::kCoreExecutable)) {
+                core->on_terminate = how;
+              }
+            };
+          });
+  add.Add("clock steps (-?)" + std::string(kTime), "somebody sets the machine's clock",
+          [](const Words& words) {
+            const Duration by = words.Text(1) == "-" ? -words.Time(2) : words.Time(2);
+            return [by](Life& life) { life.host.clock.StepWallClock(by); };
+          });
+  add.Add("calls of (\\S+) fail with (\\w+)(?: (\\d+) times)?(?: after (\\d+) others)?",
+          "a call of the system is refused", [](const Words& words) {
+            const simulation::FaultRule rule{.scope = words.Text(1),
+                                             .first = static_cast<int>(words.Number(4)) + 1,
+                                             .count = static_cast<int>(words.Number(3, 1)),
+                                             .code = static_cast<std::uint32_t>(words.Number(2))};
+            return [rule](Life& life) { life.host.choke.faults.Add(rule); };
+          });
+  add.AddPlain("VOSK killed", "it is started again ten seconds later",
+               [](Life& life) { life.KillVosk(); });
+  add.Add("power cut(, files (cut short|empty))?", "a minute later the machine runs again",
+          [](const Words& words) {
+            const auto after = words.Text(2) == "empty"       ? AfterPowerCut::empty
+                               : words.Text(2) == "cut short" ? AfterPowerCut::cut_short
+                                                              : AfterPowerCut::whole;
+            return [after, at = words.at](Life& life) { life.CutPowerAt(at, after); };
+          });
+  add.all.back().planned_ahead = true;
+  add.Add("operator chooses (\\d)", "an item of the menu", [](const Words& words) {
     return [item = static_cast<int>(words.Number(1))](Life& life) { life.OperatorChooses(item); };
   });
-  add_plain("operator quits", "VOSK ends, and the Core with it",
-            [](Life& life) { life.OperatorQuits(); });
-  return sentences;
+  add.AddPlain("operator quits", "VOSK ends, and the Core with it",
+               [](Life& life) { life.OperatorQuits(); });
+}
+
+std::vector<Sentence> MakeSentences() {
+  Vocabulary sentences;
+  for (const auto add : {AddMachine, AddServersAndMonitors, AddBlows, AddScenes, AddOddities}) {
+    add(sentences);
+  }
+  return sentences.all;
 }
 
 const std::vector<Sentence>& AllSentences() {
