@@ -10,7 +10,7 @@ namespace vosk::rehearsal {
 namespace {
 
 // A quiet cycle makes the same calls as the one before.
-constexpr int kRepetitionsHit = 3;
+constexpr int kRepetitionsHit = 2;
 constexpr std::string_view kPowerCuts[] = {"power", "power_short", "power_empty"};
 
 std::string FaultText(const std::string& kind, int number) {
