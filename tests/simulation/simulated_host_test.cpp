@@ -190,5 +190,48 @@ TEST(Sweep, NamesTheRunThatFailsAndHowToRepeatIt) {
                              HasSubstr("--gtest_filter=Sweep.NamesTheRun")));
 }
 
+TEST(SimulatedHost, AKilledVoskReachesNothingMore) {
+  CheckedHost host;
+  host.PutFile("C:/log.txt", "before");
+  host.choke.faults.Add({.kind = FaultKind::killed, .scope = "files.CreateDirectories"});
+  try {
+    const auto log = host.files.OpenForAppending("C:/log.txt");
+    struct AtItsEnd {
+      platform::Files& files;
+      ~AtItsEnd() { static_cast<void>(files.Remove("C:/log.txt")); }
+    } const tidies{host.files};
+    static_cast<void>(host.files.CreateDirectories("C:/new"));
+    FAIL() << "VOSK goes on";
+  } catch (const VoskEnded& ended) {
+    EXPECT_EQ(ended.how, FaultKind::killed);
+  }
+  EXPECT_EQ(host.ReadFile("C:/log.txt"), "before");
+  EXPECT_FALSE(std::filesystem::exists("C:/new"));
+  host.VoskIsGone(1);
+  host.VoskBegins();
+  EXPECT_TRUE(host.files.CreateDirectories("C:/new"));
+}
+
+TEST(SimulatedHost, APowerCutEndsEverythingAndTakesWhatIsNotSettled) {
+  const std::pair<AfterPowerCut, std::string> rows[] = {{AfterPowerCut::whole, "0123456789"},
+                                                        {AfterPowerCut::cut_short, "01234"},
+                                                        {AfterPowerCut::empty, ""}};
+  for (const auto& [after, left] : rows) {
+    CheckedHost host;
+    host.PutFile("C:/old.txt", "settled");
+    host.Settle();
+    host.PutFile("C:/new.txt", "0123456789");
+    const auto core = host.processes.Add(u"VELDRAN Core.exe").pid;
+    bool written = false;
+    host.clock.After(1s, [&] { written = true; });
+    host.PowerIsGone(after);
+    host.clock.Advance(2s);
+    EXPECT_FALSE(written) << "whoever would have done it has ended";
+    EXPECT_FALSE(host.processes.At(core).running);
+    EXPECT_EQ(host.ReadFile("C:/old.txt"), "settled");
+    EXPECT_EQ(host.ReadFile("C:/new.txt"), left);
+  }
+}
+
 }  // namespace
 }  // namespace vosk::support

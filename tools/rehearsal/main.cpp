@@ -80,6 +80,8 @@ int Rehearse(const Wish& wish) {
     life.witness.on_line = [](std::string_view line) { fmt::print("{}\n", line); };
   }
   life.Run(script.Length());
+  // The whole terminal is the reader's again.
+  if (wish.watch > 0) fmt::print("\x1b[r\x1b[999;1H\n");
   fmt::print("\n--- how it ended ---\n{}", life.EndState());
   for (const auto& fired : life.host.choke.faults.Fired()) {
     fmt::print("hit: {} {}\n", fired.operation, fired.subject);
