@@ -24,9 +24,10 @@ constexpr char16_t kSelfName[] = u"VOSK.exe";
 const std::filesystem::path kLogRoot = "C:/Users/op/AppData/Roaming/VELDRAN/stats/TestNet";
 
 int Live(SimulatedHost& host, std::chrono::seconds quit_at,
-         const std::vector<std::string>& arguments = {}) {
+         const std::vector<std::string>& arguments = {}, support::Duration transfer_time = 0s) {
   host.At(quit_at, [](SimulatedHost& at) { at.KeyPressed('q'); });
   SimServers network(host);
+  network.transfer_time = transfer_time;
   const int status = Supervisor(host.Bundle(), network).Run(arguments);
   EXPECT_EQ(network.open_initialisations, 0);
   return status;
@@ -120,6 +121,19 @@ TEST(Supervisor, ShowsWhatTheOperatorDoes) {
   EXPECT_THAT(host.console.Text(), HasSubstr("\x1b[1;9r\x1b[9;1H")) << "the lower window";
   EXPECT_THAT(host.console.Text(), HasSubstr("\x1b[r\x1b[2J\x1b[H")) << "given back in the end";
   EXPECT_EQ(host.console.code_page, 65001u);
+}
+
+TEST(Supervisor, ShowsNoUptimeWhileTheReportOfADeadCoreIsSent) {
+  CheckedHost host;
+  host.Furnish();
+  host.processes.Add(kCoreName);
+  support::Terminal terminal(host.console.info.Width(), host.console.info.Height());
+  host.At(40s, [](SimulatedHost& at) { at.CoreExits(0xC0000005); });
+  host.At(48s, [&](SimulatedHost& at) {
+    terminal.Write(at.console.Text());
+    EXPECT_THAT(terminal.RowText(terminal.Rows()), HasSubstr("Crashes: 1      | Uptime: --"));
+  });
+  EXPECT_EQ(Live(host, 70s, {}, 10s), 0);
 }
 
 }  // namespace
