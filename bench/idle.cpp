@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "bench/benches.h"
-#include "tests/supervisor/life.h"
+#include "identity.h"
+#include "simulation/servers.h"
+#include "supervisor/supervisor.h"
 
 namespace vosk::bench {
 namespace {
@@ -35,16 +37,17 @@ bool MeasureIdle(const std::filesystem::path&) {
   simulation::SimulatedHost host;
   host.choke.SetCallBudget(100'000'000);
   host.Furnish();
-  host.processes.Add(supervisor::kCoreName);
+  host.processes.Add(std::u16string(identity::kCoreExecutable));
   std::vector<Reading> readings;
   readings.reserve(kHours);
   for (int hour = 1; hour <= kHours; ++hour) {
     host.At(std::chrono::hours(hour),
             [&readings](simulation::SimulatedHost& at) { readings.push_back(Read(at)); });
   }
-  simulation::SimServers network(host);
-  const int status =
-      supervisor::LiveOnce(host, network, {.quit_at = std::chrono::hours(kHours) + 1min});
+  host.At(std::chrono::hours(kHours) + 1min,
+          [](simulation::SimulatedHost& at) { at.KeyPressed('q'); });
+  simulation::SimServers servers(host);
+  const int status = supervisor::Supervisor(host.Bundle(), servers).Run({});
   const Reading& first = readings.front();
   const Reading& last = readings.back();
   constexpr int kMeasuredHours = kHours - 1;
