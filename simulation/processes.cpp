@@ -90,11 +90,13 @@ SimProcesses::SimProcesses(ChokePoint& choke, SimClock& clock) : choke_(choke), 
   own_pid_ = Add(std::u16string(identity::kSupervisorExecutable)).pid;
 }
 
-SimProcess& SimProcesses::Add(std::u16string executable_name) {
+SimProcess& SimProcesses::Add(std::u16string executable_name, std::string command_line) {
   const ProcessId pid = next_pid_;
   next_pid_ += 4;
   if (forgets_the_ended) ForgetTheEnded();
-  SimProcess process{.pid = pid, .executable_name = std::move(executable_name)};
+  SimProcess process{.pid = pid,
+                     .executable_name = std::move(executable_name),
+                     .command_line = std::move(command_line)};
   SimProcess& added = table_.emplace(pid, std::move(process)).first->second;
   clock_.Wake();
   if (on_change) on_change(added);
@@ -200,9 +202,8 @@ Result<platform::StartedProcess> SimProcesses::Start(const platform::ProcessStar
       return tl::unexpected(kDirectoryNameInvalid);
     }
     const std::string file_name = text::PathFromUtf8(*executable).filename().string();
-    SimProcess& process = Add(text::Utf8ToUtf16(file_name));
+    SimProcess& process = Add(text::Utf8ToUtf16(file_name), start.command_line);
     process.image = InodeOf(text::PathFromUtf8(*executable));
-    process.command_line = start.command_line;
     process.working_directory = start.working_directory;
     process.console = start.console;
     platform::StartedProcess started{ProcessHandle(NewHandle(process.pid, kAllRights), *this),
@@ -220,8 +221,7 @@ Result<ProcessHandle> SimProcesses::StartElevated(const std::string& program,
   return choke_.Perform("processes.StartElevated", command_line, [&]() -> Result<ProcessHandle> {
     const auto found = programs_.find(text::ToLowerAscii(program));
     if (found == programs_.end()) return tl::unexpected(platform::kFileNotFound);
-    SimProcess& process = Add(text::Utf8ToUtf16(program));
-    process.command_line = command_line;
+    SimProcess& process = Add(text::Utf8ToUtf16(program), command_line);
     ProcessHandle handle(NewHandle(process.pid, kAllRights), *this);
     found->second(process);
     return handle;

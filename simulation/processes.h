@@ -73,8 +73,8 @@ class SimProcesses : public platform::Processes {
                                                 std::uint64_t privilege) override;
   void CloseHandleValue(platform::HandleValue value) override;
 
-  // Adds a process that somebody else started.
-  SimProcess& Add(std::u16string executable_name);
+  // Adds a process; without a command line one that somebody else started.
+  SimProcess& Add(std::u16string executable_name, std::string command_line = {});
   // Tells what runs when the executable of that file name is started. Without a program it runs
   // until somebody ends it. The executable's file has to exist as well, unless the program is
   // started elevated.

@@ -92,7 +92,8 @@ void Witness::VoskBegins() {
   first_unanswered_ = host_.dumps.Written().size();
   vosk_runs_ = true;
   loop_runs_ = quitting_ = halted_ = false;
-  vosk_began_ = last_cycle_ = host_.clock.Elapsed();
+  vosk_began_ = host_.clock.Elapsed();
+  last_cycle_ = Waited();
   last_obstacle_ = halt_ended_ = Duration(-1);
   spent_before_ = servers_.time_spent;
   if (host_.processes.Running(identity::kCoreExecutable).empty()) down_since_ = vosk_began_;
@@ -177,7 +178,7 @@ void Witness::SeeOperation(std::string_view operation, const std::string& subjec
     loop_runs_ = true;
     if (std::exchange(halted_, false)) halt_ended_ = host_.clock.Elapsed();
   }
-  if (operation == "files.FreeSpace") last_cycle_ = host_.clock.Elapsed();
+  if (operation == "files.FreeSpace") last_cycle_ = Waited();
   if (operation == "files.Remove") CheckRemoval(subject);
   if (operation == "processes.Terminate") CheckEndedProcess(subject);
   if (operation == "processes.RunShellCommand") {
@@ -190,12 +191,16 @@ void Witness::SeeCycle() {
   if (now - hour_began_ >= 1h) CloseHour();
   if (host_.processes.OpenHandles() > kMostHandles) Break("Bounded", "handles are left open");
   if (!vosk_runs_ || quitting_) return;
-  if (now - last_cycle_ > kMostTimeOfACycle && loop_runs_) {
+  if (Waited() - last_cycle_ > kMostTimeOfACycle && loop_runs_) {
     Break("Answers", "a cycle of the loop lasts longer than half an hour");
   }
   CheckUp();
   CheckWatched();
   CheckReceived();
+}
+
+Duration Witness::Waited() const {
+  return host_.clock.Elapsed() - host_.clock.Leapt();
 }
 
 void Witness::CheckUp() {

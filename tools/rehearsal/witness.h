@@ -84,6 +84,8 @@ class Witness {
   void CloseHour();
   void EndDownTime();
   [[nodiscard]] bool CoreIsWatched();
+  // The time that has passed without leaps, which are not VOSK's to answer for.
+  [[nodiscard]] Duration Waited() const;
   [[nodiscard]] std::set<std::uint32_t> DumpsOnDisk();
 
   simulation::SimulatedHost& host_;
