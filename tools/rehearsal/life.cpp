@@ -249,7 +249,10 @@ bool Life::FindVosk() {
     return true;
   }
   witness.Break("Startable", "no VOSK.exe is left on the disk");
-  return false;
+  if (!put_back_after_) return false;
+  host.clock.Advance(*put_back_after_);
+  host.InstallProgram(host.system.module_path);
+  return !over_;
 }
 
 std::string Life::EndState() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,9 @@ class Life {
   void OperatorQuits();
   // The menu's item, counted from 1.
   void OperatorChooses(int item);
+  // Where no VOSK.exe is left, somebody notices and puts one there after this time. Without it the
+  // life ends there.
+  void PutVoskBackAfter(Duration time) { put_back_after_ = time; }
   // As FaultsFromText gives them; they count and hit calls between these times.
   void Add(const std::vector<Fault>& faults, Duration from = Duration(0),
            Duration to = Duration::max());
@@ -73,6 +77,7 @@ class Life {
 
   std::map<std::string, Duration> crashing_;
   simulation::AfterPowerCut after_power_cut_ = simulation::AfterPowerCut::whole;
+  std::optional<Duration> put_back_after_;
   bool vosk_runs_ = false;
   bool over_ = false;
   bool quit_ = false;

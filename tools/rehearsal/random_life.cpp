@@ -155,6 +155,7 @@ void DrawYear(Life& life, unsigned seed) {
   life.host.processes.forgets_the_ended = true;
   life.host.files.discarded = life.host.LogFile();
   life.host.clock.SetLeap(30min);
+  life.PutVoskBackAfter(24h);
   life.host.InstallMonitor({.dump_size = 4'000});
   // Nobody looks, and drawing is the dearest part.
   life.host.console.Redirect(platform::StandardStream::output, simulation::StreamTarget::missing);
