@@ -1,5 +1,6 @@
 #include "simulation/dumps.h"
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 

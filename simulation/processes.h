@@ -85,7 +85,6 @@ class SimProcesses : public platform::Processes {
   // VOSK has ended; its handles are closed. The next one is this process, or a new one.
   void EndOwn(std::uint32_t exit_code) { End(At(own_pid_), exit_code); }
   void BeginOwn(platform::ProcessId pid = 0);
-  [[nodiscard]] platform::ProcessId OwnPid() const { return own_pid_; }
   // Whether a running process was started from this file.
   [[nodiscard]] bool RunsFrom(const std::filesystem::path& file) const;
   // Called when a process has started or ended.

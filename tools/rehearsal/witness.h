@@ -65,8 +65,6 @@ class Witness {
   std::function<void(std::string_view)> on_line;
 
  private:
-  using ProcessName = std::u16string_view;
-
   void ProcessChanged(const simulation::SimProcess& process);
   void CoreStarts(const simulation::SimProcess& core);
   void CoreEnds(const simulation::SimProcess& core);
