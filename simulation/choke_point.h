@@ -74,22 +74,15 @@ class ChokePoint {
 
 // The outcome that reports an error, whatever the form of the operation's answer.
 template <typename Outcome>
-Outcome FailedOutcome(std::uint32_t code) {
-  if constexpr (std::is_same_v<Outcome, platform::HResult>) {
-    return {code};
-  } else if constexpr (std::is_same_v<Outcome, int>) {
+Outcome FailedOutcome(std::string_view operation, std::uint32_t code) {
+  if constexpr (std::is_same_v<Outcome, int>) {
     return static_cast<int>(code);
   } else if constexpr (std::is_same_v<Outcome, platform::PrivilegeAdjustment>) {
     return {.accepted = false, .last_error = {code}};
   } else {
-    using Error = typename Outcome::error_type;
-    if constexpr (std::is_same_v<Error, platform::FileError>) {
-      return tl::unexpected(platform::FileError{{code}, ErrorText(code)});
-    } else if constexpr (std::is_same_v<Error, int>) {
-      return tl::unexpected(static_cast<int>(code));
-    } else {
-      return tl::unexpected(Error{code});
-    }
+    // Calls on files bring the system's words for the error, others its number alone.
+    const platform::ErrorCode number{code};
+    return tl::unexpected(platform::Error(number, TellsInWords(operation) ? ErrorText(code) : ""));
   }
 }
 
@@ -99,7 +92,7 @@ auto ChokePoint::Perform(std::string_view operation, const std::string& subject,
   const auto fault = Announce(operation, subject);
   if (!fault) return effect();
   if (fault->kind == FaultKind::fails_after_effect) (void)effect();
-  return FailedOutcome<decltype(effect())>(fault->code);
+  return FailedOutcome<decltype(effect())>(operation, fault->code);
 }
 
 }  // namespace vosk::simulation

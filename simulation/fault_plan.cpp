@@ -164,6 +164,14 @@ std::optional<Fault> FaultPlan::Ask(std::string_view operation, const std::strin
   return fault;
 }
 
+bool TellsInWords(std::string_view operation) {
+  constexpr std::array kNumberAlone{"files.OpenForAppending", "files.OpenTextForWriting",
+                                    "files.OpenForWriting", "files.FreeSpace",
+                                    "files.CurrentDirectory"};
+  return operation.starts_with("files.") &&
+         std::ranges::find(kNumberAlone, operation) == kNumberAlone.end();
+}
+
 std::string ErrorText(std::uint32_t code) {
   static const std::map<std::uint32_t, std::string_view> kTexts = {
       {2, "The system cannot find the file specified."},

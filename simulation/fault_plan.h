@@ -67,5 +67,7 @@ class FaultPlan {
 // The system's number for "no error" up to the few that faults and the simulated system use, in the
 // system's words.
 [[nodiscard]] std::string ErrorText(std::uint32_t code);
+// Whether the operation gives those words with its error, and not its number alone.
+[[nodiscard]] bool TellsInWords(std::string_view operation);
 
 }  // namespace vosk::simulation

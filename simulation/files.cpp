@@ -11,8 +11,8 @@
 namespace vosk::simulation {
 
 namespace fs = std::filesystem;
-using platform::FileError;
-using platform::FileResult;
+using platform::Error;
+using platform::Result;
 
 namespace {
 
@@ -31,11 +31,11 @@ std::uint32_t CodeOf(const std::error_code& error, const fs::path& path) {
   return 87;
 }
 
-tl::unexpected<FileError> Failed(std::uint32_t code) {
-  return tl::unexpected(FileError{{code}, ErrorText(code)});
+tl::unexpected<Error> Failed(std::uint32_t code) {
+  return tl::unexpected(Error{{code}, ErrorText(code)});
 }
 
-tl::unexpected<FileError> Failed(const std::error_code& error, const fs::path& path) {
+tl::unexpected<Error> Failed(const std::error_code& error, const fs::path& path) {
   return Failed(CodeOf(error, path));
 }
 
@@ -139,13 +139,13 @@ class SimWalk : public platform::DirectoryWalk {
     Push(std::move(entries));
   }
 
-  FileResult<std::optional<fs::path>> Next() override {
+  Result<std::optional<fs::path>> Next() override {
     const std::string subject = ahead_.empty() ? "" : ahead_.back().string();
     return files_.choke_.Perform("files.Walk.Next", subject, [&] { return Step(); });
   }
 
  private:
-  FileResult<std::optional<fs::path>> Step() {
+  Result<std::optional<fs::path>> Step() {
     if (!to_enter_.empty()) {
       std::error_code error;
       std::vector<fs::path> entries = SortedEntries(to_enter_, error);
@@ -197,8 +197,8 @@ bool SimFiles::MayRemove(const fs::path& path) const {
   return std::all_of(first, last, [](const auto& held) { return held.second.remove; });
 }
 
-FileResult<bool> SimFiles::Exists(const fs::path& path) {
-  return choke_.Perform("files.Exists", path.string(), [&]() -> FileResult<bool> {
+Result<bool> SimFiles::Exists(const fs::path& path) {
+  return choke_.Perform("files.Exists", path.string(), [&]() -> Result<bool> {
     std::error_code error;
     const bool exists = fs::exists(path, error);
     if (error && error != std::errc::not_a_directory) return Failed(error, path);
@@ -206,8 +206,8 @@ FileResult<bool> SimFiles::Exists(const fs::path& path) {
   });
 }
 
-FileResult<platform::FileType> SimFiles::TypeOf(const fs::path& path) {
-  return choke_.Perform("files.TypeOf", path.string(), [&]() -> FileResult<platform::FileType> {
+Result<platform::FileType> SimFiles::TypeOf(const fs::path& path) {
+  return choke_.Perform("files.TypeOf", path.string(), [&]() -> Result<platform::FileType> {
     std::error_code error;
     const fs::file_status status = fs::status(path, error);
     if (error) return Failed(error, path);
@@ -216,8 +216,8 @@ FileResult<platform::FileType> SimFiles::TypeOf(const fs::path& path) {
   });
 }
 
-FileResult<std::uint64_t> SimFiles::SizeOf(const fs::path& path) {
-  return choke_.Perform("files.SizeOf", path.string(), [&]() -> FileResult<std::uint64_t> {
+Result<std::uint64_t> SimFiles::SizeOf(const fs::path& path) {
+  return choke_.Perform("files.SizeOf", path.string(), [&]() -> Result<std::uint64_t> {
     std::error_code error;
     const std::uint64_t size = fs::file_size(path, error);
     if (error) return Failed(error, path);
@@ -225,8 +225,8 @@ FileResult<std::uint64_t> SimFiles::SizeOf(const fs::path& path) {
   });
 }
 
-FileResult<bool> SimFiles::IsLink(const fs::path& path) {
-  return choke_.Perform("files.IsLink", path.string(), [&]() -> FileResult<bool> {
+Result<bool> SimFiles::IsLink(const fs::path& path) {
+  return choke_.Perform("files.IsLink", path.string(), [&]() -> Result<bool> {
     std::error_code error;
     const fs::file_status status = fs::symlink_status(path, error);
     if (error) return Failed(error, path);
@@ -234,9 +234,9 @@ FileResult<bool> SimFiles::IsLink(const fs::path& path) {
   });
 }
 
-FileResult<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const fs::path& path) {
+Result<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const fs::path& path) {
   using Time = std::chrono::system_clock::time_point;
-  return choke_.Perform("files.LastWriteTime", path.string(), [&]() -> FileResult<Time> {
+  return choke_.Perform("files.LastWriteTime", path.string(), [&]() -> Result<Time> {
     std::error_code error;
     const auto written = fs::last_write_time(path, error);
     if (error) return Failed(error, path);
@@ -244,8 +244,8 @@ FileResult<std::chrono::system_clock::time_point> SimFiles::LastWriteTime(const 
   });
 }
 
-FileResult<bool> SimFiles::Remove(const fs::path& path) {
-  return choke_.Perform("files.Remove", path.string(), [&]() -> FileResult<bool> {
+Result<bool> SimFiles::Remove(const fs::path& path) {
+  return choke_.Perform("files.Remove", path.string(), [&]() -> Result<bool> {
     if (!MayRemove(path)) return Failed(32);
     if (runs && runs(path)) return Failed(5);
     std::error_code error;
@@ -255,9 +255,9 @@ FileResult<bool> SimFiles::Remove(const fs::path& path) {
   });
 }
 
-FileResult<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
+Result<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
   const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
-  return choke_.Perform("files.Rename", subject, [&]() -> FileResult<> {
+  return choke_.Perform("files.Rename", subject, [&]() -> Result<> {
     std::error_code error;
     if (!fs::exists(fs::symlink_status(from, error))) {
       return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
@@ -270,9 +270,9 @@ FileResult<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
   });
 }
 
-FileResult<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
+Result<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
   const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
-  return choke_.Perform("files.Replace", subject, [&]() -> FileResult<> {
+  return choke_.Perform("files.Replace", subject, [&]() -> Result<> {
     std::error_code error;
     if (!fs::exists(fs::symlink_status(from, error))) {
       return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
@@ -285,8 +285,8 @@ FileResult<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
   });
 }
 
-FileResult<> SimFiles::CreateDirectories(const fs::path& path) {
-  return choke_.Perform("files.CreateDirectories", path.string(), [&]() -> FileResult<> {
+Result<> SimFiles::CreateDirectories(const fs::path& path) {
+  return choke_.Perform("files.CreateDirectories", path.string(), [&]() -> Result<> {
     std::error_code error;
     fs::create_directories(path, error);
     if (!error && fs::is_directory(path)) return {};
@@ -294,9 +294,9 @@ FileResult<> SimFiles::CreateDirectories(const fs::path& path) {
   });
 }
 
-FileResult<std::unique_ptr<platform::DirectoryWalk>> SimFiles::Walk(const fs::path& directory,
-                                                                    platform::WalkDepth depth) {
-  using Answer = FileResult<std::unique_ptr<platform::DirectoryWalk>>;
+Result<std::unique_ptr<platform::DirectoryWalk>> SimFiles::Walk(const fs::path& directory,
+                                                                platform::WalkDepth depth) {
+  using Answer = Result<std::unique_ptr<platform::DirectoryWalk>>;
   return choke_.Perform("files.Walk", directory.string(), [&]() -> Answer {
     std::error_code error;
     std::vector<fs::path> entries = SortedEntries(directory, error);
@@ -321,10 +321,11 @@ platform::Result<fs::path> SimFiles::CurrentDirectory() {
                         [&]() -> platform::Result<fs::path> { return current_directory; });
 }
 
-FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::path& path) {
-  using Answer = FileResult<std::unique_ptr<std::istream>>;
+Result<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::path& path) {
+  using Answer = Result<std::unique_ptr<std::istream>>;
   const auto fault = choke_.Announce("files.OpenForReading", path.string());
-  if (fault && fault->kind != FaultKind::broken_stream) return FailedOutcome<Answer>(fault->code);
+  if (fault && fault->kind != FaultKind::broken_stream)
+    return FailedOutcome<Answer>("files.OpenForReading", fault->code);
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (error) return Failed(error, path);
@@ -340,27 +341,28 @@ FileResult<std::unique_ptr<std::istream>> SimFiles::OpenForReading(const fs::pat
   return stream;
 }
 
-tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForAppending(const fs::path& path) {
+Result<std::unique_ptr<std::ostream>> SimFiles::OpenForAppending(const fs::path& path) {
   return OpenToWrite("files.OpenForAppending", path, O_APPEND);
 }
 
-tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenForWriting(const fs::path& path) {
+Result<std::unique_ptr<std::ostream>> SimFiles::OpenForWriting(const fs::path& path) {
   return OpenToWrite("files.OpenForWriting", path, O_TRUNC);
 }
 
-tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenTextForWriting(
-    const fs::path& path) {
+Result<std::unique_ptr<std::ostream>> SimFiles::OpenTextForWriting(const fs::path& path) {
   return OpenToWrite("files.OpenTextForWriting", path, O_TRUNC);
 }
 
-tl::expected<std::unique_ptr<std::ostream>, int> SimFiles::OpenToWrite(std::string_view operation,
-                                                                       const fs::path& path,
-                                                                       int flag) {
-  using Answer = tl::expected<std::unique_ptr<std::ostream>, int>;
+Result<std::unique_ptr<std::ostream>> SimFiles::OpenToWrite(std::string_view operation,
+                                                            const fs::path& path, int flag) {
+  using Answer = Result<std::unique_ptr<std::ostream>>;
   return choke_.Perform(operation, path.string(), [&]() -> Answer {
-    if (!MayRead(path)) return tl::unexpected(EACCES);
+    const auto failed = [](int number) {
+      return tl::unexpected(platform::ErrorCode{static_cast<std::uint32_t>(number)});
+    };
+    if (!MayRead(path)) return failed(EACCES);
     const int file = ::open(path.c_str(), O_WRONLY | flag | O_CREAT | O_CLOEXEC, 0666);
-    if (file < 0) return tl::unexpected(errno == EISDIR ? EACCES : errno);
+    if (file < 0) return failed(errno == EISDIR ? EACCES : errno);
     return std::make_unique<WritingStream>(file, *this, path);
   });
 }

@@ -15,29 +15,29 @@ class SimFiles : public platform::Files {
  public:
   SimFiles(ChokePoint& choke, const SimClock& clock) : choke_(choke), clock_(clock) {}
 
-  platform::FileResult<bool> Exists(const std::filesystem::path& path) override;
-  platform::FileResult<platform::FileType> TypeOf(const std::filesystem::path& path) override;
-  platform::FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) override;
-  platform::FileResult<bool> IsLink(const std::filesystem::path& path) override;
-  platform::FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+  platform::Result<bool> Exists(const std::filesystem::path& path) override;
+  platform::Result<platform::FileType> TypeOf(const std::filesystem::path& path) override;
+  platform::Result<std::uint64_t> SizeOf(const std::filesystem::path& path) override;
+  platform::Result<bool> IsLink(const std::filesystem::path& path) override;
+  platform::Result<std::chrono::system_clock::time_point> LastWriteTime(
       const std::filesystem::path& path) override;
-  platform::FileResult<bool> Remove(const std::filesystem::path& path) override;
-  platform::FileResult<> Rename(const std::filesystem::path& from,
-                                const std::filesystem::path& to) override;
-  platform::FileResult<> Replace(const std::filesystem::path& from,
-                                 const std::filesystem::path& to) override;
-  platform::FileResult<> CreateDirectories(const std::filesystem::path& path) override;
-  platform::FileResult<std::unique_ptr<platform::DirectoryWalk>> Walk(
+  platform::Result<bool> Remove(const std::filesystem::path& path) override;
+  platform::Result<> Rename(const std::filesystem::path& from,
+                            const std::filesystem::path& to) override;
+  platform::Result<> Replace(const std::filesystem::path& from,
+                             const std::filesystem::path& to) override;
+  platform::Result<> CreateDirectories(const std::filesystem::path& path) override;
+  platform::Result<std::unique_ptr<platform::DirectoryWalk>> Walk(
       const std::filesystem::path& directory, platform::WalkDepth depth) override;
   platform::Result<std::uint64_t> FreeSpace(const std::filesystem::path& root) override;
   platform::Result<std::filesystem::path> CurrentDirectory() override;
-  platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(
+  platform::Result<std::unique_ptr<std::istream>> OpenForReading(
       const std::filesystem::path& path) override;
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+  platform::Result<std::unique_ptr<std::ostream>> OpenForAppending(
       const std::filesystem::path& path) override;
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+  platform::Result<std::unique_ptr<std::ostream>> OpenForWriting(
       const std::filesystem::path& path) override;
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
+  platform::Result<std::unique_ptr<std::ostream>> OpenTextForWriting(
       const std::filesystem::path& path) override;
 
   // Another process holds the file: it lets others do what the flags say, and nothing else.
@@ -71,9 +71,9 @@ class SimFiles : public platform::Files {
  private:
   friend class SimWalk;
   // `flag` says whether the file is emptied or added to.
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenToWrite(std::string_view operation,
-                                                               const std::filesystem::path& path,
-                                                               int flag);
+  platform::Result<std::unique_ptr<std::ostream>> OpenToWrite(std::string_view operation,
+                                                              const std::filesystem::path& path,
+                                                              int flag);
 
   ChokePoint& choke_;
   const SimClock& clock_;

@@ -6,18 +6,17 @@
 
 namespace vosk::simulation {
 
+using platform::ErrorCode;
 using platform::GraphicsAdapter;
 using platform::GraphicsAdapters;
 using platform::GraphicsDescription;
-using platform::HResult;
 using platform::NetworkAdapter;
-using platform::NetworkListError;
 using platform::NetworkSession;
 using platform::Result;
 
 namespace {
 
-constexpr HResult kUnsupported{0x887A0004};
+constexpr ErrorCode kUnsupported{0x887A0004};
 
 }  // namespace
 
@@ -28,15 +27,14 @@ class SimGraphicsCard : public GraphicsAdapter {
   }
   ~SimGraphicsCard() override { --machine_.open_parts_; }
 
-  tl::expected<GraphicsDescription, HResult> Describe() override {
-    using Answer = tl::expected<GraphicsDescription, HResult>;
+  Result<GraphicsDescription> Describe() override {
+    using Answer = Result<GraphicsDescription>;
     return machine_.choke_.Perform("machine.Graphics.Describe", fmt::format("{}", index_),
                                    [&]() -> Answer { return Adapter().description; });
   }
 
-  tl::expected<std::uint32_t, HResult> TryFeatureLevels(
-      std::span<const std::uint32_t> levels) override {
-    using Answer = tl::expected<std::uint32_t, HResult>;
+  Result<std::uint32_t> TryFeatureLevels(std::span<const std::uint32_t> levels) override {
+    using Answer = Result<std::uint32_t>;
     const std::string subject = fmt::format("{} {:x}", index_, fmt::join(levels, " "));
     return machine_.choke_.Perform("machine.Graphics.TryFeatureLevels", subject, [&]() -> Answer {
       if (std::ranges::max(levels) > machine_.newest_feature_level) {
@@ -62,8 +60,8 @@ class SimGraphics : public GraphicsAdapters {
   explicit SimGraphics(SimMachine& machine) : machine_(machine) { ++machine_.open_parts_; }
   ~SimGraphics() override { --machine_.open_parts_; }
 
-  tl::expected<std::unique_ptr<GraphicsAdapter>, HResult> At(std::uint32_t index) override {
-    using Answer = tl::expected<std::unique_ptr<GraphicsAdapter>, HResult>;
+  Result<std::unique_ptr<GraphicsAdapter>> At(std::uint32_t index) override {
+    using Answer = Result<std::unique_ptr<GraphicsAdapter>>;
     const auto effect = [&]() -> Answer {
       if (index >= machine_.graphics.size()) {
         return tl::unexpected(platform::kNoSuchGraphicsAdapter);
@@ -82,16 +80,18 @@ class SimNetwork : public NetworkSession {
   explicit SimNetwork(SimMachine& machine) : machine_(machine) { ++machine_.open_parts_; }
   ~SimNetwork() override { --machine_.open_parts_; }
 
-  tl::expected<std::vector<NetworkAdapter>, NetworkListError> Adapters(
-      std::uint32_t buffer_bytes) override {
-    using Answer = tl::expected<std::vector<NetworkAdapter>, NetworkListError>;
-    const std::string subject = fmt::format("{} bytes", buffer_bytes);
+  Result<std::vector<NetworkAdapter>> Adapters(std::uint32_t& buffer_bytes) override {
+    using Answer = Result<std::vector<NetworkAdapter>>;
+    // A call that fails before it has looked says nothing of the size.
+    const std::uint32_t offered = std::exchange(buffer_bytes, 0);
+    const std::string subject = fmt::format("{} bytes", offered);
     return machine_.choke_.Perform("machine.Network.Adapters", subject, [&]() -> Answer {
       const auto adapters = static_cast<std::uint32_t>(machine_.network.size());
       const std::uint32_t needed =
           adapters * machine_.bytes_for_adapter + calls_++ * machine_.growth_between_calls;
-      if (needed > buffer_bytes) {
-        return tl::unexpected(NetworkListError{platform::kBufferOverflow, needed});
+      if (needed > offered) {
+        buffer_bytes = needed;
+        return tl::unexpected(platform::kBufferOverflow);
       }
       return machine_.network;
     });
@@ -125,8 +125,8 @@ std::uint32_t SimMachine::LogicalProcessors() {
   return logical_processors;
 }
 
-tl::expected<std::unique_ptr<GraphicsAdapters>, HResult> SimMachine::OpenGraphics() {
-  using Answer = tl::expected<std::unique_ptr<GraphicsAdapters>, HResult>;
+Result<std::unique_ptr<GraphicsAdapters>> SimMachine::OpenGraphics() {
+  using Answer = Result<std::unique_ptr<GraphicsAdapters>>;
   return choke_.Perform("machine.OpenGraphics", {},
                         [&]() -> Answer { return std::make_unique<SimGraphics>(*this); });
 }

@@ -22,8 +22,7 @@ class SimMachine : public platform::Machine {
 
   platform::Result<platform::MemoryStatus> Memory() override;
   std::uint32_t LogicalProcessors() override;
-  tl::expected<std::unique_ptr<platform::GraphicsAdapters>, platform::HResult> OpenGraphics()
-      override;
+  platform::Result<std::unique_ptr<platform::GraphicsAdapters>> OpenGraphics() override;
   platform::Result<std::unique_ptr<platform::NetworkSession>> OpenNetwork() override;
   platform::Result<std::filesystem::path> SystemDirectory() override;
   platform::Result<platform::FileVersion> VersionOf(const std::filesystem::path& file) override;

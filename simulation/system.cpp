@@ -6,7 +6,6 @@
 
 namespace vosk::simulation {
 
-using platform::HResult;
 using platform::Result;
 
 Result<std::filesystem::path> SimSystem::TempPath() {
@@ -19,8 +18,8 @@ Result<std::filesystem::path> SimSystem::ModulePath() {
                         [&]() -> Result<std::filesystem::path> { return module_path; });
 }
 
-tl::expected<std::filesystem::path, HResult> SimSystem::RoamingAppDataPath() {
-  using Answer = tl::expected<std::filesystem::path, HResult>;
+Result<std::filesystem::path> SimSystem::RoamingAppDataPath() {
+  using Answer = Result<std::filesystem::path>;
   return choke_.Perform("system.RoamingAppDataPath", {}, [&]() -> Answer { return roaming_path; });
 }
 
@@ -29,10 +28,10 @@ Result<std::string> SimSystem::ComputerName() {
                         [&]() -> Result<std::string> { return computer_name; });
 }
 
-HResult SimSystem::InitializeCom() {
-  return choke_.Perform("system.InitializeCom", {}, [&]() -> HResult {
-    // The first call makes the apartment, a further one says that it was there.
-    return {++com_initialisations == 1 ? 0u : 1u};
+Result<> SimSystem::InitializeCom() {
+  return choke_.Perform("system.InitializeCom", {}, [&]() -> Result<> {
+    ++com_initialisations;
+    return {};
   });
 }
 

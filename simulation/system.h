@@ -24,9 +24,9 @@ class SimSystem : public platform::System {
 
   platform::Result<std::filesystem::path> TempPath() override;
   platform::Result<std::filesystem::path> ModulePath() override;
-  tl::expected<std::filesystem::path, platform::HResult> RoamingAppDataPath() override;
+  platform::Result<std::filesystem::path> RoamingAppDataPath() override;
   platform::Result<std::string> ComputerName() override;
-  platform::HResult InitializeCom() override;
+  platform::Result<> InitializeCom() override;
   void UninitializeCom() override;
   void ShowErrorBox(const std::string& title, const std::string& text) override;
 

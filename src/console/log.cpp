@@ -71,7 +71,7 @@ void LogSink::OpenLogFile() {
 void LogSink::TryOpenLogFile() {
   const auto temp = system_.TempPath();
   if (!temp) {
-    PrintStartupError(fmt::format("E: GetTempPathW failed: {}", temp.error().value));
+    PrintStartupError(fmt::format("E: GetTempPathW failed: {}", temp.error()));
     return;
   }
   const auto& spelling = temp->native();
@@ -112,6 +112,10 @@ void LogSink::LogMessage(std::string_view level, std::string_view message) {
   }
   if (menu_visible_) return;
   WriteToConsole(level, line);
+}
+
+void LogSink::LogFormatted(std::string_view level, fmt::string_view format, fmt::format_args args) {
+  LogMessage(level, fmt::vformat(format, args));
 }
 
 void LogSink::WriteToConsole(std::string_view level, const std::string& line) {

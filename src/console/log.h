@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "text/formatters.h"
+
 namespace vosk::platform {
 class Clock;
 class Console;
@@ -44,6 +46,23 @@ class LogSink {
   void LogWarn(std::u16string_view message);
   void LogError(std::u16string_view message);
 
+  // The same with arguments, which may be paths and errors of the system as well.
+  template <typename Arg, typename... Args>
+  void LogInfo(fmt::format_string<const Arg&, const Args&...> format, const Arg& arg,
+               const Args&... args) {
+    LogFormatted("INFO", format, fmt::make_format_args(arg, args...));
+  }
+  template <typename Arg, typename... Args>
+  void LogWarn(fmt::format_string<const Arg&, const Args&...> format, const Arg& arg,
+               const Args&... args) {
+    LogFormatted("WARN", format, fmt::make_format_args(arg, args...));
+  }
+  template <typename Arg, typename... Args>
+  void LogError(fmt::format_string<const Arg&, const Args&...> format, const Arg& arg,
+                const Args&... args) {
+    LogFormatted("ERROR", format, fmt::make_format_args(arg, args...));
+  }
+
   // One transient line of a transfer: it shows even over the menu and is not kept as a recent line.
   void LogProgress(std::string_view text);
 
@@ -71,6 +90,7 @@ class LogSink {
   [[nodiscard]] const std::deque<std::string>& RecentLogLines() const { return recent_log_lines_; }
 
  private:
+  void LogFormatted(std::string_view level, fmt::string_view format, fmt::format_args args);
   void TryOpenLogFile();
   void PrintStartupError(std::string_view text);
   void WriteToFile(std::string_view line);

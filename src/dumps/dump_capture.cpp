@@ -46,17 +46,16 @@ DumpCapture::DumpCapture(const platform::Host& host, console::LogSink& log,
 
 std::optional<std::filesystem::path> DumpCapture::CreateImmediateDump(
     platform::ProcessId pid, const std::filesystem::path& dump_directory) {
-  log_.LogInfo(
-      fmt::format("Creating immediate process dump for PID {} using MiniDumpWriteDump...", pid));
+  log_.LogInfo("Creating immediate process dump for PID {} using MiniDumpWriteDump...", pid);
   if (!IsPresent(dump_directory)) {
     if (const auto created = host_.files.CreateDirectories(dump_directory); !created) {
-      log_.LogError(fmt::format("Failed to create dump directory: {}", created.error().text));
+      log_.LogError("Failed to create dump directory: {}", created.error());
       return std::nullopt;
     }
   }
   const std::tm now = host_.clock.ToLocal(host_.clock.WallNow());
   auto path = dump_directory / fmt::format("VELDRAN_Core_{:%y%m%d_%H%M%S}.dmp", now);
-  log_.LogInfo(fmt::format("Dump file path: {}", text::PathToUtf8(path)));
+  log_.LogInfo("Dump file path: {}", path);
   if (!WriteDump(pid, path) || !CheckImmediateDump(path)) return std::nullopt;
   return path;
 }
@@ -67,8 +66,7 @@ bool DumpCapture::WriteDump(platform::ProcessId pid, const std::filesystem::path
                                         platform::access::kDuplicateHandles;
   const auto process = host_.processes.Open(kDumpAccess, pid);
   if (!process) {
-    log_.LogError(
-        fmt::format("Failed to open process {} for dump. Error: {}", pid, process.error().value));
+    log_.LogError("Failed to open process {} for dump. Error: {}", pid, process.error());
     if (process.error() == platform::kAccessDenied) {
       log_.LogError("Access denied. Try running VOSK as Administrator.");
     } else if (process.error() == platform::kInvalidParameter) {
@@ -78,15 +76,14 @@ bool DumpCapture::WriteDump(platform::ProcessId pid, const std::filesystem::path
   }
   const auto file = host_.dump_writer.CreateDumpFile(path);
   if (!file) {
-    log_.LogError(fmt::format("Failed to create dump file. Error: {}", file.error().value));
+    log_.LogError("Failed to create dump file. Error: {}", file.error());
     return false;
   }
-  log_.LogInfo(fmt::format("Process handle: {}, File handle: {}, Target PID: {}", process->Value(),
-                           file->Value(), pid));
+  log_.LogInfo("Process handle: {}, File handle: {}, Target PID: {}", process->Value(),
+               file->Value(), pid);
   const platform::ProcessId handle_pid = host_.processes.Id(*process).value_or(0);
   if (handle_pid != pid) {
-    log_.LogError(fmt::format("Process handle PID mismatch! Handle PID: {}, Target PID: {}",
-                              handle_pid, pid));
+    log_.LogError("Process handle PID mismatch! Handle PID: {}, Target PID: {}", handle_pid, pid);
     return false;
   }
   const bool full_memory = red_alert_mode_.load();
@@ -99,8 +96,8 @@ bool DumpCapture::WriteDump(platform::ProcessId pid, const std::filesystem::path
       *process, pid, *file,
       full_memory ? platform::kDumpWithFullMemory : platform::kDumpWithThreadInfo);
   if (!written) {
-    log_.LogError(fmt::format("MiniDumpWriteDump failed. Error: {}{}", written.error().value,
-                              ExplainDumpError(written.error())));
+    log_.LogError("MiniDumpWriteDump failed. Error: {}{}", written.error(),
+                  ExplainDumpError(written.error().code));
     return false;
   }
   return true;
@@ -116,8 +113,8 @@ bool DumpCapture::CheckImmediateDump(const std::filesystem::path& path) {
     log_.LogError("Dump file is empty or could not read size.");
     return false;
   }
-  log_.LogInfo(fmt::format("Immediate dump created successfully: {} (Size: {} MB)",
-                           text::PathToUtf8(path), size / kBytesPerMegabyte));
+  log_.LogInfo("Immediate dump created successfully: {} (Size: {} MB)", path,
+               size / kBytesPerMegabyte);
   return true;
 }
 

@@ -29,28 +29,25 @@ ProcDumpAcquisition::ProcDumpAcquisition(platform::Files& files, platform::Syste
 bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supervisor_directory,
                                                const std::filesystem::path& work_directory) {
   if (const auto present = FindExecutable(supervisor_directory); !present.empty()) {
-    log_.LogInfo(
-        fmt::format("ProcDump executable found in application directory: {}", Utf8(present)));
+    log_.LogInfo("ProcDump executable found in application directory: {}", Utf8(present));
     return true;
   }
   const std::string directory = Utf8(supervisor_directory);
-  log_.LogWarn(fmt::format(
+  log_.LogWarn(
       "ProcDump not found in application directory ({}). Attempting download and extraction...",
-      directory));
+      directory);
 
   const auto zip_path = work_directory / "Procdump.zip";
   const std::string url(identity::kProcDumpUrl);
   if (!downloader_.DownloadFile(url, zip_path)) {
-    log_.LogError(
-        fmt::format("EnsureProcDumpExists: Failed to download ProcDump zip from {}", url));
+    log_.LogError("EnsureProcDumpExists: Failed to download ProcDump zip from {}", url);
     return false;
   }
   const bool extracted = ExtractProcDump(zip_path, supervisor_directory);
   CleanUpZip(zip_path);
   if (!extracted) {
-    log_.LogError(
-        fmt::format("EnsureProcDumpExists: Failed to extract ProcDump from downloaded zip: {}",
-                    Utf8(zip_path)));
+    log_.LogError("EnsureProcDumpExists: Failed to extract ProcDump from downloaded zip: {}",
+                  Utf8(zip_path));
     system_.ShowErrorBox(
         "Error", "Failed to extract ProcDump after download. Crash monitoring cannot start.");
     return false;
@@ -58,15 +55,15 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
 
   if (FindExecutable(supervisor_directory).empty()) {
     log_.LogError(
-        fmt::format("EnsureProcDumpExists: ProcDump extraction reported success, but "
-                    "executable still not found in {}",
-                    directory));
+        "EnsureProcDumpExists: ProcDump extraction reported success, but "
+        "executable still not found in {}",
+        directory);
     system_.ShowErrorBox("Error",
                          "ProcDump extraction failed verification (file not found after "
                          "extraction). Crash monitoring cannot start.");
     return false;
   }
-  log_.LogInfo(fmt::format("ProcDump successfully downloaded and extracted to: {}", directory));
+  log_.LogInfo("ProcDump successfully downloaded and extracted to: {}", directory);
   return true;
 }
 
@@ -83,46 +80,44 @@ void ProcDumpAcquisition::CleanUpZip(const std::filesystem::path& zip_path) {
   try {
     const auto exists = files_.Exists(zip_path);
     if (!exists) {
-      log_.LogWarn(fmt::format("Error checking existence of zip file for cleanup: {}. Error: {}",
-                               path, exists.error().text));
+      log_.LogWarn("Error checking existence of zip file for cleanup: {}. Error: {}", path,
+                   exists.error());
       return;
     }
     if (!*exists) return;
     if (const auto removed = files_.Remove(zip_path); !removed) {
-      log_.LogWarn(fmt::format("Failed to clean up downloaded zip file: {}. Error: {}", path,
-                               removed.error().text));
+      log_.LogWarn("Failed to clean up downloaded zip file: {}. Error: {}", path, removed.error());
       return;
     }
-    log_.LogInfo(fmt::format("Cleaned up downloaded ProcDump zip file: {}", path));
+    log_.LogInfo("Cleaned up downloaded ProcDump zip file: {}", path);
   } catch (const std::exception& problem) {
-    log_.LogWarn(fmt::format("Exception during zip file cleanup: {}", problem.what()));
+    log_.LogWarn("Exception during zip file cleanup: {}", problem.what());
   }
 }
 
 bool ProcDumpAcquisition::ExtractProcDump(const std::filesystem::path& zip_path,
                                           const std::filesystem::path& destination_directory) {
-  log_.LogInfo(fmt::format("Attempting to extract ProcDump from: {} into: {}", Utf8(zip_path),
-                           Utf8(destination_directory)));
+  log_.LogInfo("Attempting to extract ProcDump from: {} into: {}", Utf8(zip_path),
+               Utf8(destination_directory));
   if (!PrepareDirectory(destination_directory)) return false;
   zip::ZipReader zip(files_);
   if (const auto opened = zip.Open(zip_path); !opened) {
-    log_.LogError(
-        fmt::format("ExtractProcDump: Failed to initialize zip reader for [{}]. Error: {}",
-                    Utf8(zip_path), opened.error()));
+    log_.LogError("ExtractProcDump: Failed to initialize zip reader for [{}]. Error: {}",
+                  Utf8(zip_path), opened.error());
     return false;
   }
   const auto member = FindMember(zip, zip_path);
   if (!member) return false;
 
   const auto destination = destination_directory / member->name;
-  log_.LogInfo(fmt::format("Extracting file to: {}", Utf8(destination)));
+  log_.LogInfo("Extracting file to: {}", Utf8(destination));
   if (const auto extracted = zip.ExtractToFile(member->index, destination); !extracted) {
-    log_.LogError(fmt::format("ExtractProcDump: Failed to extract [{}] to [{}]. Error: {}",
-                              member->name, Utf8(destination), extracted.error()));
+    log_.LogError("ExtractProcDump: Failed to extract [{}] to [{}]. Error: {}", member->name,
+                  Utf8(destination), extracted.error());
     return false;
   }
-  log_.LogInfo(fmt::format("ExtractProcDump: Successfully extracted [{}] to [{}]", member->name,
-                           Utf8(destination)));
+  log_.LogInfo("ExtractProcDump: Successfully extracted [{}] to [{}]", member->name,
+               Utf8(destination));
   return true;
 }
 
@@ -131,16 +126,15 @@ bool ProcDumpAcquisition::PrepareDirectory(const std::filesystem::path& director
   try {
     if (files_.Exists(directory).value_or(false)) return true;
     if (const auto created = files_.CreateDirectories(directory); !created) {
-      log_.LogError(
-          fmt::format("ExtractProcDump: Failed to create extraction directory [{}]. Error: {}",
-                      path, created.error().text));
+      log_.LogError("ExtractProcDump: Failed to create extraction directory [{}]. Error: {}", path,
+                    created.error());
       return false;
     }
-    log_.LogInfo(fmt::format("Created extraction directory: {}", path));
+    log_.LogInfo("Created extraction directory: {}", path);
     return true;
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("ExtractProcDump: Exception creating extraction directory [{}]: {}",
-                              path, problem.what()));
+    log_.LogError("ExtractProcDump: Exception creating extraction directory [{}]: {}", path,
+                  problem.what());
     return false;
   }
 }
@@ -150,27 +144,26 @@ std::optional<ProcDumpAcquisition::Member> ProcDumpAcquisition::FindMember(
   const auto primary = MemberName(kPrimaryExecutable);
   if (!primary) return std::nullopt;
   if (const auto index = zip.Locate(*primary)) {
-    log_.LogInfo(fmt::format("ExtractProcDump: Found '{}' in zip archive.", *primary));
+    log_.LogInfo("ExtractProcDump: Found '{}' in zip archive.", *primary);
     return Member{*primary, *index};
   }
   const auto fallback = MemberName(kFallbackExecutable);
   if (!fallback) return std::nullopt;
-  log_.LogWarn(fmt::format("ExtractProcDump: Did not find '{}'. Trying fallback '{}'...", *primary,
-                           *fallback));
+  log_.LogWarn("ExtractProcDump: Did not find '{}'. Trying fallback '{}'...", *primary, *fallback);
   if (const auto index = zip.Locate(*fallback)) {
-    log_.LogInfo(fmt::format("ExtractProcDump: Found fallback '{}' in zip archive.", *fallback));
+    log_.LogInfo("ExtractProcDump: Found fallback '{}' in zip archive.", *fallback);
     return Member{*fallback, *index};
   }
-  log_.LogError(fmt::format("ExtractProcDump: Could not find '{}' or '{}' in the zip archive: {}",
-                            *primary, *fallback, Utf8(zip_path)));
+  log_.LogError("ExtractProcDump: Could not find '{}' or '{}' in the zip archive: {}", *primary,
+                *fallback, Utf8(zip_path));
   return std::nullopt;
 }
 
 std::optional<std::string> ProcDumpAcquisition::MemberName(std::u16string_view name) {
   const auto member_name = text::Utf16ToUtf8(name);
   if (member_name) return *member_name;
-  log_.LogError(fmt::format("ExtractProcDump: Failed to convert wide char name '{}' to multibyte.",
-                            text::WideToUtf8(name)));
+  log_.LogError("ExtractProcDump: Failed to convert wide char name '{}' to multibyte.",
+                text::WideToUtf8(name));
   return std::nullopt;
 }
 

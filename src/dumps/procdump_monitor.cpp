@@ -23,22 +23,21 @@ bool DumpCapture::IsPresent(const std::filesystem::path& path) {
 std::filesystem::path DumpCapture::FindProcDump() {
   const auto module = host_.system.ModulePath();
   if (!module) {
-    log_.LogError(fmt::format("GetModuleFileNameW failed: {}", module.error().value));
+    log_.LogError("GetModuleFileNameW failed: {}", module.error());
     return {};
   }
   auto primary = module->parent_path() / kPrimaryExecutable;
   if (IsPresent(primary)) {
-    log_.LogInfo(fmt::format("Using primary ProcDump executable: {}", text::PathToUtf8(primary)));
+    log_.LogInfo("Using primary ProcDump executable: {}", primary);
     return primary;
   }
   auto fallback = module->parent_path() / kFallbackExecutable;
   if (IsPresent(fallback)) {
-    log_.LogInfo(fmt::format("Using fallback ProcDump executable: {}", text::PathToUtf8(fallback)));
+    log_.LogInfo("Using fallback ProcDump executable: {}", fallback);
     return fallback;
   }
-  log_.LogError(fmt::format(
-      "ProcDump executable not found in application directory: Checked {} and fallback.",
-      text::PathToUtf8(primary)));
+  log_.LogError("ProcDump executable not found in application directory: Checked {} and fallback.",
+                primary);
   return {};
 }
 
@@ -49,28 +48,26 @@ platform::ProcessHandle DumpCapture::LaunchProcDumpMonitor(
   if (!IsPresent(dump_directory)) {
     const std::string directory = text::PathToUtf8(dump_directory);
     if (const auto created = host_.files.CreateDirectories(dump_directory); !created) {
-      log_.LogError(
-          fmt::format("Failed to create dump directory '{}': {}", directory, created.error().text));
+      log_.LogError("Failed to create dump directory '{}': {}", directory, created.error());
       return {};
     }
-    log_.LogInfo(fmt::format("Created dump directory: {}", directory));
+    log_.LogInfo("Created dump directory: {}", directory);
   }
   const bool full_memory = red_alert_mode_.load();
   if (full_memory) {
-    log_.LogWarn(
-        fmt::format("RED ALERT: Attaching ProcDump in full-memory (-ma) mode for PID {}", pid));
+    log_.LogWarn("RED ALERT: Attaching ProcDump in full-memory (-ma) mode for PID {}", pid);
   }
   const std::string command_line = MonitorCommandLine(procdump, full_memory, pid, dump_directory);
-  log_.LogInfo(fmt::format("Launching ProcDump monitor for PID {}: {}", pid, command_line));
+  log_.LogInfo("Launching ProcDump monitor for PID {}: {}", pid, command_line);
   auto started = host_.processes.Start({.command_line = command_line,
                                         .working_directory = std::nullopt,
                                         .console = platform::ConsoleOfChild::no_window});
   if (!started) {
-    log_.LogError(fmt::format("Failed to launch ProcDump for PID {}. CreateProcessW error code: {}",
-                              pid, started.error().value));
+    log_.LogError("Failed to launch ProcDump for PID {}. CreateProcessW error code: {}", pid,
+                  started.error());
     return {};
   }
-  log_.LogInfo(fmt::format("ProcDump launched successfully. Monitor Process ID: {}", started->pid));
+  log_.LogInfo("ProcDump launched successfully. Monitor Process ID: {}", started->pid);
   return std::move(started->handle);
 }
 

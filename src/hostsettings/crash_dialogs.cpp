@@ -52,7 +52,7 @@ void CrashDialogs::SuppressWerDialog() {
 }
 
 bool CrashDialogs::SuppressWerDialogIn(const std::string& key_path) {
-  log_.LogInfo(fmt::format("Checking WER settings in: HKLM\\{}", key_path));
+  log_.LogInfo("Checking WER settings in: HKLM\\{}", key_path);
   return DontShowUiIsSet(key_path) || SetDontShowUi(key_path);
 }
 
@@ -63,34 +63,32 @@ bool CrashDialogs::DontShowUiIsSet(const std::string& key_path) {
     return false;
   }
   if (!key) {
-    log_.LogError(
-        fmt::format("  Failed to open key for reading. Error: {}. Cannot check current value.",
-                    key.error().value));
+    log_.LogError("  Failed to open key for reading. Error: {}. Cannot check current value.",
+                  key.error());
     return false;
   }
   const auto value = registry_.Query(*key, kDontShowUi);
   if (!value && value.error() == kFileNotFound) {
-    log_.LogInfo(fmt::format("  '{}' value not found. Attempting to create/set it.", kDontShowUi));
+    log_.LogInfo("  '{}' value not found. Attempting to create/set it.", kDontShowUi);
     return false;
   }
   if (!value) {
-    log_.LogError(fmt::format("  Failed to query existing '{}' value. Error: {}", kDontShowUi,
-                              value.error().value));
+    log_.LogError("  Failed to query existing '{}' value. Error: {}", kDontShowUi, value.error());
     return false;
   }
   if (value->type != kOne.type || value->data.size() != kOne.data.size()) {
     log_.LogWarn(
-        fmt::format("  '{}' value exists but has unexpected type ({}) or size ({}). Attempting to "
-                    "overwrite.",
-                    kDontShowUi, value->type, value->data.size()));
+        "  '{}' value exists but has unexpected type ({}) or size ({}). Attempting to "
+        "overwrite.",
+        kDontShowUi, value->type, value->data.size());
     return false;
   }
   if (value->data != kOne.data) {
-    log_.LogInfo(fmt::format("  '{}' value found with different data ({}). Attempting to change.",
-                             kDontShowUi, NumberIn(*value)));
+    log_.LogInfo("  '{}' value found with different data ({}). Attempting to change.", kDontShowUi,
+                 NumberIn(*value));
     return false;
   }
-  log_.LogInfo(fmt::format("  '{}' value already set correctly (1).", kDontShowUi));
+  log_.LogInfo("  '{}' value already set correctly (1).", kDontShowUi);
   return true;
 }
 
@@ -98,15 +96,13 @@ bool CrashDialogs::SetDontShowUi(const std::string& key_path) {
   auto created = registry_.CreateOrOpen(key_path, access::kWrite | access::kView64);
   if (!created) created = registry_.CreateOrOpen(key_path, access::kWrite);
   if (!created) {
-    log_.LogError(fmt::format(
-        "  Failed to create/open key with write access. Error: {}. Cannot set WER value.",
-        created.error().value));
+    log_.LogError("  Failed to create/open key with write access. Error: {}. Cannot set WER value.",
+                  created.error());
     return false;
   }
   if (const auto set = registry_.SetValue(created->key, kDontShowUi, kOne); !set) {
-    log_.LogError(
-        fmt::format("  Failed to set '{}' value. Error: {}. WER dialogs may still appear.",
-                    kDontShowUi, set.error().value));
+    log_.LogError("  Failed to set '{}' value. Error: {}. WER dialogs may still appear.",
+                  kDontShowUi, set.error());
     return false;
   }
   log_.LogInfo(created->newly_created
@@ -129,7 +125,7 @@ void CrashDialogs::DisableJitDebugger() {
 }
 
 bool CrashDialogs::DisableJitDebuggerIn(const std::string& key_path) {
-  log_.LogInfo(fmt::format("Checking JIT settings in: HKLM\\{}", key_path));
+  log_.LogInfo("Checking JIT settings in: HKLM\\{}", key_path);
   const auto key = Open(key_path, access::kRead | access::kWrite);
   if (!key && key.error() == kFileNotFound) {
     log_.LogInfo("  Registry key does not exist (JIT debugging not configured here).");
@@ -137,9 +133,9 @@ bool CrashDialogs::DisableJitDebuggerIn(const std::string& key_path) {
   }
   if (!key) {
     log_.LogError(
-        fmt::format("  Failed to open registry key. Error: {}. Cannot modify JIT settings for this "
-                    "key path.",
-                    key.error().value));
+        "  Failed to open registry key. Error: {}. Cannot modify JIT settings for this "
+        "key path.",
+        key.error());
     return false;
   }
   const bool deleted = DeleteDebugger(*key);
@@ -150,8 +146,7 @@ bool CrashDialogs::DisableJitDebuggerIn(const std::string& key_path) {
 bool CrashDialogs::DeleteDebugger(const RegistryKey& key) {
   const auto deleted = registry_.RemoveValue(key, kDebugger);
   if (!deleted && deleted.error() != kFileNotFound) {
-    log_.LogError(fmt::format("  Failed to delete JIT '{}' value. Error: {}", kDebugger,
-                              deleted.error().value));
+    log_.LogError("  Failed to delete JIT '{}' value. Error: {}", kDebugger, deleted.error());
     return false;
   }
   log_.LogInfo(deleted ? fmt::format("  Successfully deleted JIT '{}' value.", kDebugger)
@@ -162,11 +157,10 @@ bool CrashDialogs::DeleteDebugger(const RegistryKey& key) {
 
 bool CrashDialogs::SetAuto(const RegistryKey& key) {
   if (const auto set = registry_.SetValue(key, kAuto, kTextZero); !set) {
-    log_.LogWarn(fmt::format("  Failed to set JIT '{}' value to \"0\". Error: {}", kAuto,
-                             set.error().value));
+    log_.LogWarn("  Failed to set JIT '{}' value to \"0\". Error: {}", kAuto, set.error());
     return false;
   }
-  log_.LogInfo(fmt::format("  Successfully set JIT '{}' value to \"0\".", kAuto));
+  log_.LogInfo("  Successfully set JIT '{}' value to \"0\".", kAuto);
   return true;
 }
 

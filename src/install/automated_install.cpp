@@ -21,8 +21,8 @@ bool MsiInstaller::AutomatedInstall(const std::filesystem::path& temp_directory)
   if (const auto removed = RemoveTree(host_.files, work_directory, work_directory)) {
     log_.LogInfo("Installer: Temporary directory cleaned up.");
   } else {
-    log_.LogWarn(fmt::format("Installer: Failed to fully clean up temp directory '{}': {}",
-                             PathToUtf8(work_directory), removed.error().text));
+    log_.LogWarn("Installer: Failed to fully clean up temp directory '{}': {}", work_directory,
+                 removed.error());
   }
   if (!installed) {
     log_.LogError("Installer: VELDRAN Core installation failed.");
@@ -34,27 +34,26 @@ bool MsiInstaller::AutomatedInstall(const std::filesystem::path& temp_directory)
 
 bool MsiInstaller::PrepareWorkDirectory(const std::filesystem::path& work_directory) {
   if (const auto removed = RemoveTree(host_.files, work_directory, work_directory); !removed) {
-    log_.LogWarn(
-        fmt::format("Installer: Could not remove old temp install dir: {}", removed.error().text));
+    log_.LogWarn("Installer: Could not remove old temp install dir: {}", removed.error());
   }
   if (const auto created = host_.files.CreateDirectories(work_directory); !created) {
-    log_.LogError(fmt::format("Installer: Failed to create temp install directory '{}': {}",
-                              PathToUtf8(work_directory), created.error().text));
+    log_.LogError("Installer: Failed to create temp install directory '{}': {}", work_directory,
+                  created.error());
     return false;
   }
-  log_.LogInfo(fmt::format("Installer: Using temp directory: {}", PathToUtf8(work_directory)));
+  log_.LogInfo("Installer: Using temp directory: {}", work_directory);
   return true;
 }
 
 bool MsiInstaller::InstallFromPackage(const std::filesystem::path& work_directory) {
   const auto zip_path = work_directory / kPackageZipName;
   const std::string url(identity::kCorePackageUrl);
-  log_.LogInfo(fmt::format("Installer: Downloading from: {}", url));
+  log_.LogInfo("Installer: Downloading from: {}", url);
   if (!downloader_.DownloadFile(url, zip_path)) {
     log_.LogError("Installer: Failed to download VELDRAN Core zip.");
     return false;
   }
-  log_.LogInfo(fmt::format("Installer: Download complete: {}", PathToUtf8(zip_path)));
+  log_.LogInfo("Installer: Download complete: {}", zip_path);
   progress_.Begin("Extracting");
   if (!package_.ExtractMsi(zip_path, work_directory)) {
     log_.LogError("Installer: Failed to extract MSI from zip.");

@@ -37,14 +37,13 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
   try {
     const auto path = log_root_directory / kCoreVersionFile;
     if (!quiet) {
-      log_.LogInfo(
-          fmt::format("Attempting to read current core version from: {}", text::PathToUtf8(path)));
+      log_.LogInfo("Attempting to read current core version from: {}", path);
     }
     const std::string version = ReadFirstLine(path, quiet);
     if (!version.empty()) Track(version, quiet);
     return version;
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("Error constructing path to CoreVersion.txt: {}", problem.what()));
+    log_.LogError("Error constructing path to CoreVersion.txt: {}", problem.what());
     return {};
   }
 }
@@ -95,12 +94,12 @@ void CoreVersion::Track(const std::string& version, bool quiet) {
   last_problem_.clear();
   if (version == current_) {
     if (!quiet) {
-      log_.LogInfo(fmt::format("Read current core version from file: {} (Unchanged)", version));
+      log_.LogInfo("Read current core version from file: {} (Unchanged)", version);
     }
     return;
   }
-  log_.LogInfo(fmt::format("Detected Core version changed/read: {} (Previous known: {})", version,
-                           current_.empty() ? "none" : current_));
+  log_.LogInfo("Detected Core version changed/read: {} (Previous known: {})", version,
+               current_.empty() ? "none" : current_);
   current_ = version;
 }
 

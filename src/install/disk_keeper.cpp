@@ -51,9 +51,8 @@ DiskKeeper::DiskKeeper(platform::Files& files, platform::Clock& clock, console::
 bool DiskKeeper::CheckDiskSpace(const Path& path, bool verbose) try {
   return HasEnoughSpace(path, verbose);
 } catch (const std::exception& problem) {
-  log_.LogError(
-      fmt::format("CheckDiskSpace: Exception while determining root path or checking space: {}",
-                  problem.what()));
+  log_.LogError("CheckDiskSpace: Exception while determining root path or checking space: {}",
+                problem.what());
   return false;
 }
 
@@ -74,22 +73,19 @@ bool DiskKeeper::HasEnoughSpace(const Path& path, bool verbose) {
     return false;
   }
   if (verbose) {
-    log_.LogInfo(
-        fmt::format("CheckDiskSpace: Checking free space on volume: {}", text::PathToUtf8(root)));
+    log_.LogInfo("CheckDiskSpace: Checking free space on volume: {}", root);
   }
   const auto available = files_.FreeSpace(root);
   if (!available) {
     if (verbose) {
-      log_.LogError(
-          fmt::format("CheckDiskSpace: GetDiskFreeSpaceExW failed for path '{}'. Error: {}",
-                      text::PathToUtf8(root), available.error().value));
+      log_.LogError("CheckDiskSpace: GetDiskFreeSpaceExW failed for path '{}'. Error: {}", root,
+                    available.error());
     }
     return false;
   }
   if (verbose) {
-    log_.LogInfo(
-        fmt::format("CheckDiskSpace: Available free space: {:.2f} GB. Required: {:.2f} GB.",
-                    InGigabytes(*available), InGigabytes(kRequiredFreeSpace)));
+    log_.LogInfo("CheckDiskSpace: Available free space: {:.2f} GB. Required: {:.2f} GB.",
+                 InGigabytes(*available), InGigabytes(kRequiredFreeSpace));
   }
   if (*available >= kRequiredFreeSpace) return true;
   if (verbose) log_.LogError("CheckDiskSpace: Insufficient free disk space available.");
@@ -98,17 +94,16 @@ bool DiskKeeper::HasEnoughSpace(const Path& path, bool verbose) {
 
 bool DiskKeeper::ClearDirectory(const Path& directory) {
   const std::string name = text::PathToUtf8(directory);
-  log_.LogInfo(fmt::format("Attempting to clear contents of directory: {}", name));
+  log_.LogInfo("Attempting to clear contents of directory: {}", name);
   try {
     if (const auto settled = SettledWithoutClearing(directory)) return *settled;
     const Cleared cleared = ClearEntries(directory);
-    log_.LogInfo(fmt::format("ClearDirectory: Finished clearing [{}]. Deleted: {}, Failed: {}",
-                             name, cleared.deleted, cleared.failed));
+    log_.LogInfo("ClearDirectory: Finished clearing [{}]. Deleted: {}, Failed: {}", name,
+                 cleared.deleted, cleared.failed);
     return cleared.failed == 0 && !cleared.stopped;
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("ClearDirectory: Exception during directory iteration setup for [{}]: {}", name,
-                    problem.what()));
+    log_.LogError("ClearDirectory: Exception during directory iteration setup for [{}]: {}", name,
+                  problem.what());
     return false;
   }
 }
@@ -117,35 +112,32 @@ bool DiskKeeper::ClearDirectory(const Path& directory) {
 std::optional<bool> DiskKeeper::SettledWithoutClearing(const Path& directory) {
   const std::string name = text::PathToUtf8(directory);
   if (!IsFixedPath(directory)) {
-    log_.LogError(fmt::format("ClearDirectory: Provided path is not absolute: {}", name));
+    log_.LogError("ClearDirectory: Provided path is not absolute: {}", name);
     return false;
   }
   const auto exists = files_.Exists(directory);
   if (!exists) {
-    log_.LogError(fmt::format("ClearDirectory: Error checking existence of [{}]: {}", name,
-                              exists.error().text));
+    log_.LogError("ClearDirectory: Error checking existence of [{}]: {}", name, exists.error());
     return false;
   }
   if (!*exists) {
-    log_.LogInfo(
-        fmt::format("ClearDirectory: Directory does not exist, nothing to clear: {}", name));
+    log_.LogInfo("ClearDirectory: Directory does not exist, nothing to clear: {}", name);
     return true;
   }
   const auto type = files_.TypeOf(directory);
   const auto link = files_.IsLink(WithoutTrailingSeparator(directory));
   if (!type || !link) {
-    log_.LogError(fmt::format("ClearDirectory: Error checking type of [{}]: {}", name,
-                              type ? link.error().text : type.error().text));
+    log_.LogError("ClearDirectory: Error checking type of [{}]: {}", name,
+                  type ? link.error() : type.error());
     return false;
   }
   if (*type != platform::FileType::directory) {
-    log_.LogError(fmt::format("ClearDirectory: Provided path is not a directory: {}", name));
+    log_.LogError("ClearDirectory: Provided path is not a directory: {}", name);
     return false;
   }
   if (*link) {
     // Whoever put it there may have led it to files that are not ours.
-    log_.LogError(
-        fmt::format("ClearDirectory: Provided path is only a link to a directory: {}", name));
+    log_.LogError("ClearDirectory: Provided path is only a link to a directory: {}", name);
     return false;
   }
   return std::nullopt;
@@ -153,11 +145,10 @@ std::optional<bool> DiskKeeper::SettledWithoutClearing(const Path& directory) {
 
 DiskKeeper::Cleared DiskKeeper::ClearEntries(const Path& directory) {
   Cleared cleared;
-  const auto stop = [&](const platform::FileError& error) {
-    log_.LogError(fmt::format("ClearDirectory: Error iterating directory [{}]: {}",
-                              text::PathToUtf8(directory), error.text));
-    log_.LogError(fmt::format(
-        "ClearDirectory: Iteration stopped prematurely due to directory error: {}", error.text));
+  const auto stop = [&](const platform::Error& error) {
+    log_.LogError("ClearDirectory: Error iterating directory [{}]: {}", directory, error);
+    log_.LogError("ClearDirectory: Iteration stopped prematurely due to directory error: {}",
+                  error);
     cleared.stopped = true;
     return cleared;
   };
@@ -174,16 +165,15 @@ DiskKeeper::Cleared DiskKeeper::ClearEntries(const Path& directory) {
 bool DiskKeeper::DeleteEntry(const Path& entry, const Path& directory) try {
   return TryDeleteEntry(entry, directory);
 } catch (const std::filesystem::filesystem_error& problem) {
-  log_.LogError(fmt::format("ClearDirectory: Filesystem exception deleting entry [{}]: {}",
-                            text::PathToUtf8(entry), problem.what()));
+  log_.LogError("ClearDirectory: Filesystem exception deleting entry [{}]: {}", entry,
+                problem.what());
   return false;
 } catch (const std::exception& problem) {
-  log_.LogError(fmt::format("ClearDirectory: Standard exception deleting entry [{}]: {}",
-                            text::PathToUtf8(entry), problem.what()));
+  log_.LogError("ClearDirectory: Standard exception deleting entry [{}]: {}", entry,
+                problem.what());
   return false;
 } catch (...) {
-  log_.LogError(fmt::format("ClearDirectory: Unknown exception deleting entry [{}]",
-                            text::PathToUtf8(entry)));
+  log_.LogError("ClearDirectory: Unknown exception deleting entry [{}]", entry);
   return false;
 }
 
@@ -193,12 +183,12 @@ bool DiskKeeper::TryDeleteEntry(const Path& entry, const Path& directory) {
     const auto removed = RemoveTree(files_, entry, directory);
     if (removed) return true;
     if (attempt == kDeletionAttempts) {
-      log_.LogError(fmt::format("ClearDirectory: Failed to delete [{}] after retries. Error: {}",
-                                name, removed.error().text));
+      log_.LogError("ClearDirectory: Failed to delete [{}] after retries. Error: {}", name,
+                    removed.error());
       return false;
     }
-    log_.LogWarn(fmt::format("ClearDirectory: Failed to delete [{}], retrying in 50ms. Error: {}",
-                             name, removed.error().text));
+    log_.LogWarn("ClearDirectory: Failed to delete [{}], retrying in 50ms. Error: {}", name,
+                 removed.error());
     clock_.SleepFor(kRetryDelay);
   }
 }
@@ -211,32 +201,31 @@ std::uint64_t DiskKeeper::CleanUpStorage(const Path& dump_storage_directory,
   freed += ScanTempDirectory(temp_directory);
   processes_.TerminateProcDumpInstances();
   log_.LogInfo("Terminated any orphaned ProcDump instances");
-  log_.LogWarn(fmt::format("Storage cleanup completed. Total space freed: {:.2f} MB ({:.2f} GB)",
-                           InMegabytes(freed), InGigabytes(freed)));
+  log_.LogWarn("Storage cleanup completed. Total space freed: {:.2f} MB ({:.2f} GB)",
+               InMegabytes(freed), InGigabytes(freed));
   return freed;
 }
 
 std::uint64_t DiskKeeper::CleanDumpStorage(const Path& directory, const Path& temp_directory) {
   const std::string name = text::PathToUtf8(directory);
   const std::string failure = fmt::format("Failed to fully clear dump storage directory {}", name);
-  log_.LogInfo(fmt::format("Cleaning dump storage directory: {}", name));
+  log_.LogInfo("Cleaning dump storage directory: {}", name);
   try {
     // Everything in there goes; a place that was mixed up must not.
     if (WithoutTrailingSeparator(directory) != temp_directory / identity::kDumpStorageName) {
-      log_.LogError(
-          fmt::format("{}: it does not lie in {}", failure, text::PathToUtf8(temp_directory)));
+      log_.LogError("{}: it does not lie in {}", failure, temp_directory);
       return 0;
     }
     const std::uint64_t size = TreeSize(files_, directory);
     if (ClearDirectory(directory)) {
-      log_.LogInfo(fmt::format("Cleared dump storage directory. Freed approximately {:.2f} MB",
-                               InMegabytes(size)));
+      log_.LogInfo("Cleared dump storage directory. Freed approximately {:.2f} MB",
+                   InMegabytes(size));
       return size;
     }
     log_.LogError(failure);
     return size - std::min(size, TreeSize(files_, directory));
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("{}: {}", failure, problem.what()));
+    log_.LogError("{}: {}", failure, problem.what());
     return 0;
   }
 }
@@ -244,28 +233,27 @@ std::uint64_t DiskKeeper::CleanDumpStorage(const Path& directory, const Path& te
 std::uint64_t DiskKeeper::RemoveInstallDirectory(const Path& temp_directory) try {
   const Path directory = temp_directory / kWorkDirectoryName;
   const std::string name = text::PathToUtf8(directory);
-  log_.LogInfo(fmt::format("Cleaning installation temp directory: {}", name));
+  log_.LogInfo("Cleaning installation temp directory: {}", name);
   const std::uint64_t size = TreeSize(files_, directory);
   if (const auto removed = RemoveTree(files_, directory, temp_directory); !removed) {
-    log_.LogError(fmt::format("Failed to remove installation temp directory: {}, Error: {}", name,
-                              removed.error().text));
+    log_.LogError("Failed to remove installation temp directory: {}, Error: {}", name,
+                  removed.error());
     return size - std::min(size, TreeSize(files_, directory));
   }
-  log_.LogInfo(fmt::format("Removed installation temp directory. Freed approximately {:.2f} MB",
-                           InMegabytes(size)));
+  log_.LogInfo("Removed installation temp directory. Freed approximately {:.2f} MB",
+               InMegabytes(size));
   return size;
 } catch (const std::exception& problem) {
-  log_.LogError(fmt::format("Exception cleaning installation temp directory: {}", problem.what()));
+  log_.LogError("Exception cleaning installation temp directory: {}", problem.what());
   return 0;
 }
 
 std::uint64_t DiskKeeper::ScanTempDirectory(const Path& temp_directory) {
-  log_.LogInfo(fmt::format("Scanning temp directory for old VOSK files: {}",
-                           text::PathToUtf8(temp_directory)));
+  log_.LogInfo("Scanning temp directory for old VOSK files: {}", temp_directory);
   std::uint64_t freed = 0;
   int removed = 0;
   const auto stop = [&](std::string_view reason) {
-    log_.LogError(fmt::format("Exception scanning temp directory: {}", reason));
+    log_.LogError("Exception scanning temp directory: {}", reason);
     return freed;
   };
   try {
@@ -284,12 +272,11 @@ std::uint64_t DiskKeeper::ScanTempDirectory(const Path& temp_directory) {
   } catch (const std::exception& problem) {
     return stop(problem.what());
   }
-  log_.LogInfo(fmt::format("Removed {} old VOSK-related files. Freed {:.2f} MB", removed,
-                           InMegabytes(freed)));
+  log_.LogInfo("Removed {} old VOSK-related files. Freed {:.2f} MB", removed, InMegabytes(freed));
   return freed;
 }
 
-platform::FileResult<bool> DiskKeeper::IsOldFile(const Path& path, std::string_view name) {
+platform::Result<bool> DiskKeeper::IsOldFile(const Path& path, std::string_view name) {
   const Leftover judgement = JudgeName(text::ToLowerAscii(name));
   if (judgement == Leftover::no) return false;
   const auto link = files_.IsLink(path);
@@ -309,12 +296,11 @@ std::optional<std::uint64_t> DiskKeeper::RemoveWhereOld(const Path& path) {
   const std::uint64_t size = files_.SizeOf(path).value_or(0);
   const auto removed = old ? files_.Remove(path) : old;
   if (!removed) {
-    log_.LogWarn(
-        fmt::format("Failed to remove old file: {}. Error: {}", name, removed.error().text));
+    log_.LogWarn("Failed to remove old file: {}. Error: {}", name, removed.error());
     return std::nullopt;
   }
   if (!*removed) return std::nullopt;  // somebody else was faster
-  log_.LogInfo(fmt::format("Removed old file: {} ({} KB)", name, size / 1024));
+  log_.LogInfo("Removed old file: {} ({} KB)", name, size / 1024);
   return size;
 }
 

@@ -52,7 +52,7 @@ class DiskKeeper {
                                  const std::filesystem::path& temp_directory);
   std::uint64_t RemoveInstallDirectory(const std::filesystem::path& temp_directory);
   std::uint64_t ScanTempDirectory(const std::filesystem::path& temp_directory);
-  platform::FileResult<bool> IsOldFile(const std::filesystem::path& path, std::string_view name);
+  platform::Result<bool> IsOldFile(const std::filesystem::path& path, std::string_view name);
   // The size of a file that was removed.
   std::optional<std::uint64_t> RemoveWhereOld(const std::filesystem::path& path);
 

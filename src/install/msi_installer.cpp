@@ -22,9 +22,9 @@ MsiInstaller::MsiInstaller(const platform::Host& host, console::LogSink& log,
       msiexec_(host.files, host.processes, log, processes) {}
 
 bool MsiInstaller::UninstallThenInstall(const std::filesystem::path& msi) {
-  log_.LogInfo(fmt::format(
+  log_.LogInfo(
       "Installer: Ensuring latest version via Uninstall (by UpgradeCode) then Clean Install: {}",
-      PathToUtf8(msi)));
+      msi);
   if (!IsInstallable(msi)) return false;
   const auto log_directory = msi.parent_path();
   const auto install_log = log_directory / kInstallLogName;
@@ -36,11 +36,10 @@ bool MsiInstaller::UninstallThenInstall(const std::filesystem::path& msi) {
     return ConfirmInstall(*exit_code, install_log);
   }
   log_.LogError(
-      fmt::format("Installer: Install command failed, timed out, or exit code unavailable. "
-                  "Effective Exit Code: {}",
-                  *exit_code));
-  log_.LogError(
-      fmt::format("Installer: Check install log for details: {}", PathToUtf8(install_log)));
+      "Installer: Install command failed, timed out, or exit code unavailable. "
+      "Effective Exit Code: {}",
+      *exit_code);
+  log_.LogError("Installer: Check install log for details: {}", install_log);
   if (!uninstalled_cleanly) {
     log_.LogWarn(
         "Installer: Note: Errors also occurred during the prior uninstall phase. Check relevant "
@@ -52,29 +51,27 @@ bool MsiInstaller::UninstallThenInstall(const std::filesystem::path& msi) {
 bool MsiInstaller::IsInstallable(const std::filesystem::path& msi) {
   const auto type = host_.files.TypeOf(msi);
   if (!type) {
-    log_.LogError(fmt::format("Installer: MSI file does not exist or cannot be checked at {}",
-                              PathToUtf8(msi)));
+    log_.LogError("Installer: MSI file does not exist or cannot be checked at {}", msi);
     return false;
   }
   if (*type != platform::FileType::regular) {
-    log_.LogError(
-        fmt::format("Installer: Provided path is not a regular file: {}", PathToUtf8(msi)));
+    log_.LogError("Installer: Provided path is not a regular file: {}", msi);
     return false;
   }
   if (msi.parent_path().empty()) {
     log_.LogError(
-        fmt::format("Installer: Cannot determine parent path for log files from MSI path: {} The "
-                    "path has no folder.",
-                    PathToUtf8(msi)));
+        "Installer: Cannot determine parent path for log files from MSI path: {} The "
+        "path has no folder.",
+        msi);
     return false;
   }
   return true;
 }
 
 bool MsiInstaller::UninstallAll(const std::filesystem::path& log_directory) {
-  log_.LogInfo(fmt::format(
+  log_.LogInfo(
       "Installer: Step 1/2 - Finding and uninstalling existing versions using UpgradeCode: {}",
-      identity::kCoreUpgradeCode));
+      identity::kCoreUpgradeCode);
   const RelatedProducts found = FindRelatedProducts(host_.installer);
   bool clean = true;
   for (const std::string& code : found.codes) {
@@ -82,9 +79,9 @@ bool MsiInstaller::UninstallAll(const std::filesystem::path& log_directory) {
   }
   if (found.end != platform::kNoMoreItems) {
     log_.LogWarn(
-        fmt::format("Installer: MsiEnumRelatedProductsW failed during enumeration with error "
-                    "code: {}. Uninstall phase might be incomplete.",
-                    found.end.value));
+        "Installer: MsiEnumRelatedProductsW failed during enumeration with error "
+        "code: {}. Uninstall phase might be incomplete.",
+        found.end.value);
     return false;
   }
   if (found.codes.empty()) {
@@ -101,27 +98,25 @@ bool MsiInstaller::UninstallAll(const std::filesystem::path& log_directory) {
 
 bool MsiInstaller::Uninstall(const std::string& product_code,
                              const std::filesystem::path& log_directory) {
-  log_.LogInfo(
-      fmt::format("Installer: Found related product with ProductCode: {}. Attempting uninstall...",
-                  product_code));
+  log_.LogInfo("Installer: Found related product with ProductCode: {}. Attempting uninstall...",
+               product_code);
   const auto log_path = UninstallLogIn(log_directory, product_code);
   static_cast<void>(host_.files.Remove(log_path));
-  log_.LogInfo(fmt::format("Installer: Enabling uninstall log: {}", PathToUtf8(log_path)));
+  log_.LogInfo("Installer: Enabling uninstall log: {}", log_path);
   const std::string arguments = UninstallArguments(product_code, log_path);
-  log_.LogInfo(fmt::format("Installer: Executing Uninstall Command: msiexec.exe {}", arguments));
+  log_.LogInfo("Installer: Executing Uninstall Command: msiexec.exe {}", arguments);
   const auto process = msiexec_.Start(arguments);
   if (!process) {
-    log_.LogError(
-        fmt::format("Installer: ShellExecuteExW failed for Uninstall command for {}. Error: {}",
-                    product_code, process.error().value));
+    log_.LogError("Installer: ShellExecuteExW failed for Uninstall command for {}. Error: {}",
+                  product_code, process.error());
     if (process.error() == platform::kCancelled) {
-      log_.LogWarn(fmt::format(
-          "Installer: Uninstall for {} might have been cancelled (UAC Denied?).", product_code));
+      log_.LogWarn("Installer: Uninstall for {} might have been cancelled (UAC Denied?).",
+                   product_code);
     }
     return false;
   }
-  log_.LogInfo(fmt::format("Installer: Waiting for Uninstall process{} for {} to complete...",
-                           msiexec_.PidText(*process), product_code));
+  log_.LogInfo("Installer: Waiting for Uninstall process{} for {} to complete...",
+               msiexec_.PidText(*process), product_code);
   // The exit code tells the rest: one that still runs has none but kStillActive.
   static_cast<void>(host_.processes.WaitFor(*process, kUninstallLimit));
   return JudgeUninstall(product_code, *process);
@@ -131,20 +126,18 @@ bool MsiInstaller::JudgeUninstall(const std::string& product_code,
                                   const platform::ProcessHandle& process) {
   const auto exit_code = host_.processes.ExitCode(process);
   if (!exit_code) {
-    log_.LogWarn(fmt::format("Installer: Failed to get Uninstall exit code for {}. Error: {}",
-                             product_code, exit_code.error().value));
+    log_.LogWarn("Installer: Failed to get Uninstall exit code for {}. Error: {}", product_code,
+                 exit_code.error());
     return false;
   }
-  log_.LogInfo(fmt::format("Installer: Uninstall for {} finished with exit code: {}", product_code,
-                           *exit_code));
+  log_.LogInfo("Installer: Uninstall for {} finished with exit code: {}", product_code, *exit_code);
   if (*exit_code == kInstallSuccess) {
-    log_.LogInfo(fmt::format("Installer: Successfully uninstalled: {}", product_code));
+    log_.LogInfo("Installer: Successfully uninstalled: {}", product_code);
     return true;
   }
   if (*exit_code == kUnknownProduct) return true;
-  log_.LogWarn(
-      fmt::format("Installer: Uninstall for {} finished with unexpected code {}. Check its log.",
-                  product_code, *exit_code));
+  log_.LogWarn("Installer: Uninstall for {} finished with unexpected code {}. Check its log.",
+               product_code, *exit_code);
   return false;
 }
 
@@ -152,20 +145,20 @@ std::optional<std::uint32_t> MsiInstaller::Install(const std::filesystem::path& 
                                                    const std::filesystem::path& install_log) {
   log_.LogInfo("Installer: Step 2/2 - Performing clean install attempt...");
   static_cast<void>(host_.files.Remove(install_log));
-  log_.LogInfo(fmt::format("Installer: Enabling install log: {}", PathToUtf8(install_log)));
+  log_.LogInfo("Installer: Enabling install log: {}", install_log);
   const std::string arguments = InstallArguments(msi, install_log);
-  log_.LogInfo(fmt::format("Installer: Executing Install Command: msiexec.exe {}", arguments));
+  log_.LogInfo("Installer: Executing Install Command: msiexec.exe {}", arguments);
   const auto process = msiexec_.Start(arguments);
   if (process) {
-    log_.LogInfo(fmt::format("Installer: Waiting for Install process{} to complete...",
-                             msiexec_.PidText(*process)));
+    log_.LogInfo("Installer: Waiting for Install process{} to complete...",
+                 msiexec_.PidText(*process));
     return AwaitInstall(*process);
   }
   if (process.error() == platform::kCancelled) {
     log_.LogError("Installer: Install execution cancelled (UAC denied?). Error: 1223");
   } else {
-    log_.LogError(fmt::format("Installer: ShellExecuteExW failed for Install command. Error: {}",
-                              process.error().value));
+    log_.LogError("Installer: ShellExecuteExW failed for Install command. Error: {}",
+                  process.error());
   }
   return std::nullopt;
 }
@@ -173,9 +166,8 @@ std::optional<std::uint32_t> MsiInstaller::Install(const std::filesystem::path& 
 std::uint32_t MsiInstaller::AwaitInstall(const platform::ProcessHandle& process) {
   const auto outcome = host_.processes.WaitFor(process, kInstallLimit);
   if (!outcome) {
-    log_.LogError(
-        fmt::format("Installer: WaitForSingleObject failed for Install process. Error: {}",
-                    outcome.error().value));
+    log_.LogError("Installer: WaitForSingleObject failed for Install process. Error: {}",
+                  outcome.error());
     return platform::kStillActive;
   }
   if (*outcome == platform::WaitOutcome::timed_out) {
@@ -185,18 +177,17 @@ std::uint32_t MsiInstaller::AwaitInstall(const platform::ProcessHandle& process)
   }
   const auto exit_code = host_.processes.ExitCode(process);
   if (!exit_code) {
-    log_.LogWarn(fmt::format("Installer: Failed to get Install exit code after wait. Error: {}",
-                             exit_code.error().value));
+    log_.LogWarn("Installer: Failed to get Install exit code after wait. Error: {}",
+                 exit_code.error());
     return platform::kStillActive;
   }
-  log_.LogInfo(fmt::format("Installer: Install process finished with exit code: {}", *exit_code));
+  log_.LogInfo("Installer: Install process finished with exit code: {}", *exit_code);
   return *exit_code;
 }
 
 bool MsiInstaller::ConfirmInstall(std::uint32_t exit_code,
                                   const std::filesystem::path& install_log) {
-  log_.LogInfo(
-      fmt::format("Installer: Install command reported success (Exit Code: {})", exit_code));
+  log_.LogInfo("Installer: Install command reported success (Exit Code: {})", exit_code);
   if (exit_code == kRebootRequired) {
     log_.LogWarn("Installer: Reboot may be required to complete installation.");
   }
@@ -205,17 +196,15 @@ bool MsiInstaller::ConfirmInstall(std::uint32_t exit_code,
   const auto core = InstalledCore();
   const auto exists = host_.files.Exists(core);
   if (exists && *exists) {
-    log_.LogInfo(fmt::format("Installer: Confirmed target executable exists after installation: {}",
-                             PathToUtf8(core)));
+    log_.LogInfo("Installer: Confirmed target executable exists after installation: {}", core);
     return true;
   }
   log_.LogError(
-      fmt::format("Installer: Install reported success, but target executable NOT FOUND at "
-                  "expected location: {}. Error checking: {}",
-                  PathToUtf8(core), exists ? "none" : exists.error().text));
-  log_.LogError(
-      fmt::format("Installer: Check install log for potential errors despite exit code 0/3010: {}",
-                  PathToUtf8(install_log)));
+      "Installer: Install reported success, but target executable NOT FOUND at "
+      "expected location: {}. Error checking: {}",
+      core, exists ? "none" : exists.error().text);
+  log_.LogError("Installer: Check install log for potential errors despite exit code 0/3010: {}",
+                install_log);
   return false;
 }
 

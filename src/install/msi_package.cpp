@@ -16,36 +16,34 @@ MsiPackage::MsiPackage(platform::Files& files, platform::Installer& installer,
 bool MsiPackage::ExtractMsi(const std::filesystem::path& zip_path,
                             const std::filesystem::path& destination_directory) {
   const std::string zip_name = PathToUtf8(zip_path);
-  log_.LogInfo(fmt::format("Installer: Attempting to extract MSI from: {}", zip_name));
+  log_.LogInfo("Installer: Attempting to extract MSI from: {}", zip_name);
   zip::ZipReader zip(files_);
   if (const auto opened = zip.Open(zip_path); !opened) {
-    log_.LogError(fmt::format("Installer: Failed init zip reader for {}. Error: {}", zip_name,
-                              opened.error()));
+    log_.LogError("Installer: Failed init zip reader for {}. Error: {}", zip_name, opened.error());
     return false;
   }
   const auto index = zip.Locate(std::string(kMsiName));
   if (!index) {
-    log_.LogError(fmt::format("Installer: Could not find '{}' in {}", kMsiName, zip_name));
+    log_.LogError("Installer: Could not find '{}' in {}", kMsiName, zip_name);
     return false;
   }
-  log_.LogInfo(fmt::format("Installer: Found [{}] at index {}", kMsiName, *index));
+  log_.LogInfo("Installer: Found [{}] at index {}", kMsiName, *index);
   const auto target = destination_directory / kMsiName;
   if (!MakeRoomFor(target)) return false;
   if (const auto extracted = zip.ExtractToFile(*index, target); !extracted) {
-    log_.LogError(fmt::format("Installer: Failed extract {} to {}. Error: {}", kMsiName,
-                              PathToUtf8(target), extracted.error()));
+    log_.LogError("Installer: Failed extract {} to {}. Error: {}", kMsiName, target,
+                  extracted.error());
     return false;
   }
-  log_.LogInfo(
-      fmt::format("Installer: Successfully extracted {} to {}", kMsiName, PathToUtf8(target)));
+  log_.LogInfo("Installer: Successfully extracted {} to {}", kMsiName, target);
   return true;
 }
 
 bool MsiPackage::MakeRoomFor(const std::filesystem::path& target) {
   const auto directory = target.parent_path();
   if (const auto created = files_.CreateDirectories(directory); !created) {
-    log_.LogError(fmt::format("Installer: Failed to create extraction directory '{}': {}",
-                              PathToUtf8(directory), created.error().text));
+    log_.LogError("Installer: Failed to create extraction directory '{}': {}", directory,
+                  created.error());
     return false;
   }
   // Where the old one cannot go, the extraction fails and tells why.
@@ -56,35 +54,33 @@ bool MsiPackage::MakeRoomFor(const std::filesystem::path& target) {
 std::string MsiPackage::GetMsiProductVersion(const std::filesystem::path& msi) {
   const auto database = installer_.OpenDatabase(msi);
   if (!database) {
-    log_.LogError(fmt::format("GetMsiProductVersion: Failed to open MSI database '{}'. Error: {}",
-                              PathToUtf8(msi), database.error().value));
+    log_.LogError("GetMsiProductVersion: Failed to open MSI database '{}'. Error: {}", msi,
+                  database.error());
     return {};
   }
   const auto view = installer_.OpenView(
       *database, "SELECT `Value` FROM `Property` WHERE `Property` = 'ProductVersion'");
   if (!view) {
-    log_.LogError(
-        fmt::format("GetMsiProductVersion: Failed to open view. Error: {}", view.error().value));
+    log_.LogError("GetMsiProductVersion: Failed to open view. Error: {}", view.error());
     return {};
   }
   if (const auto executed = installer_.Execute(*view); !executed) {
-    log_.LogError(fmt::format("GetMsiProductVersion: Failed to execute view. Error: {}",
-                              executed.error().value));
+    log_.LogError("GetMsiProductVersion: Failed to execute view. Error: {}", executed.error());
     return {};
   }
   const auto record = installer_.Fetch(*view);
   if (!record) {
-    log_.LogError(fmt::format("GetMsiProductVersion: No ProductVersion property found. Error: {}",
-                              record.error().value));
+    log_.LogError("GetMsiProductVersion: No ProductVersion property found. Error: {}",
+                  record.error());
     return {};
   }
   const auto version = installer_.FieldText(*record, 1);
   if (!version) {
-    log_.LogError(fmt::format("GetMsiProductVersion: Failed to read ProductVersion. Error: {}",
-                              version.error().value));
+    log_.LogError("GetMsiProductVersion: Failed to read ProductVersion. Error: {}",
+                  version.error());
     return {};
   }
-  log_.LogInfo(fmt::format("GetMsiProductVersion: MSI ProductVersion = {}", *version));
+  log_.LogInfo("GetMsiProductVersion: MSI ProductVersion = {}", *version);
   return *version;
 }
 

@@ -44,25 +44,21 @@ Msiexec::Msiexec(platform::Files& files, platform::Processes& system_processes,
 bool Msiexec::RunStep(std::string_view step, const std::string& arguments,
                       const std::filesystem::path& log_path, std::chrono::seconds limit,
                       std::uint32_t& exit_code) {
-  log_.LogInfo(
-      fmt::format("Installer: Step {} - Enabling log: {}", step, text::PathToUtf8(log_path)));
+  log_.LogInfo("Installer: Step {} - Enabling log: {}", step, log_path);
   // msiexec tells of a log that it cannot write; nothing else depends on it.
   static_cast<void>(files_.CreateDirectories(log_path.parent_path()));
   static_cast<void>(files_.Remove(log_path));
-  log_.LogInfo(
-      fmt::format("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments));
+  log_.LogInfo("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments);
   const auto process = Start(arguments);
   if (!process) {
-    log_.LogError(fmt::format("Installer: ShellExecuteExW failed for {} command. Error: {}", step,
-                              process.error().value));
+    log_.LogError("Installer: ShellExecuteExW failed for {} command. Error: {}", step,
+                  process.error());
     if (process.error() == platform::kCancelled) {
-      log_.LogWarn(
-          fmt::format("Installer: {} step might have been cancelled (UAC Denied?).", step));
+      log_.LogWarn("Installer: {} step might have been cancelled (UAC Denied?).", step);
     }
     return false;
   }
-  log_.LogInfo(
-      fmt::format("Installer: Waiting for {} process{} to complete...", step, PidText(*process)));
+  log_.LogInfo("Installer: Waiting for {} process{} to complete...", step, PidText(*process));
   Await(step, *process, limit, exit_code);
   return true;
 }
@@ -71,26 +67,26 @@ void Msiexec::Await(std::string_view step, const platform::ProcessHandle& proces
                     std::chrono::seconds limit, std::uint32_t& exit_code) {
   const auto outcome = system_processes_.WaitFor(process, limit);
   if (!outcome) {
-    log_.LogError(fmt::format("Installer: WaitForSingleObject failed for {} process. Error: {}",
-                              step, outcome.error().value));
-    exit_code = outcome.error().value;
+    log_.LogError("Installer: WaitForSingleObject failed for {} process. Error: {}", step,
+                  outcome.error());
+    exit_code = outcome.error().code.value;
     return;
   }
   if (*outcome == platform::WaitOutcome::timed_out) {
-    log_.LogError(fmt::format("Installer: {} process timed out after {} seconds. Terminating...",
-                              step, limit.count()));
+    log_.LogError("Installer: {} process timed out after {} seconds. Terminating...", step,
+                  limit.count());
     EndOverdue(process);
     exit_code = kWaitTimeout;
     return;
   }
   const auto code = system_processes_.ExitCode(process);
   if (!code) {
-    log_.LogError(fmt::format("Installer: Failed to get {} exit code after wait. Error: {}", step,
-                              code.error().value));
+    log_.LogError("Installer: Failed to get {} exit code after wait. Error: {}", step,
+                  code.error());
     return;
   }
   exit_code = *code;
-  log_.LogInfo(fmt::format("Installer: {} process finished with exit code: {}", step, exit_code));
+  log_.LogInfo("Installer: {} process finished with exit code: {}", step, exit_code);
 }
 
 platform::Result<platform::ProcessHandle> Msiexec::Start(const std::string& arguments) {

@@ -10,7 +10,7 @@ RelatedProducts FindRelatedProducts(platform::Installer& installer) {
   for (std::uint32_t index = 0;; ++index) {
     auto code = installer.RelatedProduct(upgrade_code, index);
     if (!code) {
-      found.end = code.error();
+      found.end = code.error().code;
       return found;
     }
     found.codes.push_back(std::move(*code));

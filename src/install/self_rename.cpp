@@ -29,29 +29,26 @@ std::optional<std::filesystem::path> SelfRename::RenameSelf() {
   log_.LogInfo("Attempting to rename currently running executable...");
   const auto own = system_.ModulePath();
   if (!own) {
-    log_.LogError(
-        fmt::format("RenameSelf: GetModuleFileNameW failed. Error: {}", own.error().value));
+    log_.LogError("RenameSelf: GetModuleFileNameW failed. Error: {}", own.error());
     return std::nullopt;
   }
   std::filesystem::path target = *own;
   target += ".old";
-  log_.LogInfo(fmt::format("RenameSelf: Current path: {}", PathToUtf8(*own)));
-  log_.LogInfo(fmt::format("RenameSelf: Target old path: {}", PathToUtf8(target)));
+  log_.LogInfo("RenameSelf: Current path: {}", *own);
+  log_.LogInfo("RenameSelf: Target old path: {}", target);
   if (!RemoveOlderSelf(target)) return std::nullopt;
 
   const auto renamed = files_.Rename(*own, target);
   if (renamed) {
-    log_.LogInfo(fmt::format("RenameSelf: Successfully renamed running executable to: {}",
-                             PathToUtf8(target)));
+    log_.LogInfo("RenameSelf: Successfully renamed running executable to: {}", target);
     return target;
   }
   const platform::ErrorCode error = renamed.error().code;
   if (IsHeld(error)) {
-    log_.LogError(fmt::format(
-        "RenameSelf: Failed to rename executable - likely still locked (Error: {})", error.value));
+    log_.LogError("RenameSelf: Failed to rename executable - likely still locked (Error: {})",
+                  error);
   } else {
-    log_.LogError(
-        fmt::format("RenameSelf: Failed to rename executable. Error code: {}", error.value));
+    log_.LogError("RenameSelf: Failed to rename executable. Error code: {}", error);
   }
   // A file system may have done what it reports as failed; the executable must not stay away.
   if (!files_.Exists(*own).value_or(true)) static_cast<void>(files_.Rename(target, *own));
@@ -61,12 +58,11 @@ std::optional<std::filesystem::path> SelfRename::RenameSelf() {
 bool SelfRename::RemoveOlderSelf(const std::filesystem::path& target) {
   const auto exists = files_.Exists(target);
   if (!exists) {
-    log_.LogWarn(fmt::format("RenameSelf: Error checking existence of '.old' file. Error: {}",
-                             exists.error().text));
+    log_.LogWarn("RenameSelf: Error checking existence of '.old' file. Error: {}", exists.error());
     return true;
   }
   if (!*exists) return true;
-  log_.LogInfo(fmt::format("RenameSelf: Removing existing '.old' file: {}", PathToUtf8(target)));
+  log_.LogInfo("RenameSelf: Removing existing '.old' file: {}", target);
   for (int attempt = 1;; ++attempt) {
     const auto removed = files_.Remove(target);
     if (removed) {
@@ -74,9 +70,8 @@ bool SelfRename::RemoveOlderSelf(const std::filesystem::path& target) {
       return true;
     }
     if (attempt == kRemovalAttempts) {
-      log_.LogWarn(
-          fmt::format("RenameSelf: Failed to remove existing '.old' file after retries. Error: {}",
-                      removed.error().text));
+      log_.LogWarn("RenameSelf: Failed to remove existing '.old' file after retries. Error: {}",
+                   removed.error());
       return false;
     }
     clock_.SleepFor(kRemovalPause);
@@ -97,9 +92,9 @@ bool SelfRename::RenameBack(const std::filesystem::path& old_path) {
   }
   if (!renamed) {
     log_.LogError(
-        fmt::format("Update: CRITICAL - Failed to rename self back! Manual intervention required. "
-                    "Error: {}",
-                    renamed.error().text));
+        "Update: CRITICAL - Failed to rename self back! Manual intervention required. "
+        "Error: {}",
+        renamed.error());
     return false;
   }
   log_.LogInfo("Update: Renamed self back successfully.");

@@ -30,8 +30,7 @@ void SelfUpdate::UninstallOldVersions(const Work& work) {
     if (!UninstallOldVersion(code, work)) clean = false;
   }
   if (found.end != platform::kNoMoreItems) {
-    log_.LogWarn(fmt::format("Update: MsiEnumRelatedProductsW failed during enumeration: {}",
-                             found.end.value));
+    log_.LogWarn("Update: MsiEnumRelatedProductsW failed during enumeration: {}", found.end.value);
     clean = false;
   }
   if (!clean) {
@@ -44,7 +43,7 @@ void SelfUpdate::UninstallOldVersions(const Work& work) {
 }
 
 bool SelfUpdate::UninstallOldVersion(const std::string& product_code, const Work& work) {
-  log_.LogInfo(fmt::format("Update: Uninstalling ProductCode: {}", product_code));
+  log_.LogInfo("Update: Uninstalling ProductCode: {}", product_code);
   const auto log_path = UninstallLogIn(work.directory, product_code);
   std::uint32_t exit_code = platform::kStillActive;
   if (!msiexec_.RunStep("Uninstall", UninstallArguments(product_code, log_path), log_path,
@@ -68,8 +67,7 @@ bool SelfUpdate::InstallNewVersion(const Work& work) {
   host_.clock.SleepFor(kPauseAfterInstall);
   const auto core = InstalledCore();
   if (!host_.files.Exists(core).value_or(false)) {
-    log_.LogError(
-        fmt::format("Update: Core executable NOT FOUND after install at: {}", PathToUtf8(core)));
+    log_.LogError("Update: Core executable NOT FOUND after install at: {}", core);
     return false;
   }
   log_.LogInfo("Update: Core executable verified post-install.");
@@ -79,13 +77,12 @@ bool SelfUpdate::InstallNewVersion(const Work& work) {
 bool SelfUpdate::JudgeInstall(std::uint32_t exit_code) {
   if (exit_code != kInstallSuccess && exit_code != kRebootRequired) {
     log_.LogError(
-        fmt::format("Update: Installation command failed (Code: {}). Check install log. Aborting "
-                    "update.",
-                    exit_code));
+        "Update: Installation command failed (Code: {}). Check install log. Aborting "
+        "update.",
+        exit_code);
     return false;
   }
-  log_.LogInfo(
-      fmt::format("Update Step 7/7: Installation command reported success (Code: {})", exit_code));
+  log_.LogInfo("Update Step 7/7: Installation command reported success (Code: {})", exit_code);
   if (exit_code == kRebootRequired) {
     log_.LogWarn("Update: Reboot may be required for Core components.");
   }
@@ -96,9 +93,8 @@ bool SelfUpdate::HandOver(const std::filesystem::path& core_directory) {
   log_.LogInfo("Update Step 7b/7: Checking for/launching new VOSK instance...");
   const auto executable = core_directory / identity::kSupervisorExecutable;
   if (!host_.files.Exists(executable).value_or(false)) {
-    log_.LogError(
-        fmt::format("Update: New VOSK executable not found after install at: {}. Cannot relaunch.",
-                    PathToUtf8(executable)));
+    log_.LogError("Update: New VOSK executable not found after install at: {}. Cannot relaunch.",
+                  executable);
     return false;
   }
   if (!NewInstanceAppears() && !LaunchNewInstance(executable)) return false;
@@ -112,8 +108,8 @@ bool SelfUpdate::NewInstanceAppears() {
     host_.clock.SleepFor(kAppearancePause);
     // This instance is one of those found.
     if (processes_.FindTargetProcessesByName(identity::kSupervisorExecutable).size() > 1) {
-      log_.LogWarn(fmt::format("Update: Detected another {} process. Assuming new version.",
-                               text::WideToUtf8(identity::kSupervisorExecutable)));
+      log_.LogWarn("Update: Detected another {} process. Assuming new version.",
+                   text::WideToUtf8(identity::kSupervisorExecutable));
       log_.LogWarn("Update: Exiting old VOSK to allow new instance to run.");
       return true;
     }
@@ -129,13 +125,11 @@ bool SelfUpdate::LaunchNewInstance(const std::filesystem::path& executable) {
                              .working_directory = executable.parent_path(),
                              .console = platform::ConsoleOfChild::new_console});
   if (!started) {
-    log_.LogError(fmt::format("Update: FAILED to launch NEW VOSK manually! Error: {}",
-                              started.error().value));
+    log_.LogError("Update: FAILED to launch NEW VOSK manually! Error: {}", started.error());
     return false;
   }
-  log_.LogWarn(fmt::format(
-      "Update: Successfully launched NEW VOSK manually (PID: {}). Old VOSK will now exit.",
-      started->pid));
+  log_.LogWarn("Update: Successfully launched NEW VOSK manually (PID: {}). Old VOSK will now exit.",
+               started->pid);
   return true;
 }
 

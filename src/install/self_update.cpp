@@ -35,14 +35,13 @@ SelfUpdate::SelfUpdate(const platform::Host& host, console::LogSink& log,
       self_rename_(host.clock, host.files, host.system, log) {}
 
 bool SelfUpdate::Run(const UpdateRequest& request) {
-  log_.LogWarn(
-      fmt::format("--- Starting Update Sequence to Version {} ---", request.expected_version));
+  log_.LogWarn("--- Starting Update Sequence to Version {} ---", request.expected_version);
   const auto temp_directory = request.dump_storage_directory.parent_path();
   if (temp_directory.empty()) {
     log_.LogError(
-        fmt::format("Update Error: Cannot determine parent path for temp directory from dump path. "
-                    "Aborting. Error: '{}' has no parent.",
-                    PathToUtf8(request.dump_storage_directory)));
+        "Update Error: Cannot determine parent path for temp directory from dump path. "
+        "Aborting. Error: '{}' has no parent.",
+        request.dump_storage_directory);
     return false;
   }
   const auto directory = temp_directory / kWorkDirectoryName;
@@ -50,17 +49,14 @@ bool SelfUpdate::Run(const UpdateRequest& request) {
   const bool success = RunSteps(request, work);
   if (success) {
     core_version_.Set(request.expected_version);
-    log_.LogInfo(fmt::format("Update: Successfully updated internal version tracker to {}",
-                             core_version_.Current()));
+    log_.LogInfo("Update: Successfully updated internal version tracker to {}",
+                 core_version_.Current());
   }
-  log_.LogInfo(fmt::format("Update: Cleaning up temporary install directory: {}",
-                           PathToUtf8(work.directory)));
+  log_.LogInfo("Update: Cleaning up temporary install directory: {}", work.directory);
   if (const auto removed = RemoveTree(host_.files, work.directory, work.directory); !removed) {
-    log_.LogWarn(
-        fmt::format("Update: Failed to fully cleanup temp directory: {}", removed.error().text));
+    log_.LogWarn("Update: Failed to fully cleanup temp directory: {}", removed.error());
   }
-  log_.LogInfo(fmt::format("--- Update Sequence Finished (Overall Success: {}) ---",
-                           success ? "Yes" : "No"));
+  log_.LogInfo("--- Update Sequence Finished (Overall Success: {}) ---", success ? "Yes" : "No");
   return success;
 }
 
@@ -88,13 +84,13 @@ bool SelfUpdate::RunSteps(const UpdateRequest& request, const Work& work) {
 bool SelfUpdate::PrepareWorkDirectory(const Work& work) {
   log_.LogInfo("Update Step 1/7: Preparing temporary download directory...");
   if (const auto removed = RemoveTree(host_.files, work.directory, work.directory); !removed) {
-    log_.LogWarn(fmt::format("Update Warning: Failed to remove old install temp directory: {}",
-                             removed.error().text));
+    log_.LogWarn("Update Warning: Failed to remove old install temp directory: {}",
+                 removed.error());
   }
   if (const auto created = host_.files.CreateDirectories(work.directory); !created) {
-    log_.LogError(fmt::format(
+    log_.LogError(
         "Update Error: Failed to create temp install directory '{}'. Error: {}. Aborting.",
-        PathToUtf8(work.directory), created.error().text));
+        work.directory, created.error());
     return false;
   }
   log_.LogInfo("Update Step 1/7: Temp directory ready.");
@@ -128,9 +124,9 @@ bool SelfUpdate::ValidateVersion(const std::string& expected, const Work& work) 
   const int order = net::CompareVersions(version, expected);
   if (order < 0) {
     log_.LogError(
-        fmt::format("Update: VERSION TOO OLD! Expected at least: {}, MSI contains: {}. The "
-                    "download package is older than the version reported by the network.",
-                    expected, version));
+        "Update: VERSION TOO OLD! Expected at least: {}, MSI contains: {}. The "
+        "download package is older than the version reported by the network.",
+        expected, version);
     log_.LogWarn(
         "Update: This likely means the download server has not yet been updated with the new "
         "release.");
@@ -138,22 +134,21 @@ bool SelfUpdate::ValidateVersion(const std::string& expected, const Work& work) 
     return false;
   }
   if (order == 0) {
-    log_.LogInfo(fmt::format("Update Step 3/7: MSI version verified: {} matches expected {}",
-                             version, expected));
+    log_.LogInfo("Update Step 3/7: MSI version verified: {} matches expected {}", version,
+                 expected);
   } else {
     // The dash has always been the single byte of the Windows-1252 code page.
-    log_.LogInfo(
-        fmt::format("Update Step 3/7: MSI version {} is newer than expected {} \x97 proceeding.",
-                    version, expected));
+    log_.LogInfo("Update Step 3/7: MSI version {} is newer than expected {} \x97 proceeding.",
+                 version, expected);
   }
   return true;
 }
 
 void SelfUpdate::DiscardPackage(const Work& work) {
   if (const auto removed = host_.files.Remove(work.zip)) {
-    log_.LogWarn(fmt::format("Update: Deleted ZIP file: {}", PathToUtf8(work.zip)));
+    log_.LogWarn("Update: Deleted ZIP file: {}", work.zip);
   } else {
-    log_.LogError(fmt::format("Update: Failed to delete ZIP: {}", removed.error().text));
+    log_.LogError("Update: Failed to delete ZIP: {}", removed.error());
   }
   static_cast<void>(host_.files.Remove(work.msi));
 }
@@ -172,13 +167,11 @@ void SelfUpdate::TerminateMonitor(platform::ProcessHandle& hProcDump) {
     log_.LogInfo("No active ProcDump process to terminate.");
     return;
   }
-  log_.LogInfo(
-      fmt::format("Terminating ProcDump (PID: {})...", host_.processes.Id(hProcDump).value_or(0)));
+  log_.LogInfo("Terminating ProcDump (PID: {})...", host_.processes.Id(hProcDump).value_or(0));
   const auto terminated = processes_.TerminateProcessL(hProcDump, kTerminatedExitCode);
   if (!terminated) {
-    log_.LogWarn(
-        fmt::format("TerminateProcess failed for ProcDump (Error: {}). Might already be stopped.",
-                    terminated.error().value));
+    log_.LogWarn("TerminateProcess failed for ProcDump (Error: {}). Might already be stopped.",
+                 terminated.error());
   } else {
     const auto outcome = host_.processes.WaitFor(hProcDump, kMonitorExitWait);
     if (outcome && *outcome == platform::WaitOutcome::timed_out) {
@@ -194,16 +187,15 @@ bool SelfUpdate::TerminateCore(const UpdateRequest& request) {
     return true;
   }
   const platform::ProcessId pid = request.core_pid;
-  log_.LogInfo(fmt::format("Terminating VELDRAN Core (PID: {})...", pid));
+  log_.LogInfo("Terminating VELDRAN Core (PID: {})...", pid);
   const auto terminated = processes_.TerminateProcessL(request.hTargetProcess, kTerminatedExitCode);
   if (!terminated) {
-    const platform::ErrorCode error = terminated.error();
+    const platform::ErrorCode error = terminated.error().code;
     if (error == platform::kAccessDenied || error == platform::kInvalidHandle) {
-      log_.LogInfo(fmt::format(
-          "TerminateProcess failed for Core (Error: {}) - likely already stopped.", error.value));
+      log_.LogInfo("TerminateProcess failed for Core (Error: {}) - likely already stopped.", error);
     } else {
-      log_.LogWarn(fmt::format(
-          "TerminateProcess failed for Core (Error: {}). Might already be stopped.", error.value));
+      log_.LogWarn("TerminateProcess failed for Core (Error: {}). Might already be stopped.",
+                   error);
     }
   }
   const auto outcome = host_.processes.WaitFor(request.hTargetProcess, kCoreExitWait);
@@ -212,9 +204,9 @@ bool SelfUpdate::TerminateCore(const UpdateRequest& request) {
   request.hTargetProcess.Reset();
   if (!ended) {
     log_.LogError(
-        fmt::format("Update Error: Target Core process (PID: {}) did not terminate within timeout! "
-                    "Aborting update.",
-                    pid));
+        "Update Error: Target Core process (PID: {}) did not terminate within timeout! "
+        "Aborting update.",
+        pid);
     return false;
   }
   log_.LogInfo("Update Step 4/7: Core process termination confirmed.");
@@ -232,20 +224,18 @@ void SelfUpdate::ClearCoreVersionFile(const std::filesystem::path& log_root_dire
     const auto path = log_root_directory / kCoreVersionFile;
     const auto exists = host_.files.Exists(path);
     if (!exists) {
-      log_.LogWarn(fmt::format("Update: Error checking existence of {} before removal. Error: {}",
-                               PathToUtf8(path), exists.error().text));
+      log_.LogWarn("Update: Error checking existence of {} before removal. Error: {}", path,
+                   exists.error());
       return;
     }
     if (!*exists) return;
     if (const auto removed = host_.files.Remove(path); !removed) {
-      log_.LogWarn(fmt::format("Update: Failed to remove {}. Error: {}", PathToUtf8(path),
-                               removed.error().text));
+      log_.LogWarn("Update: Failed to remove {}. Error: {}", path, removed.error());
       return;
     }
-    log_.LogInfo(fmt::format("Update: Successfully removed {}", PathToUtf8(path)));
+    log_.LogInfo("Update: Successfully removed {}", path);
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("Update: Exception while removing CoreVersion.txt: {}", problem.what()));
+    log_.LogError("Update: Exception while removing CoreVersion.txt: {}", problem.what());
   }
 }
 

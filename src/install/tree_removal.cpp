@@ -12,9 +12,9 @@
 namespace vosk::install {
 namespace {
 
-using platform::FileError;
-using platform::FileResult;
+using platform::Error;
 using platform::FileType;
+using platform::Result;
 using Path = std::filesystem::path;
 
 enum class Kind { file, directory, link, unknown };
@@ -22,7 +22,7 @@ enum class Kind { file, directory, link, unknown };
 struct Entry {
   Path path;
   Kind kind = Kind::unknown;
-  std::optional<FileError> listing_error = {};  // a directory that was not read to its end
+  std::optional<Error> listing_error = {};  // a directory that was not read to its end
 };
 
 // The root of a drive or share, however it is spelled; nobody means to remove all of it.
@@ -40,12 +40,12 @@ std::optional<Path> PartBelow(const Path& limit, const Path& path) {
   return below;
 }
 
-tl::unexpected<FileError> Refused(std::string reason) {
-  return tl::unexpected(FileError{platform::kInvalidParameter, std::move(reason)});
+tl::unexpected<Error> Refused(std::string reason) {
+  return tl::unexpected(Error{platform::kInvalidParameter, std::move(reason)});
 }
 
 // Whether the removal stays where the caller wants it.
-FileResult<> CheckLimit(platform::Files& files, const Path& path, const Path& limit) {
+Result<> CheckLimit(platform::Files& files, const Path& path, const Path& limit) {
   const auto below = PartBelow(limit, path);
   if (!below || IsRoot(path)) {
     return Refused(fmt::format("refused to remove '{}': it does not lie below '{}'",
@@ -76,7 +76,7 @@ Kind KindOf(platform::Files& files, const Path& path) {
 
 // Adds a directory's entries to the list. The walk is closed again before anything is removed: an
 // open one keeps an emptied directory in place.
-FileResult<> List(platform::Files& files, const Path& directory, std::vector<Entry>& entries) {
+Result<> List(platform::Files& files, const Path& directory, std::vector<Entry>& entries) {
   auto walk = files.Walk(directory, platform::WalkDepth::direct_entries);
   if (!walk) return tl::unexpected(walk.error());
   while (true) {
@@ -103,7 +103,7 @@ std::vector<Entry> ListTree(platform::Files& files, const Path& path) {
 
 }  // namespace
 
-FileResult<> RemoveTree(platform::Files& files, const Path& path, const Path& limit) {
+Result<> RemoveTree(platform::Files& files, const Path& path, const Path& limit) {
   if (!IsFixedPath(path) || !IsFixedPath(limit)) {
     return Refused(fmt::format("refused to remove '{}' below '{}': not an absolute path",
                                text::PathToUtf8(path), text::PathToUtf8(limit)));
@@ -114,7 +114,7 @@ FileResult<> RemoveTree(platform::Files& files, const Path& path, const Path& li
   }
   std::vector<Entry> entries = ListTree(files, root);
   std::ranges::reverse(entries);
-  std::optional<FileError> first_error;
+  std::optional<Error> first_error;
   for (const Entry& entry : entries) {
     const auto removed = files.Remove(entry.path);
     if (removed || first_error) continue;

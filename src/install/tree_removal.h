@@ -12,8 +12,8 @@ namespace vosk::install {
 // Removes a file, a link, or a directory with everything inside; a missing path is a success. Both
 // paths are fixed (IsFixedPath) and `path` is `limit` or lies below it, not by way of a link; else
 // nothing is touched. Goes on past what cannot be removed and gives the first of those errors.
-platform::FileResult<> RemoveTree(platform::Files& files, const std::filesystem::path& path,
-                                  const std::filesystem::path& limit);
+platform::Result<> RemoveTree(platform::Files& files, const std::filesystem::path& path,
+                              const std::filesystem::path& limit);
 
 // The bytes of the regular files at or below the path; what cannot be read counts as 0.
 [[nodiscard]] std::uint64_t TreeSize(platform::Files& files, const std::filesystem::path& path);

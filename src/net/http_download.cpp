@@ -148,8 +148,8 @@ HttpDownloader::HttpDownloader(platform::Files& files, platform::Clock& clock,
 bool HttpDownloader::DownloadFile(const std::string& url,
                                   const std::filesystem::path& destination) {
   const std::string target = text::PathToUtf8(destination);
-  log_.LogInfo(fmt::format("Attempting download from URL: {}", url));
-  log_.LogInfo(fmt::format("Saving downloaded file to: {}", target));
+  log_.LogInfo("Attempting download from URL: {}", url);
+  log_.LogInfo("Saving downloaded file to: {}", target);
   const EasyHandle easy(curl_easy_init());
   if (!easy) {
     log_.LogError("DownloadFile: Failed to initialize libcurl.");
@@ -157,9 +157,9 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   }
   auto stream = files_.OpenForWriting(destination);
   if (!stream) {
-    log_.LogError(fmt::format(
+    log_.LogError(
         "DownloadFile: Failed to open destination file for writing: {}. Error: {} (Code: {})",
-        target, TextOfErrno(stream.error()), stream.error()));
+        target, TextOfErrno(static_cast<int>(stream.error().code.value)), stream.error());
     return false;
   }
 
@@ -169,8 +169,8 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   SetOptions(easy.get(), url, file, reporter, limits_);
   CURLcode code = curl_easy_perform(easy.get());
   if (const int error = file.Close(); error != 0) {
-    log_.LogWarn(fmt::format("DownloadFile: Writing to {} failed. Error: {} (Code: {})", target,
-                             TextOfErrno(error), error));
+    log_.LogWarn("DownloadFile: Writing to {} failed. Error: {} (Code: {})", target,
+                 TextOfErrno(error), error);
     // The last bytes may have failed after libcurl had handed over all of them.
     code = CURLE_WRITE_ERROR;
   }
@@ -192,14 +192,14 @@ void HttpDownloader::RemoveIncompleteFile(const std::filesystem::path& destinati
     if (!files_.Exists(destination).value_or(true)) return;
     const auto removed = files_.Remove(destination);
     if (!removed) {
-      log_.LogWarn(fmt::format("Failed to remove incomplete download file: {}. Error: {}", target,
-                               removed.error().text));
+      log_.LogWarn("Failed to remove incomplete download file: {}. Error: {}", target,
+                   removed.error());
     } else if (*removed) {
-      log_.LogInfo(fmt::format("Removed incomplete download file: {}", target));
+      log_.LogInfo("Removed incomplete download file: {}", target);
     }
   } catch (const std::exception& problem) {
-    log_.LogWarn(fmt::format("Exception while removing incomplete download file '{}': {}", target,
-                             problem.what()));
+    log_.LogWarn("Exception while removing incomplete download file '{}': {}", target,
+                 problem.what());
   }
 }
 

@@ -76,7 +76,7 @@ HttpVersionService::HttpVersionService(std::string url, console::LogSink& log,
     : url_(std::move(url)), log_(log), patience_(patience) {}
 
 std::string HttpVersionService::FetchVersion() {
-  log_.LogInfo(fmt::format("Checking for latest version from API: {}", url_));
+  log_.LogInfo("Checking for latest version from API: {}", url_);
   const EasyHandle easy(curl_easy_init());
   if (!easy) {
     log_.LogError("FetchVersion: Failed to initialize libcurl.");
@@ -89,12 +89,12 @@ std::string HttpVersionService::FetchVersion() {
   curl_easy_getinfo(easy.get(), CURLINFO_RESPONSE_CODE, &status);
 
   if (code != CURLE_OK) {
-    log_.LogError(fmt::format("FetchVersion: Network request failed. CURLcode: {} ({})",
-                              static_cast<int>(code), curl_easy_strerror(code)));
+    log_.LogError("FetchVersion: Network request failed. CURLcode: {} ({})", static_cast<int>(code),
+                  curl_easy_strerror(code));
     return {};
   }
   if (status != kHttpOk) {
-    log_.LogError(fmt::format("FetchVersion: API request failed. HTTP Status: {}", status));
+    log_.LogError("FetchVersion: API request failed. HTTP Status: {}", status);
     LogResponseBody(body.Text());
     return {};
   }
@@ -104,17 +104,17 @@ std::string HttpVersionService::FetchVersion() {
     LogResponseBody(body.Text());
     return {};
   }
-  log_.LogInfo(fmt::format("FetchVersion: Latest version reported by API: {}", *version));
+  log_.LogInfo("FetchVersion: Latest version reported by API: {}", *version);
   return *version;
 }
 
 void HttpVersionService::LogResponseBody(const std::string& body) {
   if (body.size() <= kLongestLoggedBody) {
-    log_.LogError(fmt::format("FetchVersion: Response Body: {}", body));
+    log_.LogError("FetchVersion: Response Body: {}", body);
     return;
   }
-  log_.LogError(fmt::format("FetchVersion: Response Body: {}... ({} bytes in all)",
-                            body.substr(0, kLongestLoggedBody), body.size()));
+  log_.LogError("FetchVersion: Response Body: {}... ({} bytes in all)",
+                body.substr(0, kLongestLoggedBody), body.size());
 }
 
 }  // namespace vosk::net

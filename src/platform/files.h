@@ -20,48 +20,46 @@ class DirectoryWalk {
  public:
   virtual ~DirectoryWalk() = default;
   // The next entry, or nothing at the end. After an error the walk is over.
-  virtual FileResult<std::optional<std::filesystem::path>> Next() = 0;
+  virtual Result<std::optional<std::filesystem::path>> Next() = 0;
 };
 
 class Files {
  public:
   virtual ~Files() = default;
   // A missing file or folder is an answer (false), not an error.
-  virtual FileResult<bool> Exists(const std::filesystem::path& path) = 0;
-  virtual FileResult<FileType> TypeOf(const std::filesystem::path& path) = 0;
-  virtual FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) = 0;
+  virtual Result<bool> Exists(const std::filesystem::path& path) = 0;
+  virtual Result<FileType> TypeOf(const std::filesystem::path& path) = 0;
+  virtual Result<std::uint64_t> SizeOf(const std::filesystem::path& path) = 0;
   // Whether the entry itself is a link (symbolic link, junction), whatever it leads to.
-  virtual FileResult<bool> IsLink(const std::filesystem::path& path) = 0;
-  virtual FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+  virtual Result<bool> IsLink(const std::filesystem::path& path) = 0;
+  virtual Result<std::chrono::system_clock::time_point> LastWriteTime(
       const std::filesystem::path& path) = 0;
   // Removes one file, link or empty directory, read-only ones too; false when there was nothing to
   // remove.
-  virtual FileResult<bool> Remove(const std::filesystem::path& path) = 0;
+  virtual Result<bool> Remove(const std::filesystem::path& path) = 0;
   // Replaces nothing: a file at the new name is an error.
-  virtual FileResult<> Rename(const std::filesystem::path& from,
-                              const std::filesystem::path& to) = 0;
+  virtual Result<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
   // As Rename, but takes the place of a file at the new name.
-  virtual FileResult<> Replace(const std::filesystem::path& from,
-                               const std::filesystem::path& to) = 0;
+  virtual Result<> Replace(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
   // With missing parents; an existing directory is a success.
-  virtual FileResult<> CreateDirectories(const std::filesystem::path& path) = 0;
-  virtual FileResult<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
-                                                          WalkDepth depth) = 0;
+  virtual Result<> CreateDirectories(const std::filesystem::path& path) = 0;
+  virtual Result<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
+                                                      WalkDepth depth) = 0;
   // Bytes that the caller may still write to the volume with this root.
   virtual Result<std::uint64_t> FreeSpace(const std::filesystem::path& root) = 0;
   // Fails as well where its path exceeds kMaxPath.
   virtual Result<std::filesystem::path> CurrentDirectory() = 0;
   // A binary stream at the file's start; others may read, write and delete the file meanwhile.
-  virtual FileResult<std::unique_ptr<std::istream>> OpenForReading(
+  virtual Result<std::unique_ptr<std::istream>> OpenForReading(
       const std::filesystem::path& path) = 0;
   // A text stream at the file's end, created when missing; on failure the C library's errno.
-  virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+  virtual Result<std::unique_ptr<std::ostream>> OpenForAppending(
       const std::filesystem::path& path) = 0;
   // A binary stream on a file that was created or emptied; on failure the C library's errno.
-  virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
+  virtual Result<std::unique_ptr<std::ostream>> OpenForWriting(
       const std::filesystem::path& path) = 0;
   // The same for text.
-  virtual tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
+  virtual Result<std::unique_ptr<std::ostream>> OpenTextForWriting(
       const std::filesystem::path& path) = 0;
 };
 

@@ -19,8 +19,8 @@ struct MemoryStatus {
   std::uint32_t load_percent = 0;
 };
 
-inline constexpr HResult kNoSuchGraphicsAdapter{0x887A0002};  // DXGI_ERROR_NOT_FOUND
-inline constexpr HResult kInvalidArgument{0x80070057};
+inline constexpr ErrorCode kNoSuchGraphicsAdapter{0x887A0002};  // DXGI_ERROR_NOT_FOUND
+inline constexpr ErrorCode kInvalidArgument{0x80070057};
 inline constexpr std::uint32_t kSoftwareGraphicsAdapter = 2;  // a bit of the adapter's flags
 
 // A number that is unique until the machine restarts.
@@ -44,18 +44,17 @@ struct GraphicsDescription {
 class GraphicsAdapter {
  public:
   virtual ~GraphicsAdapter() = default;
-  virtual tl::expected<GraphicsDescription, HResult> Describe() = 0;
+  virtual Result<GraphicsDescription> Describe() = 0;
   // Makes a Direct3D 11 device of the first of these feature levels that the adapter accepts, and
   // drops it; that level. A level unknown to the system refuses them all with kInvalidArgument.
-  virtual tl::expected<std::uint32_t, HResult> TryFeatureLevels(
-      std::span<const std::uint32_t> levels) = 0;
+  virtual Result<std::uint32_t> TryFeatureLevels(std::span<const std::uint32_t> levels) = 0;
 };
 
 // The graphics adapters by index from 0; kNoSuchGraphicsAdapter after the last.
 class GraphicsAdapters {
  public:
   virtual ~GraphicsAdapters() = default;
-  virtual tl::expected<std::unique_ptr<GraphicsAdapter>, HResult> At(std::uint32_t index) = 0;
+  virtual Result<std::unique_ptr<GraphicsAdapter>> At(std::uint32_t index) = 0;
 };
 
 inline constexpr ErrorCode kBufferOverflow{111};
@@ -76,18 +75,13 @@ struct NetworkAdapter {
   std::vector<UnicastAddress> addresses = {};  // of other families: left out
 };
 
-struct NetworkListError {
-  ErrorCode code;
-  std::uint32_t needed_bytes = 0;  // with kBufferOverflow
-};
-
 // The sockets library, in use until this goes.
 class NetworkSession {
  public:
   virtual ~NetworkSession() = default;
-  // The unicast addresses of both families, read through a buffer of that size.
-  virtual tl::expected<std::vector<NetworkAdapter>, NetworkListError> Adapters(
-      std::uint32_t buffer_bytes) = 0;
+  // The unicast addresses of both families, read through a buffer of that size; on kBufferOverflow
+  // the size becomes the one that is needed.
+  virtual Result<std::vector<NetworkAdapter>> Adapters(std::uint32_t& buffer_bytes) = 0;
 };
 
 inline constexpr std::uint8_t kWorkstation = 1;
@@ -115,7 +109,7 @@ class Machine {
   virtual ~Machine() = default;
   virtual Result<MemoryStatus> Memory() = 0;
   virtual std::uint32_t LogicalProcessors() = 0;
-  virtual tl::expected<std::unique_ptr<GraphicsAdapters>, HResult> OpenGraphics() = 0;
+  virtual Result<std::unique_ptr<GraphicsAdapters>> OpenGraphics() = 0;
   virtual Result<std::unique_ptr<NetworkSession>> OpenNetwork() = 0;
   virtual Result<std::filesystem::path> SystemDirectory() = 0;
   // From the version resource of a file.

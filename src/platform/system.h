@@ -17,10 +17,11 @@ class System {
   virtual Result<std::filesystem::path> TempPath() = 0;
   // The file of the running program; fails as well where its name is longer than kMaxPath.
   virtual Result<std::filesystem::path> ModulePath() = 0;
-  virtual tl::expected<std::filesystem::path, HResult> RoamingAppDataPath() = 0;
+  virtual Result<std::filesystem::path> RoamingAppDataPath() = 0;
   virtual Result<std::string> ComputerName() = 0;  // UTF-8
-  // Apartment-threaded, without OLE1/DDE. A call that did not fail wants one UninitializeCom.
-  virtual HResult InitializeCom() = 0;
+  // Apartment-threaded, without OLE1/DDE. Each success wants one UninitializeCom; kChangedMode: COM
+  // is there already, in another mode, and belongs to somebody else.
+  virtual Result<> InitializeCom() = 0;
   virtual void UninitializeCom() = 0;
   // A message box with an error icon and an OK button; returns when it is closed.
   virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;

@@ -9,7 +9,8 @@
 
 namespace vosk::platform {
 
-// The system's own error number (GetLastError).
+// A number that the system or its C runtime gave as the reason of a failure: GetLastError, an
+// HRESULT or errno, as the call is documented.
 struct ErrorCode {
   std::uint32_t value = 0;
   friend auto operator<=>(const ErrorCode&, const ErrorCode&) = default;
@@ -28,26 +29,24 @@ inline constexpr ErrorCode kNoMoreItems{259};
 inline constexpr ErrorCode kCancelled{1223};
 inline constexpr ErrorCode kNotAllAssigned{1300};
 
-template <typename T = void>
-using Result = tl::expected<T, ErrorCode>;
+inline constexpr ErrorCode kChangedMode{0x80010106};  // RPC_E_CHANGED_MODE
 
-// The outcome of a COM or shell call, negative values of which are failures.
-struct HResult {
-  std::uint32_t value = 0;
-  [[nodiscard]] bool Failed() const { return (value & 0x80000000u) != 0; }
-  friend auto operator<=>(const HResult&, const HResult&) = default;
-};
+// Why a call of the system failed: its number and, from file operations, the system's own words for
+// it (UTF-8). Other calls leave the words empty.
+struct Error {
+  Error() = default;
+  // Implicit: most calls have no more to say than a number.
+  Error(ErrorCode number, std::string words = {}) : code(number), text(std::move(words)) {}
 
-inline constexpr HResult kChangedMode{0x80010106};  // RPC_E_CHANGED_MODE
-
-// A failed file operation: the system's number and the system's own text for it, in UTF-8.
-struct FileError {
   ErrorCode code;
   std::string text;
+
+  friend bool operator==(const Error&, const Error&) = default;
+  friend bool operator==(const Error& error, ErrorCode code) { return error.code == code; }
 };
 
 template <typename T = void>
-using FileResult = tl::expected<T, FileError>;
+using Result = tl::expected<T, Error>;
 
 using ProcessId = std::uint32_t;
 using HandleValue = std::uintptr_t;

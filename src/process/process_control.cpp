@@ -23,19 +23,17 @@ platform::Result<> ProcessControl::TerminateProcessL(const ProcessHandle& handle
   }
   const auto pid = processes_.Id(handle);
   if (!pid) {
-    log_.LogError(fmt::format("TerminateProcessL: Failed to get PID from handle. Error: {}",
-                              pid.error().value));
+    log_.LogError("TerminateProcessL: Failed to get PID from handle. Error: {}", pid.error());
   }
-  log_.LogInfo(fmt::format("TerminateProcessL: Attempting termination via API for handle {}",
-                           pid ? fmt::format("(PID: {})", *pid) : "(PID unknown)"));
+  log_.LogInfo("TerminateProcessL: Attempting termination via API for handle {}",
+               pid ? fmt::format("(PID: {})", *pid) : "(PID unknown)");
   const auto terminated = processes_.Terminate(handle, exit_code);
   if (terminated) {
-    log_.LogInfo(fmt::format("TerminateProcessL: TerminateProcess API succeeded for PID: {}",
-                             pid ? fmt::to_string(*pid) : "Handle"));
+    log_.LogInfo("TerminateProcessL: TerminateProcess API succeeded for PID: {}",
+                 pid ? fmt::to_string(*pid) : "Handle");
     return {};
   }
-  log_.LogError(fmt::format("TerminateProcessL: TerminateProcess API failed. Error: {}",
-                            terminated.error().value));
+  log_.LogError("TerminateProcessL: TerminateProcess API failed. Error: {}", terminated.error());
   if (terminated.error() != platform::kAccessDenied) {
     log_.LogError(
         "TerminateProcessL: Not attempting taskkill fallback as error was not Access Denied.");
@@ -52,19 +50,19 @@ platform::Result<> ProcessControl::TerminateProcessL(const ProcessHandle& handle
 
 platform::Result<> ProcessControl::TerminateByTaskkill(platform::ProcessId pid) {
   const std::string command = fmt::format("taskkill /F /PID {}", pid);
-  log_.LogInfo(fmt::format("TerminateProcessL: Executing fallback: {}", command));
+  log_.LogInfo("TerminateProcessL: Executing fallback: {}", command);
   const int result = processes_.RunShellCommand(command);
   if (result == 0) {
     log_.LogInfo(
-        fmt::format("TerminateProcessL: Fallback 'taskkill /F' command executed "
-                    "successfully for PID: {}",
-                    pid));
+        "TerminateProcessL: Fallback 'taskkill /F' command executed "
+        "successfully for PID: {}",
+        pid);
     return {};
   }
   log_.LogError(
-      fmt::format("TerminateProcessL: Fallback 'taskkill /F' command failed or returned "
-                  "error. Result code: {}",
-                  result));
+      "TerminateProcessL: Fallback 'taskkill /F' command failed or returned "
+      "error. Result code: {}",
+      result);
   return tl::unexpected(platform::kAccessDenied);
 }
 
@@ -72,13 +70,12 @@ bool ProcessControl::EnableDebugPriv() {
   const auto token =
       processes_.OpenOwnToken(platform::kTokenAdjustPrivileges | platform::kTokenQuery);
   if (!token) {
-    log_.LogError(fmt::format("EnableDebugPriv: OpenProcessToken failed: {}", token.error().value));
+    log_.LogError("EnableDebugPriv: OpenProcessToken failed: {}", token.error());
     return false;
   }
   const auto privilege = processes_.LookUpPrivilege("SeDebugPrivilege");
   if (!privilege) {
-    log_.LogError(
-        fmt::format("EnableDebugPriv: LookupPrivilegeValue failed: {}", privilege.error().value));
+    log_.LogError("EnableDebugPriv: LookupPrivilegeValue failed: {}", privilege.error());
     return false;
   }
   // The call's own result is judged first. The system accepts the request of an unprivileged user
@@ -94,8 +91,7 @@ bool ProcessControl::EnableDebugPriv() {
         "limited.");
     return true;
   }
-  log_.LogError(
-      fmt::format("EnableDebugPriv: AdjustTokenPrivileges failed: {}", adjusted.last_error.value));
+  log_.LogError("EnableDebugPriv: AdjustTokenPrivileges failed: {}", adjusted.last_error);
   return false;
 }
 
@@ -103,15 +99,13 @@ bool ProcessControl::IsProcessAlive(platform::ProcessId pid) {
   const auto process = processes_.Open(platform::access::kQueryLimitedInformation, pid);
   if (!process) {
     if (process.error() == platform::kAccessDenied) {
-      log_.LogWarn(
-          fmt::format("Access denied when trying to query PID {}. Cannot confirm status.", pid));
+      log_.LogWarn("Access denied when trying to query PID {}. Cannot confirm status.", pid);
     }
     return false;
   }
   const auto exit_code = processes_.ExitCode(*process);
   if (!exit_code) {
-    log_.LogError(
-        fmt::format("GetExitCodeProcess failed for PID {}: {}", pid, exit_code.error().value));
+    log_.LogError("GetExitCodeProcess failed for PID {}: {}", pid, exit_code.error());
     return false;
   }
   return *exit_code == platform::kStillActive;

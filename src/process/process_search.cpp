@@ -33,18 +33,16 @@ ProcessList ProcessControl::FindTargetProcessesByName(std::u16string_view name) 
   if (!failure) return found;
   switch (failure->step) {
     case WalkStep::snapshot:
-      log_.LogError(
-          fmt::format("FindTargetProcessesByName: CreateToolhelp32Snapshot failed. Error: {}",
-                      failure->code.value));
+      log_.LogError("FindTargetProcessesByName: CreateToolhelp32Snapshot failed. Error: {}",
+                    failure->code);
       break;
     case WalkStep::first_entry:
-      log_.LogError(fmt::format("FindTargetProcessesByName: Process32FirstW failed. Error: {}",
-                                failure->code.value));
+      log_.LogError("FindTargetProcessesByName: Process32FirstW failed. Error: {}", failure->code);
       break;
     case WalkStep::next_entry:
-      log_.LogError(fmt::format(
+      log_.LogError(
           "FindTargetProcessesByName: Process32NextW failed during enumeration. Error: {}",
-          failure->code.value));
+          failure->code);
       break;
   }
   return found;
@@ -56,14 +54,13 @@ ProcessList ProcessControl::FindCoreProcesses() {
   if (!failure) return found;
   switch (failure->step) {
     case WalkStep::snapshot:
-      log_.LogError(fmt::format("CreateToolhelp32Snapshot failed: {}", failure->code.value));
+      log_.LogError("CreateToolhelp32Snapshot failed: {}", failure->code);
       break;
     case WalkStep::first_entry:
-      log_.LogError(fmt::format("Process32FirstW failed: {}", failure->code.value));
+      log_.LogError("Process32FirstW failed: {}", failure->code);
       break;
     case WalkStep::next_entry:
-      log_.LogError(
-          fmt::format("Process32NextW failed during process enumeration: {}", failure->code.value));
+      log_.LogError("Process32NextW failed during process enumeration: {}", failure->code);
       break;
   }
   return found;

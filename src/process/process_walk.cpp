@@ -6,12 +6,12 @@ std::optional<WalkFailure> WalkProcesses(
     platform::Processes& processes,
     const std::function<void(const platform::ProcessEntry&)>& visit) {
   const auto snapshot = processes.TakeSnapshot();
-  if (!snapshot) return WalkFailure{WalkStep::snapshot, snapshot.error()};
+  if (!snapshot) return WalkFailure{WalkStep::snapshot, snapshot.error().code};
   auto entry = (*snapshot)->First();
-  if (!entry) return WalkFailure{WalkStep::first_entry, entry.error()};
+  if (!entry) return WalkFailure{WalkStep::first_entry, entry.error().code};
   for (; entry; entry = (*snapshot)->Next()) visit(*entry);
   if (entry.error() == platform::kNoMoreFiles) return std::nullopt;
-  return WalkFailure{WalkStep::next_entry, entry.error()};
+  return WalkFailure{WalkStep::next_entry, entry.error().code};
 }
 
 }  // namespace vosk::process

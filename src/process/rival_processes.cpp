@@ -18,22 +18,22 @@ constexpr std::uint32_t kTerminatedExitCode = 1;
 }  // namespace
 
 bool ProcessControl::TerminateOtherInstances() {
-  log_.LogInfo(fmt::format("Checking for and terminating other running VOSK instances ({})...",
-                           text::WideToUtf8(identity::kSupervisorExecutable)));
+  log_.LogInfo("Checking for and terminating other running VOSK instances ({})...",
+               text::WideToUtf8(identity::kSupervisorExecutable));
   const platform::ProcessId own_pid = processes_.OwnId();
   const ProcessList instances = FindTargetProcessesByName(identity::kSupervisorExecutable);
   if (instances.empty()) {
     log_.LogInfo("No other VOSK instances found running.");
     return true;
   }
-  log_.LogInfo(fmt::format("Found {} VOSK process(es). Terminating others...", instances.size()));
+  log_.LogInfo("Found {} VOSK process(es). Terminating others...", instances.size());
   bool all_ended = true;
   int attempts = 0;
   for (const platform::ProcessId pid : instances) {
     if (pid != own_pid && !TerminateOtherInstance(pid, attempts)) all_ended = false;
   }
   if (attempts > 0) {
-    log_.LogInfo(fmt::format("Attempted to terminate {} other VOSK instance(s).", attempts));
+    log_.LogInfo("Attempted to terminate {} other VOSK instance(s).", attempts);
   }
   if (!all_ended) {
     log_.LogWarn("Errors occurred while trying to terminate all other VOSK instances.");
@@ -44,25 +44,24 @@ bool ProcessControl::TerminateOtherInstances() {
 }
 
 bool ProcessControl::TerminateOtherInstance(platform::ProcessId pid, int& attempts) {
-  log_.LogWarn(fmt::format("Attempting to terminate other VOSK instance with PID: {}", pid));
+  log_.LogWarn("Attempting to terminate other VOSK instance with PID: {}", pid);
   const auto process = processes_.Open(kTerminationAccess, pid);
   if (!process) {
-    log_.LogError(
-        fmt::format("Failed to open other VOSK process (PID: {}) for termination. Error: {}", pid,
-                    process.error().value));
+    log_.LogError("Failed to open other VOSK process (PID: {}) for termination. Error: {}", pid,
+                  process.error());
     // A process that has gone meanwhile is what we want.
     return process.error() == platform::kInvalidParameter;
   }
   if (const auto terminated = TerminateProcessL(*process, kTerminatedExitCode); !terminated) {
-    log_.LogError(fmt::format("Failed to terminate other VOSK process (PID: {}). Error: {}", pid,
-                              terminated.error().value));
+    log_.LogError("Failed to terminate other VOSK process (PID: {}). Error: {}", pid,
+                  terminated.error());
     // A process that was ending by itself cannot be ended any more.
     const auto outcome = processes_.WaitFor(*process, kRivalExitWait);
     return outcome && *outcome == platform::WaitOutcome::finished;
   }
-  log_.LogInfo(fmt::format(
+  log_.LogInfo(
       "Successfully signaled termination for other VOSK instance (PID: {}). Waiting briefly...",
-      pid));
+      pid);
   // Nothing hangs on the outcome: an instance that lingers is already on its way out.
   static_cast<void>(processes_.WaitFor(*process, kRivalExitWait));
   ++attempts;
@@ -83,22 +82,20 @@ std::optional<bool> ProcessControl::CollectProcDumpInstances(ProcessList& found,
   if (!failure) return std::nullopt;
   switch (failure->step) {
     case WalkStep::snapshot:
-      log_.LogError(
-          fmt::format("TerminateProcDumpInstances: CreateToolhelp32Snapshot failed. Error: {}",
-                      failure->code.value));
+      log_.LogError("TerminateProcDumpInstances: CreateToolhelp32Snapshot failed. Error: {}",
+                    failure->code);
       return false;
     case WalkStep::first_entry:
       if (failure->code == platform::kNoMoreFiles) {
         log_.LogInfo("TerminateProcDumpInstances: No processes found.");
         return true;
       }
-      log_.LogError(fmt::format("TerminateProcDumpInstances: Process32FirstW failed. Error: {}",
-                                failure->code.value));
+      log_.LogError("TerminateProcDumpInstances: Process32FirstW failed. Error: {}", failure->code);
       return false;
     case WalkStep::next_entry:
-      log_.LogError(fmt::format(
+      log_.LogError(
           "TerminateProcDumpInstances: Process32NextW failed during enumeration. Error: {}",
-          failure->code.value));
+          failure->code);
       break;
   }
   return std::nullopt;
@@ -115,16 +112,14 @@ bool ProcessControl::TerminateProcDumpInstances() {
         "potentially self).");
     return all_signalled;
   }
-  log_.LogInfo(
-      fmt::format("TerminateProcDumpInstances: Attempting termination for {} found process(es)...",
-                  found.size()));
+  log_.LogInfo("TerminateProcDumpInstances: Attempting termination for {} found process(es)...",
+               found.size());
   int attempts = 0;
   for (const platform::ProcessId pid : found) {
     if (!TerminateProcDumpInstance(pid, attempts)) all_signalled = false;
   }
   if (attempts > 0) {
-    log_.LogInfo(fmt::format(
-        "TerminateProcDumpInstances: Attempted termination for {} process(es).", attempts));
+    log_.LogInfo("TerminateProcDumpInstances: Attempted termination for {} process(es).", attempts);
   }
   if (!all_signalled) {
     log_.LogWarn("TerminateProcDumpInstances: Errors occurred during termination attempts.");
@@ -142,23 +137,20 @@ bool ProcessControl::TerminateProcDumpInstance(platform::ProcessId pid, int& att
   const auto process = processes_.Open(kTerminationAccess, pid);
   if (!process) {
     if (process.error() == platform::kInvalidParameter) {
-      log_.LogInfo(
-          fmt::format("TerminateProcDumpInstances: Process PID {} likely already exited.", pid));
+      log_.LogInfo("TerminateProcDumpInstances: Process PID {} likely already exited.", pid);
       return true;
     }
-    log_.LogError(
-        fmt::format("TerminateProcDumpInstances: Failed to open process PID {}. Error: {}", pid,
-                    process.error().value));
+    log_.LogError("TerminateProcDumpInstances: Failed to open process PID {}. Error: {}", pid,
+                  process.error());
     return false;
   }
   if (!TerminateProcessL(*process, kTerminatedExitCode)) {
-    log_.LogError(fmt::format(
+    log_.LogError(
         "TerminateProcDumpInstances: Failed to terminate process PID {} using TerminateProcessL.",
-        pid));
+        pid);
     return false;
   }
-  log_.LogInfo(fmt::format(
-      "TerminateProcDumpInstances: Termination signal sent successfully to PID {}.", pid));
+  log_.LogInfo("TerminateProcDumpInstances: Termination signal sent successfully to PID {}.", pid);
   ++attempts;
   return true;
 }

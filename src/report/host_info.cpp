@@ -22,8 +22,7 @@ void Guarded(const SectionContext& context, const std::function<void()>& section
   try {
     section();
   } catch (const std::exception& problem) {
-    context.log.LogError(
-        fmt::format("Exception while writing the host info file: {}", problem.what()));
+    context.log.LogError("Exception while writing the host info file: {}", problem.what());
     fmt::print(context.out, "<Error: {}>\n", problem.what());
   }
 }
@@ -35,17 +34,16 @@ HostInfo::HostInfo(const platform::Host& host, console::LogSink& log, ReportedPr
 
 bool HostInfo::GenerateHostInfoFile(const std::filesystem::path& path) {
   const std::string name = text::PathToUtf8(path);
-  log_.LogInfo(fmt::format("Generating host info file: {}", name));
+  log_.LogInfo("Generating host info file: {}", name);
   const auto file = host_.files.OpenTextForWriting(path);
   if (!file) {
-    log_.LogError(fmt::format("Failed to open host info file for writing: {}. Errno: {}", name,
-                              file.error()));
+    log_.LogError("Failed to open host info file for writing: {}. Errno: {}", name, file.error());
     return false;
   }
   WriteReport(**file);
   (*file)->flush();
-  if (!**file) log_.LogError(fmt::format("Failed to write all of host info file: {}", name));
-  log_.LogInfo(fmt::format("Finished generating host info file: {}", name));
+  if (!**file) log_.LogError("Failed to write all of host info file: {}", name);
+  log_.LogInfo("Finished generating host info file: {}", name);
   return true;
 }
 

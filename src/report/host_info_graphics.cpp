@@ -12,16 +12,16 @@
 namespace vosk::report {
 namespace {
 
+using platform::ErrorCode;
 using platform::GraphicsAdapter;
 using platform::GraphicsDescription;
-using platform::HResult;
 
 // Newest first.
 constexpr std::array<std::uint32_t, 9> kFeatureLevels{0xc100, 0xc000, 0xb100, 0xb000, 0xa100,
                                                       0xa000, 0x9300, 0x9200, 0x9100};
 
 // A system refuses a list with a level newer than itself, so the newest go until it takes the rest.
-tl::expected<std::uint32_t, HResult> HighestFeatureLevel(GraphicsAdapter& adapter) {
+platform::Result<std::uint32_t> HighestFeatureLevel(GraphicsAdapter& adapter) {
   std::span<const std::uint32_t> levels = kFeatureLevels;
   auto level = adapter.TryFeatureLevels(levels);
   while (!level && level.error() == platform::kInvalidArgument && levels.size() > 1) {
@@ -50,8 +50,8 @@ void WriteFeatureLevel(std::ostream& out, console::LogSink& log, GraphicsAdapter
     fmt::print(out, "  D3D11 Support:  Yes\n");
     return;
   }
-  log.LogWarn(fmt::format("EnumerateGPUs: D3D11CreateDevice failed for adapter {}. HRESULT: 0x{:x}",
-                          index, level.error().value));
+  log.LogWarn("EnumerateGPUs: D3D11CreateDevice failed for adapter {}. HRESULT: 0x{:x}", index,
+              level.error());
   fmt::print(out, "  Feature Level:  Unknown\n");
   fmt::print(out, "  D3D11 Support:  No (or driver issue)\n");
 }
@@ -60,10 +60,10 @@ void WriteAdapter(std::ostream& out, console::LogSink& log, GraphicsAdapter& ada
                   std::uint32_t index) {
   const auto description = adapter.Describe();
   if (!description) {
-    log.LogError(fmt::format("EnumerateGPUs: GetDesc1 failed for adapter {}. HRESULT: 0x{:x}",
-                             index, description.error().value));
+    log.LogError("EnumerateGPUs: GetDesc1 failed for adapter {}. HRESULT: 0x{:x}", index,
+                 description.error());
     fmt::print(out, "GPU {}: <Failed to get adapter description. HRESULT: 0x{:x}>\n", index,
-               description.error().value);
+               description.error());
     return;
   }
   fmt::print(out, "GPU {}: {}\n", index, text::WideToUtf8(description->name));
@@ -81,11 +81,10 @@ std::uint32_t WriteAdapters(std::ostream& out, console::LogSink& log,
       continue;
     }
     if (adapter.error() != platform::kNoSuchGraphicsAdapter) {
-      log.LogError(
-          fmt::format("EnumerateGPUs: EnumAdapters1 failed for adapter {}. HRESULT: 0x{:x}", index,
-                      adapter.error().value));
+      log.LogError("EnumerateGPUs: EnumAdapters1 failed for adapter {}. HRESULT: 0x{:x}", index,
+                   adapter.error());
       fmt::print(out, "GPU {}: <Failed to enumerate adapter. HRESULT: 0x{:x}>\n", index,
-                 adapter.error().value);
+                 adapter.error());
     }
     return index;
   }
@@ -96,10 +95,9 @@ std::uint32_t WriteAdapters(std::ostream& out, console::LogSink& log,
 void HostInfo::EnumerateGPUs(std::ostream& stream) {
   const auto adapters = host_.machine.OpenGraphics();
   if (!adapters) {
-    log_.LogError(fmt::format("EnumerateGPUs: CreateDXGIFactory1 failed. HRESULT: 0x{:x}",
-                              adapters.error().value));
+    log_.LogError("EnumerateGPUs: CreateDXGIFactory1 failed. HRESULT: 0x{:x}", adapters.error());
     fmt::print(stream, "GPU Info: <Failed to create DXGI Factory. HRESULT: 0x{:x}>\n",
-               adapters.error().value);
+               adapters.error());
     return;
   }
   fmt::print(stream, "--- Graphics Adapters (GPUs) ---\n");

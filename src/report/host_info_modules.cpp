@@ -50,16 +50,14 @@ std::string FileVersionText(const std::filesystem::path& path, platform::Machine
   const bool bears_none =
       version.error() == platform::kNoResources || version.error() == platform::kNoVersionResource;
   if (bears_none) return "Unknown";
-  log.LogError(fmt::format("Failed to read the version of '{}': {}", text::PathToUtf8(path),
-                           version.error().value));
-  return fmt::format("<Error reading version: {}>", version.error().value);
+  log.LogError("Failed to read the version of '{}': {}", path, version.error());
+  return fmt::format("<Error reading version: {}>", version.error());
 }
 
 ProcessModules HostInfo::CaptureProcessModules(const ProcessHandle& process) {
   const auto listing = ListModules(host_.processes, process);
   if (!listing) {
-    log_.LogError(
-        fmt::format("CaptureProcessModules: EnumProcessModules failed: {}", listing.error().value));
+    log_.LogError("CaptureProcessModules: EnumProcessModules failed: {}", listing.error());
     return {};
   }
   const ProcessHandle& reader = listing->reopened ? listing->reopened : process;

@@ -19,14 +19,14 @@ using AdapterList = std::vector<NetworkAdapter>;
 constexpr std::uint32_t kFirstBufferBytes = 15'000;
 constexpr int kMostCalls = 3;
 
-tl::expected<AdapterList, platform::NetworkListError> ListAdapters(
-    platform::NetworkSession& network, console::LogSink& log) {
-  auto adapters = network.Adapters(kFirstBufferBytes);
+platform::Result<AdapterList> ListAdapters(platform::NetworkSession& network,
+                                           console::LogSink& log) {
+  std::uint32_t size = kFirstBufferBytes;
+  auto adapters = network.Adapters(size);
   for (int attempt = 1; attempt < kMostCalls && !adapters; ++attempt) {
-    if (adapters.error().code != platform::kBufferOverflow) break;
-    const std::uint32_t size = adapters.error().needed_bytes;
-    log.LogInfo(fmt::format(
-        "GetAdaptersAddresses buffer overflow, resizing to {} bytes (Attempt {})", size, attempt));
+    if (adapters.error() != platform::kBufferOverflow) break;
+    log.LogInfo("GetAdaptersAddresses buffer overflow, resizing to {} bytes (Attempt {})", size,
+                attempt);
     adapters = network.Adapters(size);
   }
   return adapters;
@@ -34,9 +34,8 @@ tl::expected<AdapterList, platform::NetworkListError> ListAdapters(
 
 void WriteIPv4(const SectionContext& context, const platform::Result<std::string>& address) {
   if (!address) {
-    context.log.LogError(
-        fmt::format("Failed to convert an IPv4 address: {}", address.error().value));
-    fmt::print(context.out, "    - IPv4: <Address Conversion Error: {}>\n", address.error().value);
+    context.log.LogError("Failed to convert an IPv4 address: {}", address.error());
+    fmt::print(context.out, "    - IPv4: <Address Conversion Error: {}>\n", address.error());
     return;
   }
   fmt::print(context.out, "    - IPv4: {}{}\n", *address,
@@ -45,9 +44,8 @@ void WriteIPv4(const SectionContext& context, const platform::Result<std::string
 
 void WriteIPv6(const SectionContext& context, const platform::Result<std::string>& address) {
   if (!address) {
-    context.log.LogError(
-        fmt::format("Failed to convert an IPv6 address: {}", address.error().value));
-    fmt::print(context.out, "    - IPv6: <Address Conversion Error: {}>\n", address.error().value);
+    context.log.LogError("Failed to convert an IPv6 address: {}", address.error());
+    fmt::print(context.out, "    - IPv6: <Address Conversion Error: {}>\n", address.error());
     return;
   }
   fmt::print(context.out, "    - IPv6: {}{}\n", *address,
@@ -76,14 +74,14 @@ AdapterList WriteNetworkInterfaces(const SectionContext& context) {
   fmt::print(context.out, "\n--- Network Interfaces ---\n");
   const auto network = context.machine.OpenNetwork();
   if (!network) {
-    context.log.LogError(fmt::format("WSAStartup failed: {}", network.error().value));
-    fmt::print(context.out, "Network Info: <WSAStartup failed: {}>\n", network.error().value);
+    context.log.LogError("WSAStartup failed: {}", network.error());
+    fmt::print(context.out, "Network Info: <WSAStartup failed: {}>\n", network.error());
     return {};
   }
   auto adapters = ListAdapters(**network, context.log);
   if (!adapters) {
     const std::uint32_t code = adapters.error().code.value;
-    context.log.LogError(fmt::format("GetAdaptersAddresses failed: {}", code));
+    context.log.LogError("GetAdaptersAddresses failed: {}", code);
     fmt::print(context.out, "Network Info: <GetAdaptersAddresses failed with error: {}>\n", code);
     return {};
   }

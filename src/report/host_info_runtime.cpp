@@ -68,9 +68,8 @@ bool WriteRedistributable(const SectionContext& context, const Redistributable& 
   const auto key = OpenKey(context, path);
   if (!key && key.error() == platform::kFileNotFound) return false;
   if (!key) {
-    context.log.LogError(
-        fmt::format("Failed to open registry key HKLM\\{}: {}", path, key.error().value));
-    fmt::print(context.out, "{}: <Error opening registry key: {}>\n", label, key.error().value);
+    context.log.LogError("Failed to open registry key HKLM\\{}: {}", path, key.error());
+    fmt::print(context.out, "{}: <Error opening registry key: {}>\n", label, key.error());
     return true;
   }
   if (ReadNumber(context.registry, *key, "Installed").value_or(0) != 1) return false;
@@ -84,8 +83,7 @@ void WriteRuntimeLibrary(const SectionContext& context, const std::filesystem::p
   const std::string name = text::PathToUtf8(path.filename());
   const auto exists = context.files.Exists(path);
   if (!exists) {
-    context.log.LogError(
-        fmt::format("Failed to look for '{}': {}", text::PathToUtf8(path), exists.error().text));
+    context.log.LogError("Failed to look for '{}': {}", path, exists.error());
     fmt::print(context.out, "{}: <Error looking for the file: {}>\n", name,
                exists.error().code.value);
     return;
@@ -124,8 +122,8 @@ void WriteServicePack(const SectionContext& context, const platform::WindowsVers
 void WriteEdition(const SectionContext& context, const platform::WindowsVersion& version) {
   const auto code = context.machine.ProductCode(version);
   if (!code) {
-    context.log.LogError(fmt::format("GetProductInfo failed: {}", code.error().value));
-    fmt::print(context.out, "  Windows Edition: <GetProductInfo failed: {}>\n", code.error().value);
+    context.log.LogError("GetProductInfo failed: {}", code.error());
+    fmt::print(context.out, "  Windows Edition: <GetProductInfo failed: {}>\n", code.error());
     return;
   }
   fmt::print(context.out, "  Windows Edition: {}\n", WindowsEdition(version.product_type, *code));
@@ -160,8 +158,7 @@ void WriteRuntimeLibraries(const SectionContext& context) {
   fmt::print(context.out, "\nRuntime DLLs in System:\n");
   const auto directory = context.machine.SystemDirectory();
   if (!directory) {
-    context.log.LogError(
-        fmt::format("Failed to get system directory: {}", directory.error().value));
+    context.log.LogError("Failed to get system directory: {}", directory.error());
     fmt::print(context.out, "  <Failed to get system directory>\n");
     return;
   }
@@ -173,8 +170,7 @@ void WriteDotNetVersions(const SectionContext& context) {
   const auto key = OpenKey(context, std::string(kDotNetKey));
   auto names = key ? SubKeys(context.registry, *key) : tl::unexpected(key.error());
   if (!names) {
-    context.log.LogError(
-        fmt::format("Failed to query .NET Framework registry: {}", names.error().value));
+    context.log.LogError("Failed to query .NET Framework registry: {}", names.error());
     fmt::print(context.out, "  <Failed to query .NET Framework registry>\n");
     return;
   }
@@ -196,9 +192,8 @@ void WriteWindowsVersion(const SectionContext& context) {
   fmt::print(context.out, "\nWindows SDK/Runtime:\n");
   const auto version = context.machine.OperatingSystem();
   if (!version) {
-    context.log.LogError(fmt::format("RtlGetVersion failed: {}", version.error().value));
-    fmt::print(context.out, "  Windows Version: <RtlGetVersion failed: {}>\n",
-               version.error().value);
+    context.log.LogError("RtlGetVersion failed: {}", version.error());
+    fmt::print(context.out, "  Windows Version: <RtlGetVersion failed: {}>\n", version.error());
     return;
   }
   fmt::print(context.out, "  Windows Version: {}\n", WindowsName(*version));

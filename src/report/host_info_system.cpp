@@ -19,8 +19,7 @@ void WriteValue(const SectionContext& context, const platform::RegistryKey& key,
     fmt::print(context.out, "{}{}\n", label, *value);
     return;
   }
-  context.log.LogError(
-      fmt::format("Failed to read registry value {}: {}", name, value.error().value));
+  context.log.LogError("Failed to read registry value {}: {}", name, value.error());
   fmt::print(context.out, "{}\n", failure_line);
 }
 
@@ -44,8 +43,7 @@ void WriteRevision(const SectionContext& context, const platform::RegistryKey& k
     fmt::print(context.out, "OS Revision:  {}\n", *revision);
     return;
   }
-  context.log.LogError(
-      fmt::format("Failed to read registry value UBR: {}", revision.error().value));
+  context.log.LogError("Failed to read registry value UBR: {}", revision.error());
   fmt::print(context.out, "OS Revision:  <Registry read error UBR>\n");
 }
 
@@ -53,13 +51,12 @@ void WriteProcessor(const SectionContext& context) {
   const auto key = context.registry.Open(R"(HARDWARE\DESCRIPTION\System\CentralProcessor\0)",
                                          platform::registry_access::kRead);
   if (!key) {
-    context.log.LogError(
-        fmt::format("Failed to open CentralProcessor registry key: {}", key.error().value));
+    context.log.LogError("Failed to open CentralProcessor registry key: {}", key.error());
     fmt::print(
         context.out,
         "Processor:    <Error opening registry key HKLM\\HARDWARE\\...\\CentralProcessor\\0: "
         "{}>\n",
-        key.error().value);
+        key.error());
     return;
   }
   WriteValue(context, *key, "ProcessorNameString",
@@ -69,9 +66,8 @@ void WriteProcessor(const SectionContext& context) {
 void WriteMemory(const SectionContext& context) {
   const auto memory = context.machine.Memory();
   if (!memory) {
-    context.log.LogError(fmt::format("GlobalMemoryStatusEx failed: {}", memory.error().value));
-    fmt::print(context.out, "Total RAM:    <Error getting memory status: {}>\n",
-               memory.error().value);
+    context.log.LogError("GlobalMemoryStatusEx failed: {}", memory.error());
+    fmt::print(context.out, "Total RAM:    <Error getting memory status: {}>\n", memory.error());
     return;
   }
   const auto gibibytes = [](std::uint64_t bytes) {
@@ -88,7 +84,7 @@ void WriteTimes(const SectionContext& context, std::time_t now, const std::tm& l
   try {
     fmt::print(context.out, "Report Generated (UTC): {:%Y-%m-%d %H:%M:%S UTC}\n", fmt::gmtime(now));
   } catch (const std::exception& problem) {
-    context.log.LogError(fmt::format("Failed to convert the current time: {}", problem.what()));
+    context.log.LogError("Failed to convert the current time: {}", problem.what());
     fmt::print(context.out, "Report Generated (UTC): <Error converting time: {}>\n",
                problem.what());
   }
@@ -110,8 +106,8 @@ void WriteHostname(const SectionContext& context) {
     fmt::print(context.out, "Hostname: {}\n", *name);
     return;
   }
-  context.log.LogError(fmt::format("GetComputerNameW failed: {}", name.error().value));
-  fmt::print(context.out, "Hostname: <Error getting name: {}>\n", name.error().value);
+  context.log.LogError("GetComputerNameW failed: {}", name.error());
+  fmt::print(context.out, "Hostname: <Error getting name: {}>\n", name.error());
 }
 
 void WriteOperatingSystem(const SectionContext& context) {
@@ -119,12 +115,11 @@ void WriteOperatingSystem(const SectionContext& context) {
   const auto key = context.registry.Open(R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion)",
                                          platform::registry_access::kRead);
   if (!key) {
-    context.log.LogError(fmt::format("Failed to open Windows NT\\CurrentVersion registry key: {}",
-                                     key.error().value));
+    context.log.LogError("Failed to open Windows NT\\CurrentVersion registry key: {}", key.error());
     fmt::print(context.out,
                "OS Info: <Error opening registry key HKLM\\SOFTWARE\\Microsoft\\Windows "
                "NT\\CurrentVersion: {}>\n",
-               key.error().value);
+               key.error());
     return;
   }
   WriteValue(context, *key, "ProductName",

@@ -25,7 +25,7 @@ path ReportArchive::MakeReportZipPath(const path& dump_path, std::string_view ta
 
 bool ReportArchive::CreateReportZip(const path& zip_path, const path& dump_path,
                                     const std::vector<path>& optional_paths) {
-  log_.LogInfo(fmt::format("Creating Zip archive: {}", PathToUtf8(zip_path)));
+  log_.LogInfo("Creating Zip archive: {}", zip_path);
   progress_.Begin("Zipping");
 
   ZipWriter zip;
@@ -44,16 +44,15 @@ bool ReportArchive::PrepareTarget(const path& zip_path) try {
   const path directory = zip_path.parent_path();
   if (!directory.empty()) {
     if (const auto created = files_.CreateDirectories(directory); !created) {
-      log_.LogError(fmt::format("Failed to create directory for zip file [{}]. Error: {}",
-                                PathToUtf8(directory), created.error().text));
+      log_.LogError("Failed to create directory for zip file [{}]. Error: {}", directory,
+                    created.error());
       return false;
     }
   }
   MakeRoomForZip(zip_path);
   return true;
 } catch (const std::exception& problem) {
-  log_.LogError(fmt::format("Error preparing directory/removing old zip [{}]: {}",
-                            PathToUtf8(zip_path), problem.what()));
+  log_.LogError("Error preparing directory/removing old zip [{}]: {}", zip_path, problem.what());
   return false;
 }
 
@@ -62,8 +61,8 @@ void ReportArchive::MakeRoomForZip(const path& zip_path) {
   if (exists && !*exists) return;
   const auto removed = files_.Remove(zip_path);
   if (removed) return;
-  log_.LogWarn(fmt::format("Failed to remove existing zip file [{}] ({}). Attempting to overwrite.",
-                           PathToUtf8(zip_path), removed.error().text));
+  log_.LogWarn("Failed to remove existing zip file [{}] ({}). Attempting to overwrite.", zip_path,
+               removed.error());
 }
 
 bool ReportArchive::OpenZip(ZipWriter& zip, const path& zip_path) {
@@ -74,8 +73,7 @@ bool ReportArchive::OpenZip(ZipWriter& zip, const path& zip_path) {
   }
   const auto opened = zip.Open(*text);
   if (!opened) {
-    log_.LogError(fmt::format("mz_zip_writer_init_file_v2() failed for {}! Error: {}", *text,
-                              opened.error()));
+    log_.LogError("mz_zip_writer_init_file_v2() failed for {}! Error: {}", *text, opened.error());
   }
   return opened.has_value();
 }
@@ -88,21 +86,18 @@ bool ReportArchive::FillZip(ZipWriter& zip, const path& zip_path, const path& du
   progress_.Set(90.0);
   const auto finalized = zip.Finalize();
   if (finalized) {
-    log_.LogInfo(
-        fmt::format("Successfully created zip archive structure: {}", PathToUtf8(zip_path)));
+    log_.LogInfo("Successfully created zip archive structure: {}", zip_path);
     progress_.Set(100.0);
   } else {
-    log_.LogError(
-        fmt::format("mz_zip_writer_finalize_archive() failed! Error: {}", finalized.error()));
+    log_.LogError("mz_zip_writer_finalize_archive() failed! Error: {}", finalized.error());
   }
   if (const auto ended = zip.End(); !ended) {
-    log_.LogError(fmt::format(
-        "mz_zip_writer_end() failed! Error: {}. File handle may remain locked.", ended.error()));
+    log_.LogError("mz_zip_writer_end() failed! Error: {}. File handle may remain locked.",
+                  ended.error());
   }
   return finalized.has_value();
 } catch (const std::exception& problem) {
-  log_.LogError(
-      fmt::format("Exception creating zip '{}': {}", PathToUtf8(zip_path), problem.what()));
+  log_.LogError("Exception creating zip '{}': {}", zip_path, problem.what());
   return false;
 }
 
@@ -113,26 +108,23 @@ bool ReportArchive::AddDump(ZipWriter& zip, const path& dump_path) {
   }
   auto stream = files_.OpenForReading(dump_path);
   if (!stream) {
-    log_.LogError(
-        fmt::format("Failed to open dump file for zip compression: {}", PathToUtf8(dump_path)));
+    log_.LogError("Failed to open dump file for zip compression: {}", dump_path);
     return false;
   }
   DumpSource source(std::move(*stream), progress_);
   if (!source.Size()) {
-    log_.LogError(fmt::format("Failed to read the size of the dump file for zip compression: {}",
-                              PathToUtf8(dump_path)));
+    log_.LogError("Failed to read the size of the dump file for zip compression: {}", dump_path);
     return false;
   }
   const std::string name = FileNameText(dump_path);
   const auto now = std::chrono::system_clock::to_time_t(clock_.WallNow());
   if (const auto added = zip.AddSource(DumpEntryName(dump_path), source, *source.Size(), now);
       !added) {
-    log_.LogError(
-        fmt::format("mz_zip_writer_add_read_buf_callback() failed for dump file [{}]. Error: {}",
-                    name, added.error()));
+    log_.LogError("mz_zip_writer_add_read_buf_callback() failed for dump file [{}]. Error: {}",
+                  name, added.error());
     return false;
   }
-  log_.LogInfo(fmt::format("Added dump file [{}] to zip.", name));
+  log_.LogInfo("Added dump file [{}] to zip.", name);
   progress_.Set(DumpSource::kFullShare);
   return true;
 }
@@ -143,45 +135,42 @@ void ReportArchive::AddOptionalPath(ZipWriter& zip, const path& path) {
     const std::string reason =
         exists ? std::make_error_code(std::errc::no_such_file_or_directory).message()
                : exists.error().text;
-    log_.LogWarn(fmt::format("Optional path not found or error checking [{}], skipping. Error: {}",
-                             PathToUtf8(path), reason));
+    log_.LogWarn("Optional path not found or error checking [{}], skipping. Error: {}", path,
+                 reason);
     return;
   }
   const auto type = files_.TypeOf(path);
   if (!type) {
-    log_.LogError(fmt::format("Error checking type of optional path [{}]: {}", PathToUtf8(path),
-                              type.error().text));
+    log_.LogError("Error checking type of optional path [{}]: {}", path, type.error());
     return;
   }
   if (*type == platform::FileType::regular) {
     AddOptionalFile(zip, path);
   } else if (*type == platform::FileType::directory) {
     const std::string folder = FolderEntryName(path);
-    log_.LogInfo(fmt::format("Adding optional directory: {} as {}/", PathToUtf8(path), folder));
+    log_.LogInfo("Adding optional directory: {} as {}/", path, folder);
     if (!AddDirectoryToZip(zip, path, folder)) {
-      log_.LogWarn(
-          fmt::format("Issues encountered adding directory contents from: {}", PathToUtf8(path)));
+      log_.LogWarn("Issues encountered adding directory contents from: {}", path);
     }
   } else {
-    log_.LogWarn(
-        fmt::format("Optional path is not a regular file, skipping: {}", PathToUtf8(path)));
+    log_.LogWarn("Optional path is not a regular file, skipping: {}", path);
   }
 }
 
 void ReportArchive::AddOptionalFile(ZipWriter& zip, const path& file) {
   const std::string entry_name = FileEntryName(file);
   if (const auto added = zip.AddFile(entry_name, PathToUtf8(file)); !added) {
-    log_.LogError(fmt::format("mz_zip_writer_add_file() failed for optional file [{}]. Error: {}",
-                              PathToUtf8(file), added.error()));
+    log_.LogError("mz_zip_writer_add_file() failed for optional file [{}]. Error: {}", file,
+                  added.error());
     return;
   }
-  log_.LogInfo(fmt::format("Added optional file [{}]", entry_name));
+  log_.LogInfo("Added optional file [{}]", entry_name);
 }
 
 bool ReportArchive::AddDirectoryToZip(ZipWriter& zip, const path& directory,
                                       const std::string& folder_name) {
   const std::string directory_text = PathToUtf8(directory);
-  log_.LogInfo(fmt::format("Adding directory to zip: [{}] as [{}]", directory_text, folder_name));
+  log_.LogInfo("Adding directory to zip: [{}] as [{}]", directory_text, folder_name);
   bool all_added = true;
 
   auto walk = files_.Walk(directory, platform::WalkDepth::whole_tree);
@@ -191,17 +180,15 @@ bool ReportArchive::AddDirectoryToZip(ZipWriter& zip, const path& directory,
     entry = (*walk)->Next();
   }
   if (!entry) {
-    log_.LogError(fmt::format("Error iterating directory [{}]. Error: {}", directory_text,
-                              entry.error().text));
+    log_.LogError("Error iterating directory [{}]. Error: {}", directory_text, entry.error());
     all_added = false;
   }
 
   if (all_added) {
-    log_.LogInfo(fmt::format("Successfully added contents of directory [{}] as [{}]",
-                             directory_text, folder_name));
+    log_.LogInfo("Successfully added contents of directory [{}] as [{}]", directory_text,
+                 folder_name);
   } else {
-    log_.LogWarn(
-        fmt::format("Finished adding directory [{}] with one or more errors.", directory_text));
+    log_.LogWarn("Finished adding directory [{}] with one or more errors.", directory_text);
   }
   return all_added;
 }
@@ -210,11 +197,10 @@ bool ReportArchive::AddDirectoryEntry(ZipWriter& zip, const path& directory, con
                                       const std::string& folder_name) try {
   return TryAddDirectoryEntry(zip, directory, entry, folder_name);
 } catch (const std::exception& problem) {
-  log_.LogError(fmt::format("Exception processing entry [{}] for zip: {}", PathToUtf8(entry),
-                            problem.what()));
+  log_.LogError("Exception processing entry [{}] for zip: {}", entry, problem.what());
   return false;
 } catch (...) {
-  log_.LogError(fmt::format("Unknown exception processing entry [{}] for zip.", PathToUtf8(entry)));
+  log_.LogError("Unknown exception processing entry [{}] for zip.", entry);
   return false;
 }
 
@@ -222,23 +208,20 @@ bool ReportArchive::TryAddDirectoryEntry(ZipWriter& zip, const path& directory, 
                                          const std::string& folder_name) {
   const path relative = entry.lexically_relative(directory);
   if (relative.empty()) {
-    log_.LogError(fmt::format("Failed to get relative path for [{}] against [{}]. Error: {}",
-                              PathToUtf8(entry), PathToUtf8(directory),
-                              std::make_error_code(std::errc::invalid_argument).message()));
+    log_.LogError("Failed to get relative path for [{}] against [{}]. Error: {}", entry, directory,
+                  std::make_error_code(std::errc::invalid_argument).message());
     return false;
   }
   const std::string name = EntryNameInFolder(folder_name, relative);
   const auto type = files_.TypeOf(entry);
   if (!type) {
-    log_.LogError(fmt::format("Error checking file type for [{}]. Error: {}", PathToUtf8(entry),
-                              type.error().text));
+    log_.LogError("Error checking file type for [{}]. Error: {}", entry, type.error());
     return false;
   }
   if (*type == platform::FileType::directory) {
     const auto added = zip.AddFolder(name + "/");
     if (!added) {
-      log_.LogError(
-          fmt::format("Failed to add directory entry [{}] to zip. Error: {}", name, added.error()));
+      log_.LogError("Failed to add directory entry [{}] to zip. Error: {}", name, added.error());
     }
     return added.has_value();
   }
@@ -246,23 +229,21 @@ bool ReportArchive::TryAddDirectoryEntry(ZipWriter& zip, const path& directory, 
   if (*type != platform::FileType::regular) return true;
   const auto added = zip.AddFile(name, PathToUtf8(entry));
   if (!added) {
-    log_.LogError(fmt::format("Failed to add file [{}] as [{}] to zip. Error: {}",
-                              PathToUtf8(entry), name, added.error()));
+    log_.LogError("Failed to add file [{}] as [{}] to zip. Error: {}", entry, name, added.error());
   }
   return added.has_value();
 }
 
 void ReportArchive::DiscardZip(ZipWriter& zip, const path& zip_path) try {
   if (zip.IsOpen()) (void)zip.End();
-  log_.LogError(fmt::format(
-      "Zip archive creation failed. Attempting to delete potentially incomplete file: {}",
-      PathToUtf8(zip_path)));
+  log_.LogError("Zip archive creation failed. Attempting to delete potentially incomplete file: {}",
+                zip_path);
   if (const auto removed = files_.Remove(zip_path); !removed) {
-    log_.LogWarn(fmt::format("Failed to delete incomplete/failed zip file: {}. Error: {}",
-                             PathToUtf8(zip_path), removed.error().text));
+    log_.LogWarn("Failed to delete incomplete/failed zip file: {}. Error: {}", zip_path,
+                 removed.error());
   }
 } catch (const std::exception& problem) {
-  log_.LogWarn(fmt::format("Exception during zip file cleanup: {}", problem.what()));
+  log_.LogWarn("Exception during zip file cleanup: {}", problem.what());
 }
 
 }  // namespace vosk::report

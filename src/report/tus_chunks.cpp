@@ -39,11 +39,10 @@ void StopSending(CURL* handle) {
 bool TusClient::SendFile(Upload& upload) {
   progress_.SetLabel("Uploading");
   log_.RedrawStatusBar();
-  log_.LogInfo(
-      fmt::format("TUS Step 3: Starting chunked PATCH uploads from offset {}...", upload.offset));
+  log_.LogInfo("TUS Step 3: Starting chunked PATCH uploads from offset {}...", upload.offset);
   auto stream = files_.OpenForReading(upload.file);
   if (!stream) {
-    log_.LogError(fmt::format("Failed to open file for reading: {}", upload.file_text));
+    log_.LogError("Failed to open file for reading: {}", upload.file_text);
     return false;
   }
   upload.response.stream = std::move(*stream);
@@ -69,8 +68,8 @@ bool TusClient::SendChunk(Upload& upload) {
   // A server that advanced during a failed attempt starts a fresh chunk.
   while (upload.offset == chunk_start) {
     if (!SeekToOffset(upload)) return false;
-    log_.LogInfo(fmt::format("PATCH Attempt {}/{}: Offset={}, ChunkSize={}", upload.attempt + 1,
-                             kMaxAttempts, upload.offset, chunk_length));
+    log_.LogInfo("PATCH Attempt {}/{}: Offset={}, ChunkSize={}", upload.attempt + 1, kMaxAttempts,
+                 upload.offset, chunk_length);
     upload.response.bytesReadForChunk = 0;
     upload.response.ClearBuffers();
     // Method and upload mode stay as the request before left them: an offset query turns what
@@ -91,8 +90,8 @@ bool TusClient::SeekToOffset(Upload& upload) {
   std::istream& stream = *upload.response.stream;
   stream.clear();
   if (stream.seekg(upload.offset)) return true;
-  log_.LogError(fmt::format("Failed to seek to offset {} in file '{}' before attempt {}",
-                            upload.offset, upload.file_text, upload.attempt + 1));
+  log_.LogError("Failed to seek to offset {} in file '{}' before attempt {}", upload.offset,
+                upload.file_text, upload.attempt + 1);
   return false;
 }
 
@@ -108,29 +107,27 @@ bool TusClient::AcceptChunk(Upload& upload) {
   try {
     server_offset = ParseOffset(value);
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format(
+    log_.LogError(
         "Failed to parse 'Upload-Offset' header ('{}') after successful PATCH: {}. Aborting.",
-        value, problem.what()));
+        value, problem.what());
     return false;
   }
   const std::int64_t expected = upload.offset + upload.response.bytesReadForChunk;
   if (server_offset == expected) {
-    log_.LogInfo(fmt::format("Server offset confirmed: {}", server_offset));
+    log_.LogInfo("Server offset confirmed: {}", server_offset);
   } else {
     curl_off_t sent = 0;
     curl_easy_getinfo(upload.curl.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
     log_.LogWarn(
-        fmt::format("Server offset mismatch after PATCH! Expected: {}, Server returned: {}. "
-                    "Trusting server offset.",
-                    expected, server_offset));
-    log_.LogWarn(
-        fmt::format(" -> Bytes read by callback for chunk: {}, Bytes reported sent by CURL: {}",
-                    upload.response.bytesReadForChunk, sent));
+        "Server offset mismatch after PATCH! Expected: {}, Server returned: {}. "
+        "Trusting server offset.",
+        expected, server_offset);
+    log_.LogWarn(" -> Bytes read by callback for chunk: {}, Bytes reported sent by CURL: {}",
+                 upload.response.bytesReadForChunk, sent);
   }
   if (server_offset <= upload.offset && ++upload.fruitless_answers >= kMaxFruitlessAnswers) {
-    log_.LogError(
-        fmt::format("Server offset did not advance in {} answers to TUS PATCH. Aborting upload.",
-                    upload.fruitless_answers));
+    log_.LogError("Server offset did not advance in {} answers to TUS PATCH. Aborting upload.",
+                  upload.fruitless_answers);
     return false;
   }
   upload.offset = server_offset;
@@ -139,10 +136,10 @@ bool TusClient::AcceptChunk(Upload& upload) {
 
 bool TusClient::MayRetry(Upload& upload, const Answer& answer) {
   upload.attempt += 1;
-  log_.LogError(fmt::format("TUS PATCH failed (Attempt {}/{}). CURLcode: {}, HTTP Status: {}",
-                            upload.attempt, kMaxAttempts, answer.CodeText(), answer.status));
+  log_.LogError("TUS PATCH failed (Attempt {}/{}). CURLcode: {}, HTTP Status: {}", upload.attempt,
+                kMaxAttempts, answer.CodeText(), answer.status);
   if (!upload.response.body.empty()) {
-    log_.LogError(fmt::format("Response Body: {}", upload.response.body));
+    log_.LogError("Response Body: {}", upload.response.body);
   }
   const auto verdict = JudgeChunk(answer.Transferred(), answer.status, upload.attempt);
   if (verdict == ChunkVerdict::attempts_used_up) {
@@ -150,9 +147,8 @@ bool TusClient::MayRetry(Upload& upload, const Answer& answer) {
     return false;
   }
   if (verdict == ChunkVerdict::refused) {
-    log_.LogError(
-        fmt::format("Non-retriable HTTP error ({}) received during TUS PATCH. Aborting upload.",
-                    answer.status));
+    log_.LogError("Non-retriable HTTP error ({}) received during TUS PATCH. Aborting upload.",
+                  answer.status);
     return false;
   }
   log_.LogInfo("Checking server offset before retry...");
@@ -164,18 +160,18 @@ bool TusClient::MayRetry(Upload& upload, const Answer& answer) {
   }
   if (server_offset > upload.offset) {
     log_.LogInfo(
-        fmt::format("Server offset advanced to {} during failed attempt. Updating local offset and "
-                    "continuing.",
-                    server_offset));
+        "Server offset advanced to {} during failed attempt. Updating local offset and "
+        "continuing.",
+        server_offset);
     upload.offset = server_offset;
     return true;
   }
   if (server_offset < upload.offset) {
-    log_.LogError(fmt::format("Server offset {} is LESS than current local offset {}. Aborting.",
-                              server_offset, upload.offset));
+    log_.LogError("Server offset {} is LESS than current local offset {}. Aborting.", server_offset,
+                  upload.offset);
     return false;
   }
-  log_.LogInfo(fmt::format("Retrying chunk in {} ms...", kRetryPause.count()));
+  log_.LogInfo("Retrying chunk in {} ms...", kRetryPause.count());
   clock_.SleepFor(kRetryPause);
   return true;
 }

@@ -50,15 +50,14 @@ bool TusClient::TusUpload(const std::filesystem::path& file_path) {
   try {
     return Run(file_path);
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("Exception during TUS upload of '{}': {}",
-                              text::PathToUtf8(file_path), problem.what()));
+    log_.LogError("Exception during TUS upload of '{}': {}", file_path, problem.what());
   }
   return false;
 }
 
 bool TusClient::Run(const std::filesystem::path& file_path) {
   Upload upload{.file = file_path, .file_text = text::PathToUtf8(file_path)};
-  log_.LogInfo(fmt::format("Starting TUS upload for: {}", upload.file_text));
+  log_.LogInfo("Starting TUS upload for: {}", upload.file_text);
   if (!Measure(upload)) return false;
 
   upload.curl.reset(curl_easy_init());
@@ -75,9 +74,8 @@ bool TusClient::Run(const std::filesystem::path& file_path) {
     return false;
   }
   if (upload.offset >= upload.file_size) {
-    log_.LogInfo(
-        fmt::format("Server offset ({}) indicates upload is already complete (File size: {}).",
-                    upload.offset, upload.file_size));
+    log_.LogInfo("Server offset ({}) indicates upload is already complete (File size: {}).",
+                 upload.offset, upload.file_size);
     DeleteLocal(upload, "Deleted local file that was already uploaded: {}",
                 "Failed to delete local file that was already uploaded: {}",
                 "Exception while deleting already uploaded file '{}': {}");
@@ -85,13 +83,13 @@ bool TusClient::Run(const std::filesystem::path& file_path) {
   }
   if (!SendFile(upload)) return false;
   if (upload.offset < upload.file_size) {
-    log_.LogError(fmt::format(
+    log_.LogError(
         "Upload loop finished, but final offset ({}) is less than file size ({}). Upload "
         "incomplete.",
-        upload.offset, upload.file_size));
+        upload.offset, upload.file_size);
     return false;
   }
-  log_.LogInfo(fmt::format("TUS Upload successfully completed for: {}", upload.file_text));
+  log_.LogInfo("TUS Upload successfully completed for: {}", upload.file_text);
   DeleteLocal(upload, "Deleted local file after successful upload: {}",
               "Failed to delete local file after successful upload: {}",
               "Exception occurred while deleting local file '{}' post-upload: {}");
@@ -101,24 +99,23 @@ bool TusClient::Run(const std::filesystem::path& file_path) {
 bool TusClient::Measure(Upload& upload) {
   const auto exists = files_.Exists(upload.file);
   if (!exists) {
-    log_.LogError(fmt::format("Invalid file path '{}': {}", upload.file_text, exists.error().text));
+    log_.LogError("Invalid file path '{}': {}", upload.file_text, exists.error());
     return false;
   }
   if (!*exists) {
-    log_.LogError(fmt::format("File does not exist for upload: {}", upload.file_text));
+    log_.LogError("File does not exist for upload: {}", upload.file_text);
     return false;
   }
   const auto size = files_.SizeOf(upload.file);
   if (!size) {
-    log_.LogError(
-        fmt::format("Failed to get file size for '{}': {}", upload.file_text, size.error().text));
+    log_.LogError("Failed to get file size for '{}': {}", upload.file_text, size.error());
     return false;
   }
   upload.file_size = static_cast<std::int64_t>(*size);
   if (upload.file_size >= 1) return true;
 
-  log_.LogWarn(fmt::format("Skipping upload of zero-byte or invalid size file: {} (Size: {})",
-                           upload.file_text, upload.file_size));
+  log_.LogWarn("Skipping upload of zero-byte or invalid size file: {} (Size: {})", upload.file_text,
+               upload.file_size);
   DeleteLocal(upload, "Deleted zero-byte file: {}", "Failed to delete zero-byte file: {}",
               "Exception while deleting zero-byte file '{}': {}");
   return false;
@@ -140,10 +137,10 @@ bool TusClient::CreateResource(Upload& upload) {
   SetOption(handle, CURLOPT_HTTPHEADER, nullptr);
 
   if (!answer.Transferred() || answer.status != 201) {
-    log_.LogError(fmt::format("TUS POST request failed. CURLcode: {}, HTTP Status: {}",
-                              answer.CodeText(), answer.status));
-    log_.LogError(fmt::format("Response Body: {}", upload.response.body));
-    log_.LogError(fmt::format("Response Headers:\n{}", upload.response.headers));
+    log_.LogError("TUS POST request failed. CURLcode: {}, HTTP Status: {}", answer.CodeText(),
+                  answer.status);
+    log_.LogError("Response Body: {}", upload.response.body);
+    log_.LogError("Response Headers:\n{}", upload.response.headers);
     return false;
   }
   return TakeLocation(upload);
@@ -154,7 +151,7 @@ bool TusClient::TakeLocation(Upload& upload) {
   if (upload.url.empty()) {
     log_.LogError(
         "TUS POST succeeded (HTTP 201), but 'Location' header was missing in the response.");
-    log_.LogError(fmt::format("Response Headers:\n{}", upload.response.headers));
+    log_.LogError("Response Headers:\n{}", upload.response.headers);
     return false;
   }
   if (!upload.url.starts_with("http")) {
@@ -165,7 +162,7 @@ bool TusClient::TakeLocation(Upload& upload) {
     }
     upload.url = std::move(*resolved);
   }
-  log_.LogInfo(fmt::format("TUS Step 1: Resource created. Upload URL: {}", upload.url));
+  log_.LogInfo("TUS Step 1: Resource created. Upload URL: {}", upload.url);
   return true;
 }
 

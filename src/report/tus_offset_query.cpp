@@ -11,7 +11,7 @@ namespace vosk::report {
 
 std::int64_t TusClient::GetTusUploadOffset(CURL* handle, const std::string& upload_url,
                                            TusResponse& response) {
-  log_.LogInfo(fmt::format("TUS: Sending HEAD request to get offset for: {}", upload_url));
+  log_.LogInfo("TUS: Sending HEAD request to get offset for: {}", upload_url);
   const HeaderList headers(OffsetQueryHeaders());
   SetOption(handle, CURLOPT_URL, upload_url.c_str());
   SetOption(handle, CURLOPT_CUSTOMREQUEST, "HEAD");
@@ -27,8 +27,8 @@ std::int64_t TusClient::GetTusUploadOffset(CURL* handle, const std::string& uplo
   SetOption(handle, CURLOPT_HTTPHEADER, nullptr);
 
   if (!answer.Transferred()) {
-    log_.LogError(fmt::format("TUS HEAD request failed. CURLcode: {}", answer.CodeText()));
-    log_.LogError(fmt::format("Response Body (if any): {}", response.body));
+    log_.LogError("TUS HEAD request failed. CURLcode: {}", answer.CodeText());
+    log_.LogError("Response Body (if any): {}", response.body);
     return -1;
   }
   switch (JudgeOffsetAnswer(answer.status, response.headers)) {
@@ -39,23 +39,22 @@ std::int64_t TusClient::GetTusUploadOffset(CURL* handle, const std::string& uplo
           "TUS HEAD: Upload-Offset header missing, but Upload-Length found. Assuming offset is 0.");
       return 0;
     case OffsetVerdict::resource_missing:
-      log_.LogInfo(fmt::format(
-          "TUS HEAD: Resource not found or access denied (HTTP {}). Assuming offset is 0.",
-          answer.status));
+      log_.LogInfo("TUS HEAD: Resource not found or access denied (HTTP {}). Assuming offset is 0.",
+                   answer.status);
       return 0;
     case OffsetVerdict::nothing_given:
-      log_.LogError(fmt::format(
+      log_.LogError(
           "TUS HEAD: Received HTTP {} but required 'Upload-Offset' (or 'Upload-Length') header is "
           "missing.",
-          answer.status));
-      log_.LogError(fmt::format("Headers received:\n{}", response.headers));
+          answer.status);
+      log_.LogError("Headers received:\n{}", response.headers);
       return -1;
     case OffsetVerdict::refused:
       break;
   }
-  log_.LogError(fmt::format("TUS HEAD: Unexpected HTTP status code: {}", answer.status));
-  log_.LogError(fmt::format("Response Body: {}", response.body));
-  log_.LogError(fmt::format("Response Headers:\n{}", response.headers));
+  log_.LogError("TUS HEAD: Unexpected HTTP status code: {}", answer.status);
+  log_.LogError("Response Body: {}", response.body);
+  log_.LogError("Response Headers:\n{}", response.headers);
   return -1;
 }
 
@@ -63,17 +62,15 @@ std::int64_t TusClient::OffsetOfAnswer(const TusResponse& response) {
   const std::string value = FindHeaderValue(response.headers, "Upload-Offset");
   try {
     const std::int64_t offset = ParseOffset(value);
-    log_.LogInfo(fmt::format("TUS HEAD: Found existing Upload-Offset: {}", offset));
+    log_.LogInfo("TUS HEAD: Found existing Upload-Offset: {}", offset);
     return offset;
   } catch (const std::invalid_argument& problem) {
-    log_.LogError(fmt::format("TUS HEAD: Invalid argument parsing Upload-Offset '{}': {}", value,
-                              problem.what()));
+    log_.LogError("TUS HEAD: Invalid argument parsing Upload-Offset '{}': {}", value,
+                  problem.what());
   } catch (const std::out_of_range& problem) {
-    log_.LogError(fmt::format("TUS HEAD: Out of range parsing Upload-Offset '{}': {}", value,
-                              problem.what()));
+    log_.LogError("TUS HEAD: Out of range parsing Upload-Offset '{}': {}", value, problem.what());
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("TUS HEAD: Exception parsing Upload-Offset '{}': {}", value, problem.what()));
+    log_.LogError("TUS HEAD: Exception parsing Upload-Offset '{}': {}", value, problem.what());
   }
   return -1;
 }

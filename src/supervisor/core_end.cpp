@@ -22,8 +22,7 @@ constexpr std::uint32_t kTerminatedExitCode = 1;
 }  // namespace
 
 void MonitoringLoop::HandleCoreEnd() {
-  log_.LogWarn(fmt::format("Previously monitored target process (PID {}) has terminated.",
-                           state_.target_pid));
+  log_.LogWarn("Previously monitored target process (PID {}) has terminated.", state_.target_pid);
   const CoreEnd end = JudgeCoreEnd();
   state_.hTargetProcess.Reset();
   EndMonitorOfDeadCore();
@@ -47,11 +46,11 @@ CoreEnd MonitoringLoop::JudgeCoreEnd() {
   if (const auto exit_code = host_.processes.ExitCode(state_.hTargetProcess)) {
     end.exit_code = *exit_code;
   } else {
-    log_.LogWarn(fmt::format("Failed to get exit code for terminated PID {}. Error: {}",
-                             state_.target_pid, exit_code.error().value));
+    log_.LogWarn("Failed to get exit code for terminated PID {}. Error: {}", state_.target_pid,
+                 exit_code.error());
   }
-  log_.LogInfo(fmt::format("Target process final exit code: {} (0x{:x})", ExitCodeText(end),
-                           end.exit_code.value_or(0)));
+  log_.LogInfo("Target process final exit code: {} (0x{:x})", ExitCodeText(end),
+               end.exit_code.value_or(0));
   end.is_crash =
       !end.exit_code || (*end.exit_code != 0 && *end.exit_code != platform::kStillActive);
   if (!end.is_crash) {
@@ -59,9 +58,9 @@ CoreEnd MonitoringLoop::JudgeCoreEnd() {
     return end;
   }
   ++state_.crash_count;
-  log_.LogError(fmt::format("Target process exited abnormally (Code: {}). Assuming crash #{}",
-                            ExitCodeText(end), state_.crash_count));
-  log_.LogInfo(fmt::format("Waiting {}ms for dump file generation...", kDumpWriteWait.count()));
+  log_.LogError("Target process exited abnormally (Code: {}). Assuming crash #{}",
+                ExitCodeText(end), state_.crash_count);
+  log_.LogInfo("Waiting {}ms for dump file generation...", kDumpWriteWait.count());
   host_.clock.SleepFor(kDumpWriteWait);
   return end;
 }
@@ -82,15 +81,15 @@ void MonitoringLoop::WatchMonitor(SteadyTime now) {
       monitor_lost_at_.reset();
       return;
     }
-    log_.LogWarn(fmt::format(
+    log_.LogWarn(
         "ProcDump monitor of PID {} has ended (exit code {}) although the target is running.",
-        state_.target_pid, *exit_code));
+        state_.target_pid, *exit_code);
     state_.hProcDump.Reset();
   }
   if (!monitor_lost_at_) monitor_lost_at_ = now;
   if (now - *monitor_lost_at_ < monitor_retry_delay_) return;
-  log_.LogWarn(fmt::format("Target PID {} is not watched. Attaching a new ProcDump monitor.",
-                           state_.target_pid));
+  log_.LogWarn("Target PID {} is not watched. Attaching a new ProcDump monitor.",
+               state_.target_pid);
   monitor_lost_at_ = now;
   monitor_retry_delay_ = std::min(monitor_retry_delay_ * 2, kLongestMonitorRetryDelay);
   state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,

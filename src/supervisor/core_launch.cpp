@@ -22,15 +22,14 @@ constexpr std::uint32_t kTerminatedExitCode = 1;
 void MonitoringLoop::Relaunch() {
   if (core_was_running_) log_.LogInfo("--- Target process is not running ---");
   core_was_running_ = false;
-  log_.LogInfo(fmt::format("Crash Count So Far: {}", state_.crash_count));
-  log_.LogInfo(fmt::format("Attempting relaunch of VELDRAN Core after {}ms delay...",
-                           kRelaunchDelay.count()));
+  log_.LogInfo("Crash Count So Far: {}", state_.crash_count);
+  log_.LogInfo("Attempting relaunch of VELDRAN Core after {}ms delay...", kRelaunchDelay.count());
   host_.clock.SleepFor(kRelaunchDelay);
   // A Core that runs although we do not hold it (started by hand meanwhile, or refused to us) must
   // not get a twin; the next cycle attaches to it.
   if (const auto running = services_.processes.FindCoreProcesses(); !running.empty()) {
-    log_.LogWarn(fmt::format(
-        "VELDRAN Core is already running (PID: {}). Not launching another one.", running.front()));
+    log_.LogWarn("VELDRAN Core is already running (PID: {}). Not launching another one.",
+                 running.front());
     return;
   }
   if (LaunchCore()) {
@@ -55,13 +54,13 @@ void MonitoringLoop::RepairInstallation() {
 
 bool MonitoringLoop::LaunchCore() {
   const std::string command_line = text::PathToUtf8(places_.target_path);
-  log_.LogInfo(fmt::format("Executing Command Line: {}", command_line));
-  log_.LogInfo(fmt::format("Working Directory: {}", text::PathToUtf8(places_.target_directory)));
+  log_.LogInfo("Executing Command Line: {}", command_line);
+  log_.LogInfo("Working Directory: {}", places_.target_directory);
   auto started = host_.processes.Start({.command_line = command_line,
                                         .working_directory = places_.target_directory,
                                         .console = platform::ConsoleOfChild::new_console});
   if (!started) {
-    log_.LogError(fmt::format("Failed to launch target process: {}.", started.error().value));
+    log_.LogError("Failed to launch target process: {}.", started.error());
     return false;
   }
   log_.LogInfo("VELDRAN Core relaunched successfully.");
@@ -72,17 +71,17 @@ bool MonitoringLoop::LaunchCore() {
 void MonitoringLoop::WatchLaunchedCore() {
   const platform::ProcessId pid = state_.target_pid;
   host_.clock.SleepFor(kSettlingPause);
-  log_.LogInfo(fmt::format("Captured {} runtime modules from target process", CaptureModules()));
-  log_.LogInfo(fmt::format("New Target Process PID: {}{}{}", log_.Colour(console::kMagenta), pid,
-                           log_.Colour(console::kReset)));
+  log_.LogInfo("Captured {} runtime modules from target process", CaptureModules());
+  log_.LogInfo("New Target Process PID: {}{}{}", log_.Colour(console::kMagenta), pid,
+               log_.Colour(console::kReset));
   state_.hProcDump =
       services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
   if (state_.hProcDump) {
-    log_.LogInfo(fmt::format("ProcDump monitor started for new target PID {}", pid));
+    log_.LogInfo("ProcDump monitor started for new target PID {}", pid);
     return;
   }
-  log_.LogError(fmt::format(
-      "Successfully relaunched target PID {}, but FAILED to launch ProcDump monitor!", pid));
+  log_.LogError("Successfully relaunched target PID {}, but FAILED to launch ProcDump monitor!",
+                pid);
   log_.LogWarn("Crash dump generation will NOT occur.");
   log_.LogError("Terminating the newly launched target process.");
   services_.processes.TerminateProcessL(state_.hTargetProcess, kTerminatedExitCode);

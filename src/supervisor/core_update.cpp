@@ -47,21 +47,20 @@ void CoreUpdate::UpdateAtStartup(const std::string& latest) {
     return;
   }
   if (order == 0) {
-    log_.LogInfo(
-        fmt::format("Startup update check: Already running latest version ({}).", current));
+    log_.LogInfo("Startup update check: Already running latest version ({}).", current);
     return;
   }
   if (order != kNewer) {
     log_.LogInfo(
-        fmt::format("Startup update check: Current version ({}) is newer than API reports "
-                    "({}). No update needed.",
-                    current, latest));
+        "Startup update check: Current version ({}) is newer than API reports "
+        "({}). No update needed.",
+        current, latest);
     return;
   }
   log_.LogWarn(
-      fmt::format("Startup update check: Newer version available! Current: {}, Latest: {}. "
-                  "Updating before monitoring starts.",
-                  current, latest));
+      "Startup update check: Newer version available! Current: {}, Latest: {}. "
+      "Updating before monitoring starts.",
+      current, latest);
   if (!services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
     log_.LogWarn("Startup update check: Insufficient disk space for update. Skipping.");
     return;
@@ -90,13 +89,12 @@ void CoreUpdate::CheckPeriodically(SupervisorState::SteadyTime now, bool core_ru
   if (order == net::kUnreadableVersion) return;
   if (!services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
   if (order != kNewer) {
-    if (fetched) log_.LogInfo(fmt::format("Current version {} is up-to-date.", current));
+    if (fetched) log_.LogInfo("Current version {} is up-to-date.", current);
     return;
   }
   log_.LogInfo("Sufficient disk space available. Proceeding with update.");
-  log_.LogWarn(fmt::format(
-      "Newer version detected! Current: {}, Latest: {}. Initiating self-update sequence.", current,
-      latest));
+  log_.LogWarn("Newer version detected! Current: {}, Latest: {}. Initiating self-update sequence.",
+               current, latest);
   state_.update_in_progress.store(true);
   ValidateState(core_runs);
   if (!RunSequence(latest)) {
@@ -116,7 +114,7 @@ void CoreUpdate::ForceReinstall() {
     log_.LogError("Menu: Could not fetch latest version from network. Reinstall aborted.");
     return;
   }
-  log_.LogInfo(fmt::format("Menu: Latest version reported by network: {}", latest));
+  log_.LogInfo("Menu: Latest version reported by network: {}", latest);
   if (!RunSequence(latest)) {
     log_.LogError("Menu: Force reinstall failed. Will continue with current installation.");
   }
@@ -153,33 +151,33 @@ void CoreUpdate::ValidateState(bool core_runs) {
   if (!state_.hTargetProcess && !ReopenCore()) return;
   const platform::ProcessId pid = state_.target_pid;
   if (services_.processes.IsProcessAlive(pid)) {
-    log_.LogInfo(fmt::format("Pre-Update: Target process PID {} confirmed running.", pid));
+    log_.LogInfo("Pre-Update: Target process PID {} confirmed running.", pid);
     ValidateMonitor();
     return;
   }
-  log_.LogError(fmt::format(
-      "Pre-Update Error: Target process PID {} is no longer running. Aborting update.", pid));
+  log_.LogError("Pre-Update Error: Target process PID {} is no longer running. Aborting update.",
+                pid);
   state_.hProcDump.Reset();
   state_.ForgetCore(log_.ConsoleLock());
 }
 
 bool CoreUpdate::ReopenCore() {
   const platform::ProcessId pid = state_.target_pid;
-  log_.LogWarn(fmt::format(
-      "Pre-Update Warning: hTargetProcess handle is invalid. Attempting to re-open PID: {}", pid));
+  log_.LogWarn(
+      "Pre-Update Warning: hTargetProcess handle is invalid. Attempting to re-open PID: {}", pid);
   auto process =
       host_.processes.Open(platform::access::kSynchronize | platform::access::kQueryInformation |
                                platform::access::kTerminate,
                            pid);
   if (!process) {
     log_.LogError(
-        fmt::format("Pre-Update Error: Failed to re-open handle for target PID {}. Error: {}. "
-                    "Aborting update.",
-                    pid, process.error().value));
+        "Pre-Update Error: Failed to re-open handle for target PID {}. Error: {}. "
+        "Aborting update.",
+        pid, process.error());
     return false;
   }
   state_.hTargetProcess = std::move(*process);
-  log_.LogInfo(fmt::format("Pre-Update: Successfully re-opened handle for target PID {}", pid));
+  log_.LogInfo("Pre-Update: Successfully re-opened handle for target PID {}", pid);
   return true;
 }
 
@@ -192,18 +190,16 @@ void CoreUpdate::ValidateMonitor() {
   }
   const auto pid = host_.processes.Id(state_.hProcDump);
   if (!pid) {
-    log_.LogWarn(
-        fmt::format("Pre-Update Warning: Could not get PID for hProcDump handle. Error: {}",
-                    pid.error().value));
+    log_.LogWarn("Pre-Update Warning: Could not get PID for hProcDump handle. Error: {}",
+                 pid.error());
     return;
   }
   if (!services_.processes.IsProcessAlive(*pid)) {
-    log_.LogWarn(
-        fmt::format("Pre-Update Warning: ProcDump process (PID: {}) is no longer running.", *pid));
+    log_.LogWarn("Pre-Update Warning: ProcDump process (PID: {}) is no longer running.", *pid);
     state_.hProcDump.Reset();
     return;
   }
-  log_.LogInfo(fmt::format("Pre-Update: ProcDump process (PID: {}) confirmed running.", *pid));
+  log_.LogInfo("Pre-Update: ProcDump process (PID: {}) confirmed running.", *pid);
 }
 
 }  // namespace vosk::supervisor

@@ -32,20 +32,19 @@ CrashProcessing::CrashProcessing(platform::Files& files, console::LogSink& log,
 void CrashProcessing::ProcessNewDumps(const std::filesystem::path& dump_directory,
                                       const std::filesystem::path& log_root_directory,
                                       const CoreEnd& end) {
-  log_.LogInfo(fmt::format("Scanning dump storage for new crash dumps: {}",
-                           text::PathToUtf8(dump_directory)));
+  log_.LogInfo("Scanning dump storage for new crash dumps: {}", dump_directory);
   const Paths dumps = FindDumps(dump_directory);
   if (dumps.empty()) {
     log_.LogInfo("No new dump files found in storage directory.");
     if (end.is_crash) {
       log_.LogWarn(
-          fmt::format("CRITICAL: Target process termination indicated a crash (Exit "
-                      "Code: {}), but NO DUMP FILE was found!",
-                      ExitCodeText(end)));
+          "CRITICAL: Target process termination indicated a crash (Exit "
+          "Code: {}), but NO DUMP FILE was found!",
+          ExitCodeText(end));
     }
     return;
   }
-  log_.LogInfo(fmt::format("Found {} new dump file(s) to process.", dumps.size()));
+  log_.LogInfo("Found {} new dump file(s) to process.", dumps.size());
   for (const auto& dump : dumps) ProcessDump(dump, log_root_directory);
 }
 
@@ -54,7 +53,7 @@ CrashProcessing::Paths CrashProcessing::FindDumps(const std::filesystem::path& d
   try {
     CollectDumps(dump_directory, dumps);
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("Exception during dump directory iteration: {}", problem.what()));
+    log_.LogError("Exception during dump directory iteration: {}", problem.what());
   }
   return dumps;
 }
@@ -62,20 +61,20 @@ CrashProcessing::Paths CrashProcessing::FindDumps(const std::filesystem::path& d
 void CrashProcessing::CollectDumps(const std::filesystem::path& dump_directory, Paths& dumps) {
   const auto walk = files_.Walk(dump_directory, platform::WalkDepth::direct_entries);
   if (!walk) {
-    log_.LogError(fmt::format("Error iterating dump directory: {}", walk.error().text));
+    log_.LogError("Error iterating dump directory: {}", walk.error());
     return;
   }
   while (true) {
     const auto entry = (*walk)->Next();
     if (!entry) {
-      log_.LogError(fmt::format("Error iterating dump directory: {}", entry.error().text));
+      log_.LogError("Error iterating dump directory: {}", entry.error());
       return;
     }
     if (!*entry) return;
     try {
       AddIfDump(**entry, dumps);
     } catch (const std::exception& problem) {
-      log_.LogError(fmt::format("Exception processing potential dump file: {}", problem.what()));
+      log_.LogError("Exception processing potential dump file: {}", problem.what());
     }
   }
 }
@@ -83,8 +82,7 @@ void CrashProcessing::CollectDumps(const std::filesystem::path& dump_directory, 
 void CrashProcessing::AddIfDump(const std::filesystem::path& path, Paths& dumps) {
   const auto type = files_.TypeOf(path);
   if (!type) {
-    log_.LogError(fmt::format("Error checking file type for {}: {}", text::PathToUtf8(path),
-                              type.error().text));
+    log_.LogError("Error checking file type for {}: {}", path, type.error());
     return;
   }
   if (*type == platform::FileType::regular && path.extension() == ".dmp") dumps.push_back(path);
@@ -94,7 +92,7 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
                                   const std::filesystem::path& log_root_directory) {
   if (const auto exists = files_.Exists(dump); exists && !*exists) return;
   log_.LogInfo(kRule);
-  log_.LogInfo(fmt::format("Processing dump file: {}", text::PathToUtf8(dump)));
+  log_.LogInfo("Processing dump file: {}", dump);
   Paths additional_files;
   const auto host_info = HostInfoPathFor(dump);
   AddHostInfo(dump, host_info, additional_files);
@@ -110,9 +108,9 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
       "ZIP archive created successfully. Deleting original dump file to save disk space during "
       "upload...");
   const bool dump_deleted = DeletePackedDump(dump);
-  log_.LogInfo(fmt::format("Attempting TUS upload: {}", text::PathToUtf8(archive)));
+  log_.LogInfo("Attempting TUS upload: {}", archive);
   if (uploader_.TusUpload(archive)) {
-    log_.LogInfo(fmt::format("Successfully uploaded and processed: {}", text::PathToUtf8(archive)));
+    log_.LogInfo("Successfully uploaded and processed: {}", archive);
     DeleteHostInfo(host_info);
   } else {
     KeepUnsentArchive(archive, dump_deleted);
@@ -124,16 +122,16 @@ void CrashProcessing::AddHostInfo(const std::filesystem::path& dump,
                                   const std::filesystem::path& host_info, Paths& additional_files) {
   const bool generated = host_info_.GenerateHostInfoFile(host_info);
   if (!generated) {
-    log_.LogWarn(fmt::format("Failed to generate host info file for: {}", text::PathToUtf8(dump)));
+    log_.LogWarn("Failed to generate host info file for: {}", dump);
   }
   const auto exists = files_.Exists(host_info);
   const std::string path = text::PathToUtf8(host_info);
   if (exists && *exists) {
     additional_files.push_back(host_info);
-    log_.LogInfo(fmt::format("Generated and added host info file: {}", path));
+    log_.LogInfo("Generated and added host info file: {}", path);
   } else if (generated) {
-    log_.LogWarn(fmt::format("Host info file generated but not found/inaccessible: {}{}", path,
-                             exists ? "" : fmt::format(" Error: {}", exists.error().text)));
+    log_.LogWarn("Host info file generated but not found/inaccessible: {}{}", path,
+                 exists ? "" : fmt::format(" Error: {}", exists.error()));
   }
 }
 
@@ -143,12 +141,12 @@ void CrashProcessing::AddLogs(const std::filesystem::path& log_root_directory,
   const std::string path = text::PathToUtf8(log_root_directory);
   const auto type = files_.TypeOf(log_root_directory);
   if (type && *type == platform::FileType::directory) {
-    log_.LogInfo(fmt::format("Adding log directory to zip list: {}", path));
+    log_.LogInfo("Adding log directory to zip list: {}", path);
     additional_files.push_back(log_root_directory);
     return;
   }
-  log_.LogWarn(fmt::format("Log root dir path set but not found/accessible, logs not added: {}{}",
-                           path, type ? "" : fmt::format(" Error: {}", type.error().text)));
+  log_.LogWarn("Log root dir path set but not found/accessible, logs not added: {}{}", path,
+               type ? "" : fmt::format(" Error: {}", type.error()));
 }
 
 void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump,
@@ -158,21 +156,19 @@ void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump,
   try {
     const auto kept = WithSuffix(dump, ".failed_zip");
     if (const auto renamed = ReplaceFile(files_, dump, kept); renamed) {
-      log_.LogInfo(fmt::format("Renamed dump after zip failure to: {}", text::PathToUtf8(kept)));
+      log_.LogInfo("Renamed dump after zip failure to: {}", kept);
     } else {
-      log_.LogError(fmt::format("Failed to rename dump after zip failure '{}'. Error: {}", path,
-                                renamed.error().text));
+      log_.LogError("Failed to rename dump after zip failure '{}'. Error: {}", path,
+                    renamed.error());
     }
     if (!files_.Exists(host_info).value_or(false)) return;
     if (const auto removed = files_.Remove(host_info); removed) {
-      log_.LogInfo(
-          fmt::format("Deleted host info file after zip failure: {}", text::PathToUtf8(host_info)));
+      log_.LogInfo("Deleted host info file after zip failure: {}", host_info);
     } else {
-      log_.LogWarn(fmt::format("Failed to delete host info file: {}", removed.error().text));
+      log_.LogWarn("Failed to delete host info file: {}", removed.error());
     }
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("Exception while handling zip failure for '{}': {}", path, problem.what()));
+    log_.LogError("Exception while handling zip failure for '{}': {}", path, problem.what());
   }
 }
 
@@ -181,45 +177,41 @@ bool CrashProcessing::DeletePackedDump(const std::filesystem::path& dump) {
   try {
     const auto exists = files_.Exists(dump);
     if (!exists) {
-      log_.LogError(fmt::format("Error checking dump file existence: {}", exists.error().text));
+      log_.LogError("Error checking dump file existence: {}", exists.error());
       return false;
     }
     if (!*exists) return false;
     const std::uint64_t size = files_.SizeOf(dump).value_or(0);
     if (const auto removed = files_.Remove(dump); !removed) {
       log_.LogError(
-          fmt::format("Failed to delete original dump file: {}. Error: {}. Upload will "
-                      "proceed but disk space not optimized.",
-                      path, removed.error().text));
+          "Failed to delete original dump file: {}. Error: {}. Upload will "
+          "proceed but disk space not optimized.",
+          path, removed.error());
       return false;
     }
-    log_.LogInfo(
-        fmt::format("Successfully deleted original dump file: {} (freed {} MB during upload)", path,
-                    size / kBytesPerMegabyte));
+    log_.LogInfo("Successfully deleted original dump file: {} (freed {} MB during upload)", path,
+                 size / kBytesPerMegabyte);
     return true;
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("Exception while deleting original dump file '{}': {}. Upload will proceed.",
-                    path, problem.what()));
+    log_.LogError("Exception while deleting original dump file '{}': {}. Upload will proceed.",
+                  path, problem.what());
     return false;
   }
 }
 
 void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted) {
   const std::string path = text::PathToUtf8(archive);
-  log_.LogError(
-      fmt::format("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", path));
+  log_.LogError("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", path);
   try {
     const auto kept = WithSuffix(archive, ".failed_upload");
     if (const auto renamed = ReplaceFile(files_, archive, kept); !renamed) {
-      log_.LogError(fmt::format("Failed to rename failed upload zip '{}' to '{}'. Error: {}", path,
-                                text::PathToUtf8(kept), renamed.error().text));
+      log_.LogError("Failed to rename failed upload zip '{}' to '{}'. Error: {}", path, kept,
+                    renamed.error());
       return;
     }
-    log_.LogInfo(fmt::format("Renamed failed upload to: {}", text::PathToUtf8(kept)));
+    log_.LogInfo("Renamed failed upload to: {}", kept);
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("Exception while renaming failed upload zip '{}': {}", path, problem.what()));
+    log_.LogError("Exception while renaming failed upload zip '{}': {}", path, problem.what());
     return;
   }
   if (dump_deleted) {
@@ -238,18 +230,17 @@ void CrashProcessing::DeleteHostInfo(const std::filesystem::path& host_info) {
   try {
     const auto exists = files_.Exists(host_info);
     if (!exists) {
-      log_.LogWarn(fmt::format("Error checking host info file existence: {}", exists.error().text));
+      log_.LogWarn("Error checking host info file existence: {}", exists.error());
       return;
     }
     if (!*exists) return;
     if (const auto removed = files_.Remove(host_info); removed) {
-      log_.LogInfo(fmt::format("Deleted host info: {}", path));
+      log_.LogInfo("Deleted host info: {}", path);
     } else {
-      log_.LogWarn(
-          fmt::format("Failed to delete host info: {} Error: {}", path, removed.error().text));
+      log_.LogWarn("Failed to delete host info: {} Error: {}", path, removed.error());
     }
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("Exception during post-upload cleanup: {}", problem.what()));
+    log_.LogError("Exception during post-upload cleanup: {}", problem.what());
   }
 }
 

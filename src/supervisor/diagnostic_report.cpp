@@ -21,25 +21,25 @@ DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log
 
 void DiagnosticReport::Submit(platform::ProcessId core_pid, const Places& places) {
   log_.LogInfo("=== Submitting Diagnostic Report ===");
-  log_.LogInfo(fmt::format("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid));
+  log_.LogInfo("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid);
   const auto dump = dump_capture_.CreateImmediateDump(core_pid, places.dump_storage_directory);
   if (!dump) {
     log_.LogError("Failed to create memory dump for diagnostic report.");
     return;
   }
-  log_.LogInfo(fmt::format("Dump created: {}", text::PathToUtf8(*dump)));
+  log_.LogInfo("Dump created: {}", *dump);
   const auto additional_files = GatherAdditionalFiles(*dump, places.log_root_directory);
   const auto archive =
       archive_.MakeReportZipPath(*dump, red_alert_mode_.load() ? "LIVE_FD" : "LIVE");
   const bool packed = archive_.CreateReportZip(archive, *dump, additional_files);
   if (packed) {
-    log_.LogInfo(fmt::format("ZIP archive created: {}", text::PathToUtf8(archive)));
+    log_.LogInfo("ZIP archive created: {}", archive);
   } else {
     log_.LogError("Failed to create ZIP archive for diagnostic report.");
   }
   if (const auto removed = files_.Remove(*dump); !removed) {
-    log_.LogWarn(fmt::format("Could not delete the dump of the diagnostic report: {}. Error: {}",
-                             text::PathToUtf8(*dump), removed.error().text));
+    log_.LogWarn("Could not delete the dump of the diagnostic report: {}. Error: {}", *dump,
+                 removed.error());
   }
   if (packed) Upload(archive);
   log_.LogInfo("=====================================");
@@ -51,13 +51,13 @@ std::vector<std::filesystem::path> DiagnosticReport::GatherAdditionalFiles(
   const auto host_info = HostInfoPathFor(dump);
   static_cast<void>(host_info_.GenerateHostInfoFile(host_info));
   if (files_.Exists(host_info).value_or(false)) {
-    log_.LogInfo(fmt::format("Generated host info: {}", text::PathToUtf8(host_info)));
+    log_.LogInfo("Generated host info: {}", host_info);
     additional_files.push_back(host_info);
   }
-  const auto type = log_root_directory.empty() ? tl::unexpected(platform::FileError{})
+  const auto type = log_root_directory.empty() ? tl::unexpected(platform::Error{})
                                                : files_.TypeOf(log_root_directory);
   if (type && *type == platform::FileType::directory) {
-    log_.LogInfo(fmt::format("Adding logs from: {}", text::PathToUtf8(log_root_directory)));
+    log_.LogInfo("Adding logs from: {}", log_root_directory);
     additional_files.push_back(log_root_directory);
   }
   return additional_files;

@@ -31,10 +31,9 @@ void GracefulRestart::InitiateGracefulRestart(std::string_view reason,
     log_.LogWarn("InitiateGracefulRestart called but no target process is running/monitored.");
     return;
   }
-  log_.LogWarn(fmt::format("Initiating graceful restart: {}", reason));
+  log_.LogWarn("Initiating graceful restart: {}", reason);
   state_.restart_in_progress.store(true);
-  log_.LogInfo(fmt::format("Restart: Terminating current VELDRAN Core (PID: {}) and ProcDump...",
-                           target_pid));
+  log_.LogInfo("Restart: Terminating current VELDRAN Core (PID: {}) and ProcDump...", target_pid);
   // The monitor first: it must not take the Core's end for a crash.
   if (hProcDump) End(hProcDump, kMonitorExitWait);
   End(hTargetProcess, kCoreExitWait);

@@ -22,7 +22,7 @@ void HostInfoSelfTest::Run(const std::filesystem::path& dump_storage_directory) 
   try {
     Try(dump_storage_directory / "VOSK_HostInfo_Test.txt");
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("? Exception during host info test: {}", problem.what()));
+    log_.LogError("? Exception during host info test: {}", problem.what());
   } catch (...) {
     log_.LogError("? Unknown exception during host info test");
   }
@@ -30,7 +30,7 @@ void HostInfoSelfTest::Run(const std::filesystem::path& dump_storage_directory) 
 }
 
 void HostInfoSelfTest::Try(const std::filesystem::path& test_file) {
-  log_.LogInfo(fmt::format("Test host info file path: {}", text::PathToUtf8(test_file)));
+  log_.LogInfo("Test host info file path: {}", test_file);
   const auto started = clock_.SteadyNow();
   if (!generate_report_(test_file)) {
     log_.LogError("? Host info generation test FAILED");
@@ -41,8 +41,7 @@ void HostInfoSelfTest::Try(const std::filesystem::path& test_file) {
   }
   const auto duration =
       std::chrono::duration_cast<std::chrono::milliseconds>(clock_.SteadyNow() - started);
-  log_.LogInfo(
-      fmt::format("? Host info generation test SUCCESSFUL. Duration: {}ms", duration.count()));
+  log_.LogInfo("? Host info generation test SUCCESSFUL. Duration: {}ms", duration.count());
   Inspect(test_file);
 }
 
@@ -55,14 +54,14 @@ void HostInfoSelfTest::Inspect(const std::filesystem::path& test_file) {
   if (size == 0) {
     log_.LogError("? Test file exists but is empty or error reading size");
   } else {
-    log_.LogInfo(fmt::format("? Test file created successfully. Size: {} bytes", size));
+    log_.LogInfo("? Test file created successfully. Size: {} bytes", size);
     ShowPreview(test_file);
   }
   const auto removed = files_.Remove(test_file);
   if (removed) {
     log_.LogInfo("? Test file cleaned up successfully");
   } else {
-    log_.LogWarn(fmt::format("Could not delete test file: {}", removed.error().text));
+    log_.LogWarn("Could not delete test file: {}", removed.error());
   }
 }
 
@@ -70,13 +69,13 @@ void HostInfoSelfTest::ShowPreview(const std::filesystem::path& test_file) {
   log_.LogInfo("Test file preview:");
   const auto file = files_.OpenForReading(test_file);
   if (!file) {
-    log_.LogWarn(fmt::format("Could not read test file: {}", file.error().text));
+    log_.LogWarn("Could not read test file: {}", file.error());
     return;
   }
   std::string line;
   for (int i = 0; i < kPreviewLines && std::getline(**file, line); ++i) {
     if (line.ends_with('\r')) line.pop_back();
-    log_.LogInfo(fmt::format("  {}", line));
+    log_.LogInfo("  {}", line);
   }
 }
 
@@ -84,7 +83,7 @@ void HostInfoSelfTest::CleanUpPartialFile(const std::filesystem::path& test_file
   if (!files_.Exists(test_file).value_or(false)) return;
   log_.LogWarn("Partial test file exists, attempting cleanup");
   if (const auto removed = files_.Remove(test_file); !removed) {
-    log_.LogWarn(fmt::format("Could not delete test file: {}", removed.error().text));
+    log_.LogWarn("Could not delete test file: {}", removed.error());
   }
 }
 

@@ -148,9 +148,8 @@ void MenuActions::ShowVersions() {
   const std::string& core = services_.core_version.Current();
   const bool known = !core.empty() && core != install::kUnknownVersion;
   log_.LogInfo("=== Version Information ===");
-  log_.LogInfo(fmt::format("VOSK Version: {}", identity::kVersion));
-  log_.LogInfo(
-      fmt::format("VELDRAN Core Version: {}", known ? core : "Not detected or not running"));
+  log_.LogInfo("VOSK Version: {}", identity::kVersion);
+  log_.LogInfo("VELDRAN Core Version: {}", known ? core : "Not detected or not running");
   log_.LogInfo("===========================");
 }
 
@@ -171,8 +170,8 @@ void MenuActions::ToggleRedAlert() {
     log_.LogInfo("Red Alert Mode DEACTIVATED - Returning to normal dump mode (-mc 1064).");
   }
   if (!CoreRuns()) return;
-  log_.LogInfo(fmt::format("Re-attaching ProcDump monitor with {} dump settings...",
-                           active ? "FULL MEMORY (-ma)" : "normal (-mc 1064)"));
+  log_.LogInfo("Re-attaching ProcDump monitor with {} dump settings...",
+               active ? "FULL MEMORY (-ma)" : "normal (-mc 1064)");
   state_.hProcDump.Reset();
   state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,
                                                                   places_.dump_storage_directory);

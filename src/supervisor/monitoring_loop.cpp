@@ -85,15 +85,15 @@ void MonitoringLoop::AttachToRunningCore() {
   if (running.empty()) return;
   const platform::ProcessId pid = running.front();
   if (running.size() > 1) {
-    log_.LogWarn(fmt::format(
-        "Multiple instances of '{}' found. Monitoring first detected (PID: {}).", CoreName(), pid));
+    log_.LogWarn("Multiple instances of '{}' found. Monitoring first detected (PID: {}).",
+                 CoreName(), pid);
   }
-  log_.LogInfo(fmt::format("Found existing instance of target (PID: {}).", pid));
+  log_.LogInfo("Found existing instance of target (PID: {}).", pid);
   if (!OpenRunningCore(pid)) return;
   state_.hProcDump =
       services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
   if (!state_.hProcDump) {
-    log_.LogError(fmt::format("Failed launch ProcDump for existing PID {}.", pid));
+    log_.LogError("Failed launch ProcDump for existing PID {}.", pid);
     log_.LogError("Detaching from existing process.");
     state_.ForgetCore(log_.ConsoleLock());
   }
@@ -103,14 +103,13 @@ bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
   auto process = host_.processes.Open(
       platform::access::kSynchronize | platform::access::kQueryLimitedInformation, pid);
   if (!process) {
-    log_.LogError(
-        fmt::format("Found running PID {}, but failed to open handle. Error: {}. Cannot monitor.",
-                    pid, process.error().value));
+    log_.LogError("Found running PID {}, but failed to open handle. Error: {}. Cannot monitor.",
+                  pid, process.error());
     return false;
   }
   HoldCore(std::move(*process), pid);
-  log_.LogInfo(fmt::format("Successfully attached to existing PID {}. Starting monitoring.", pid));
-  log_.LogInfo(fmt::format("Captured {} runtime modules from existing process", CaptureModules()));
+  log_.LogInfo("Successfully attached to existing PID {}. Starting monitoring.", pid);
+  log_.LogInfo("Captured {} runtime modules from existing process", CaptureModules());
   return true;
 }
 
@@ -135,18 +134,17 @@ void MonitoringLoop::ReportRunning(SteadyTime now) {
   last_status_report_ = now;
   const auto colour = [this](std::string_view sequence) { return log_.Colour(sequence); };
   const auto reset = colour(console::kReset);
-  log_.LogInfo(fmt::format("Target PID {}{}{} running for: {}{}{}. Crash count: {}{}{}",
-                           colour(console::kMagenta), state_.target_pid, reset,
-                           colour(console::kGreen),
-                           console::FormatUptime(now - state_.target_launch_time), reset,
-                           colour(console::kYellow), state_.crash_count, reset));
+  log_.LogInfo("Target PID {}{}{} running for: {}{}{}. Crash count: {}{}{}",
+               colour(console::kMagenta), state_.target_pid, reset, colour(console::kGreen),
+               console::FormatUptime(now - state_.target_launch_time), reset,
+               colour(console::kYellow), state_.crash_count, reset);
 }
 
 bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
   const auto uptime = now - state_.target_launch_time;
   if (uptime <= kScheduledRestartInterval) return false;
-  log_.LogWarn(fmt::format("Scheduled restart triggered. Uptime ({}) exceeded interval ({} hours).",
-                           console::FormatUptime(uptime), kScheduledRestartInterval.count()));
+  log_.LogWarn("Scheduled restart triggered. Uptime ({}) exceeded interval ({} hours).",
+               console::FormatUptime(uptime), kScheduledRestartInterval.count());
   services_.restart.InitiateGracefulRestart("Scheduled Interval", state_.target_pid,
                                             state_.hTargetProcess, state_.hProcDump);
   return true;

@@ -14,8 +14,8 @@ std::filesystem::path WithSuffix(const std::filesystem::path& path, std::string_
   return renamed;
 }
 
-platform::FileResult<> ReplaceFile(platform::Files& files, const std::filesystem::path& from,
-                                   const std::filesystem::path& to) {
+platform::Result<> ReplaceFile(platform::Files& files, const std::filesystem::path& from,
+                               const std::filesystem::path& to) {
   if (files.Exists(to).value_or(true)) {
     if (const auto removed = files.Remove(to); !removed) return tl::unexpected(removed.error());
   }

@@ -15,7 +15,7 @@ namespace vosk::supervisor {
                                                std::string_view suffix);
 
 // Renames over whatever holds the new name.
-platform::FileResult<> ReplaceFile(platform::Files& files, const std::filesystem::path& from,
-                                   const std::filesystem::path& to);
+platform::Result<> ReplaceFile(platform::Files& files, const std::filesystem::path& from,
+                               const std::filesystem::path& to);
 
 }  // namespace vosk::supervisor

@@ -19,26 +19,25 @@ StartupPlaces::StartupPlaces(const platform::Host& host, console::LogSink& log)
 tl::expected<void, std::string> StartupPlaces::FixDirectories(Places& places) {
   const auto module = host_.system.ModulePath();
   if (!module) {
-    return tl::unexpected(
-        fmt::format("Failed to get module file name. Error: {}", module.error().value));
+    return tl::unexpected(fmt::format("Failed to get module file name. Error: {}", module.error()));
   }
   places.supervisor_directory = module->parent_path();
-  log_.LogInfo(fmt::format("VOSK directory: {}", text::PathToUtf8(places.supervisor_directory)));
+  log_.LogInfo("VOSK directory: {}", places.supervisor_directory);
   return PrepareDumpStorage(places);
 }
 
 tl::expected<void, std::string> StartupPlaces::PrepareDumpStorage(Places& places) {
   const auto temp = host_.system.TempPath();
   if (!temp || temp->native().size() >= platform::kMaxPath) {
-    return tl::unexpected(
-        fmt::format("Failed to get temporary path. Error: {}", temp ? 0 : temp.error().value));
+    return tl::unexpected(fmt::format("Failed to get temporary path. Error: {}",
+                                      temp ? platform::kSuccess : temp.error()));
   }
   places.dump_storage_directory = *temp / identity::kDumpStorageName;
   const std::string path = text::PathToUtf8(places.dump_storage_directory);
   // A file of that name would take no dump: it is no directory, and none can be made there.
   const auto type = host_.files.TypeOf(places.dump_storage_directory);
   if (type && *type == platform::FileType::directory) {
-    log_.LogInfo(fmt::format("Using existing dump storage directory: {}", path));
+    log_.LogInfo("Using existing dump storage directory: {}", path);
     return {};
   }
   const auto created = host_.files.CreateDirectories(places.dump_storage_directory);
@@ -46,28 +45,27 @@ tl::expected<void, std::string> StartupPlaces::PrepareDumpStorage(Places& places
     return tl::unexpected(fmt::format("Failed to create dump storage directory: {}, Error: {}",
                                       path, created.error().text));
   }
-  log_.LogInfo(fmt::format("Created dump storage directory: {}", path));
+  log_.LogInfo("Created dump storage directory: {}", path);
   return {};
 }
 
 bool StartupPlaces::IsTargetAt(const std::filesystem::path& path, std::string_view not_found) {
   const auto exists = host_.files.Exists(path);
   if (exists && *exists) return true;
-  log_.LogWarn(fmt::format("{}{}{}", not_found, text::PathToUtf8(path),
-                           exists ? "" : fmt::format(" (Error: {})", exists.error().text)));
+  log_.LogWarn("{}{}{}", not_found, path,
+               exists ? "" : fmt::format(" (Error: {})", exists.error()));
   return false;
 }
 
 bool StartupPlaces::LocateTarget(Places& places) {
   const auto default_path = text::PathFromUtf8(identity::kDefaultTargetPath);
-  log_.LogInfo(
-      fmt::format("Checking for target at default path: {}", text::PathToUtf8(default_path)));
+  log_.LogInfo("Checking for target at default path: {}", default_path);
   if (IsTargetAt(default_path, "Target executable not found at default path: ")) {
     log_.LogInfo("Using target executable from default location.");
     places.UseTarget(default_path);
   } else {
     const auto fallback = places.supervisor_directory / identity::kCoreExecutable;
-    log_.LogInfo(fmt::format("Checking fallback path: {}", text::PathToUtf8(fallback)));
+    log_.LogInfo("Checking fallback path: {}", fallback);
     if (!IsTargetAt(fallback, "Target executable not found at fallback path: ")) return false;
     log_.LogInfo("Using target executable from fallback location.");
     places.UseTarget(fallback);
@@ -79,9 +77,9 @@ void StartupPlaces::LocateLogRoot(Places& places) {
   const auto roaming = host_.system.RoamingAppDataPath();
   if (!roaming) {
     log_.LogError(
-        fmt::format("SHGetKnownFolderPath failed for RoamingAppData. HRESULT: 0x{:x}. "
-                    "Cannot determine log directory.",
-                    roaming.error().value));
+        "SHGetKnownFolderPath failed for RoamingAppData. HRESULT: 0x{:x}. "
+        "Cannot determine log directory.",
+        roaming.error());
     log_.LogWarn("Could not determine log root directory path. Logs will not be included.");
     return;
   }
@@ -90,17 +88,16 @@ void StartupPlaces::LocateLogRoot(Places& places) {
     const std::string path = text::PathToUtf8(log_root);
     const auto type = host_.files.TypeOf(log_root);
     if (type && *type == platform::FileType::directory) {
-      log_.LogInfo(fmt::format("Target log root directory found: {}", path));
+      log_.LogInfo("Target log root directory found: {}", path);
       places.log_root_directory = log_root;
       return;
     }
-    log_.LogWarn(fmt::format(
+    log_.LogWarn(
         "Target log root directory does not exist or is not accessible: {}{}. Logs may not be "
         "included in crash reports.",
-        path, type ? "" : fmt::format(" Error: {}", type.error().text)));
+        path, type ? "" : fmt::format(" Error: {}", type.error()));
   } catch (const std::exception& problem) {
-    log_.LogError(
-        fmt::format("Exception constructing log root path from AppData: {}", problem.what()));
+    log_.LogError("Exception constructing log root path from AppData: {}", problem.what());
     log_.LogWarn("Could not determine log root directory path. Logs will not be included.");
   }
 }

@@ -42,11 +42,10 @@ tl::expected<void, std::string> StartupProvision::AcquireProcDump(const Places& 
 void StartupProvision::RemoveUpdateLeftovers(const Places& places) {
   const auto leftovers = places.TempDirectory() / install::kWorkDirectoryName;
   if (!host_.files.Exists(leftovers).value_or(false)) return;
-  log_.LogInfo(
-      fmt::format("Removing installation directory left behind: {}", PathToUtf8(leftovers)));
+  log_.LogInfo("Removing installation directory left behind: {}", leftovers);
   if (const auto removed = install::RemoveTree(host_.files, leftovers, leftovers); !removed) {
-    log_.LogWarn(fmt::format("Failed to remove installation directory {}. Error: {}",
-                             PathToUtf8(leftovers), removed.error().text));
+    log_.LogWarn("Failed to remove installation directory {}. Error: {}", leftovers,
+                 removed.error());
   }
 }
 
@@ -61,9 +60,8 @@ void StartupProvision::WaitForDiskSpace(const Places& places) {
     if (keeper.CheckDiskSpace(unsettled, /*verbose=*/false)) {
       log_.LogInfo("Storage cleanup successful! Proceeding with update.");
     } else {
-      log_.LogError(
-          fmt::format("Even after freeing {} MB, insufficient space for update. Update aborted.",
-                      freed / kMebibyte));
+      log_.LogError("Even after freeing {} MB, insufficient space for update. Update aborted.",
+                    freed / kMebibyte);
     }
     if (first_pass) log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
     host_.clock.SleepFor(kDiskSpacePause);
@@ -71,8 +69,8 @@ void StartupProvision::WaitForDiskSpace(const Places& places) {
 }
 
 bool StartupProvision::InstallTarget(Places& places) {
-  log_.LogWarn(fmt::format("Target executable '{}' not found. Attempting automatic installation...",
-                           text::WideToUtf8(identity::kCoreExecutable)));
+  log_.LogWarn("Target executable '{}' not found. Attempting automatic installation...",
+               text::WideToUtf8(identity::kCoreExecutable));
   if (!provisions_.msi_installer.AutomatedInstall(places.TempDirectory())) {
     log_.LogError("Automated installation failed.");
     return false;
@@ -85,14 +83,14 @@ bool StartupProvision::InstallTarget(Places& places) {
 
 bool StartupProvision::FindInstalledTarget(Places& places) {
   const auto default_path = text::PathFromUtf8(identity::kDefaultTargetPath);
-  log_.LogInfo(fmt::format("Re-checking default path: {}", PathToUtf8(default_path)));
+  log_.LogInfo("Re-checking default path: {}", default_path);
   if (host_.files.Exists(default_path).value_or(false)) {
     log_.LogInfo("Target found at default location after installation.");
     places.UseTarget(default_path);
     return true;
   }
   const auto fallback = places.supervisor_directory / identity::kCoreExecutable;
-  log_.LogInfo(fmt::format("Re-checking fallback path: {}", PathToUtf8(fallback)));
+  log_.LogInfo("Re-checking fallback path: {}", fallback);
   if (!host_.files.Exists(fallback).value_or(false)) return false;
   log_.LogInfo("Target found at fallback location after installation.");
   places.UseTarget(fallback);

@@ -159,9 +159,8 @@ void Supervisor::LogBanner() {
   const auto reset = log_.Colour(console::kReset);
   const auto rule = fmt::format("{}{}{}", emphasis, kBannerRule, reset);
   log_.LogInfo(rule);
-  log_.LogInfo(fmt::format("{}VELDRAN Core Autonomous VOSK v{}{}{}{} Started{}", emphasis,
-                           log_.Colour(console::kMagenta), identity::kVersion, reset, emphasis,
-                           reset));
+  log_.LogInfo("{}VELDRAN Core Autonomous VOSK v{}{}{}{} Started{}", emphasis,
+               log_.Colour(console::kMagenta), identity::kVersion, reset, emphasis, reset);
   log_.LogInfo(rule);
 }
 
@@ -170,7 +169,7 @@ void Supervisor::LogArguments(const std::vector<std::string>& arguments) {
       "Reporter launched with command line arguments. Arguments are ignored in monitoring mode.");
   std::string quoted;
   for (const auto& argument : arguments) quoted += fmt::format("\"{}\" ", argument);
-  log_.LogInfo(fmt::format("Arguments received: {}", quoted));
+  log_.LogInfo("Arguments received: {}", quoted);
 }
 
 int Supervisor::EndFatally(const std::string& title, const std::string& text) {
@@ -189,17 +188,16 @@ int Supervisor::RunWithNetwork() {
 }
 
 int Supervisor::RunWithCom() {
-  const platform::HResult com = host_.system.InitializeCom();
-  if (com.Failed() && com != platform::kChangedMode) {
-    log_.LogError(fmt::format(
+  const auto com = host_.system.InitializeCom();
+  if (!com && com.error() != platform::kChangedMode) {
+    log_.LogError(
         "FATAL: CoInitializeEx failed with HRESULT: 0x{:x}. Cannot determine user folders.",
-        com.value));
+        com.error());
     return EndFatally("Fatal Error",
                       "Failed to initialize COM library. Cannot determine required user folders.");
   }
-  // Only a call that did not fail is balanced; in another mode COM belongs to somebody else.
-  const AtScopeEnd uninitialize([this, com] {
-    if (!com.Failed()) host_.system.UninitializeCom();
+  const AtScopeEnd uninitialize([this, &com] {
+    if (com) host_.system.UninitializeCom();
   });
   const auto downloader =
       network_.MakeDownloader(host_, log_, progress_, state_.g_terminateMonitoring);
@@ -214,7 +212,7 @@ int Supervisor::RunWithCom() {
 }
 
 int Supervisor::EndInitialization(const std::string& text) {
-  log_.LogError(fmt::format("FATAL Initialization Error: {}", text));
+  log_.LogError("FATAL Initialization Error: {}", text);
   return EndFatally(
       "VOSK Error",
       fmt::format("Initialization failed: {}\n\nPlease check the VOSK.log file for details.",
@@ -264,7 +262,7 @@ void Supervisor::DetermineCoreVersion(const Places& places) {
       return;
     }
   } catch (const std::exception& problem) {
-    log_.LogError(fmt::format("Exception while checking current Core version: {}", problem.what()));
+    log_.LogError("Exception while checking current Core version: {}", problem.what());
     log_.LogWarn("Could not retrieve current Core Version. Assuming '0.0.0'.");
   }
   core_version_.Set(std::string(install::kUnknownVersion));
@@ -277,12 +275,11 @@ void Supervisor::LogMonitoringBanner(const Places& places) {
                         log_.Colour(console::kReset))
           : text::PathToUtf8(places.log_root_directory);
   log_.LogInfo("------------------ Monitoring Active -------------------");
-  log_.LogInfo(fmt::format("Target Process: {}", text::PathToUtf8(places.target_path)));
-  log_.LogInfo(fmt::format("Target Directory: {}", text::PathToUtf8(places.target_directory)));
-  log_.LogInfo(fmt::format("Log Source Dir: {}", log_source));
-  log_.LogInfo(
-      fmt::format("Dump Storage Dir: {}", text::PathToUtf8(places.dump_storage_directory)));
-  log_.LogInfo(fmt::format("Monitoring Interval: {} ms", kMonitoringInterval.count()));
+  log_.LogInfo("Target Process: {}", places.target_path);
+  log_.LogInfo("Target Directory: {}", places.target_directory);
+  log_.LogInfo("Log Source Dir: {}", log_source);
+  log_.LogInfo("Dump Storage Dir: {}", places.dump_storage_directory);
+  log_.LogInfo("Monitoring Interval: {} ms", kMonitoringInterval.count());
   log_.LogInfo("Press Ctrl+C in console (if visible) to stop monitoring.");
   log_.LogInfo(kRule);
 }

@@ -129,9 +129,7 @@ TEST_F(FileContract, OpeningFailsWithTheReason) {
                                              {"folder", {5, 13, 13, 13, 5}},
                                              {"held", {32, 13, 13, 13, 32}}};
   for (const auto& [name, codes] : rows) {
-    const auto error = [](const auto& opened) {
-      return static_cast<std::uint32_t>(opened ? 0 : opened.error());
-    };
+    const auto error = [](const auto& opened) { return opened ? 0 : opened.error().code.value; };
     const fs::path path = scratch_ / name;
     EXPECT_EQ(
         (Codes{CodeOf(host_.files.OpenForReading(path)), error(host_.files.OpenForAppending(path)),

@@ -77,10 +77,6 @@ void PutBytes(const std::filesystem::path& path, const std::string& bytes);
 // The number of a failed call; 0 for one that succeeded.
 template <typename T>
 std::uint32_t CodeOf(const platform::Result<T>& result) {
-  return result ? 0 : result.error().value;
-}
-template <typename T>
-std::uint32_t CodeOf(const platform::FileResult<T>& result) {
   return result ? 0 : result.error().code.value;
 }
 

@@ -48,8 +48,8 @@ TEST_F(SystemContract, KnownPlacesExist) {
 }
 
 TEST_F(SystemContract, ComSaysThatItWasThere) {
-  EXPECT_EQ(host_.system.InitializeCom(), platform::HResult{0});
-  EXPECT_EQ(host_.system.InitializeCom(), platform::HResult{1});
+  EXPECT_TRUE(host_.system.InitializeCom());
+  EXPECT_TRUE(host_.system.InitializeCom()) << "it is there already";
   host_.system.UninitializeCom();
   host_.system.UninitializeCom();
 }

@@ -23,7 +23,8 @@ TEST(RegistryValues, TextsAsTheyAreStored) {
   for (const auto& [data, expected] : rows) {
     EXPECT_EQ(DecodeText({kRegistryString, data}), expected);
     EXPECT_EQ(DecodeText({kExpandable, data}), expected);
-    EXPECT_EQ(DecodeText({kRegistryDword, data}), tl::unexpected(kUnsupportedType));
+    EXPECT_EQ(DecodeText({kRegistryDword, data}),
+              tl::unexpected(platform::Error(kUnsupportedType)));
   }
 }
 

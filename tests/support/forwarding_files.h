@@ -11,29 +11,26 @@ class ForwardingFiles : public platform::Files {
 
   explicit ForwardingFiles(platform::Files& files) : files_(files) {}
 
-  platform::FileResult<bool> Exists(const Path& path) override { return files_.Exists(path); }
-  platform::FileResult<platform::FileType> TypeOf(const Path& path) override {
+  platform::Result<bool> Exists(const Path& path) override { return files_.Exists(path); }
+  platform::Result<platform::FileType> TypeOf(const Path& path) override {
     return files_.TypeOf(path);
   }
-  platform::FileResult<std::uint64_t> SizeOf(const Path& path) override {
-    return files_.SizeOf(path);
-  }
-  platform::FileResult<bool> IsLink(const Path& path) override { return files_.IsLink(path); }
-  platform::FileResult<std::chrono::system_clock::time_point> LastWriteTime(
-      const Path& path) override {
+  platform::Result<std::uint64_t> SizeOf(const Path& path) override { return files_.SizeOf(path); }
+  platform::Result<bool> IsLink(const Path& path) override { return files_.IsLink(path); }
+  platform::Result<std::chrono::system_clock::time_point> LastWriteTime(const Path& path) override {
     return files_.LastWriteTime(path);
   }
-  platform::FileResult<bool> Remove(const Path& path) override { return files_.Remove(path); }
-  platform::FileResult<> Rename(const Path& from, const Path& to) override {
+  platform::Result<bool> Remove(const Path& path) override { return files_.Remove(path); }
+  platform::Result<> Rename(const Path& from, const Path& to) override {
     return files_.Rename(from, to);
   }
-  platform::FileResult<> Replace(const Path& from, const Path& to) override {
+  platform::Result<> Replace(const Path& from, const Path& to) override {
     return files_.Replace(from, to);
   }
-  platform::FileResult<> CreateDirectories(const Path& path) override {
+  platform::Result<> CreateDirectories(const Path& path) override {
     return files_.CreateDirectories(path);
   }
-  platform::FileResult<std::unique_ptr<platform::DirectoryWalk>> Walk(
+  platform::Result<std::unique_ptr<platform::DirectoryWalk>> Walk(
       const Path& directory, platform::WalkDepth depth) override {
     return files_.Walk(directory, depth);
   }
@@ -41,16 +38,16 @@ class ForwardingFiles : public platform::Files {
     return files_.FreeSpace(root);
   }
   platform::Result<Path> CurrentDirectory() override { return files_.CurrentDirectory(); }
-  platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(const Path& path) override {
+  platform::Result<std::unique_ptr<std::istream>> OpenForReading(const Path& path) override {
     return files_.OpenForReading(path);
   }
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(const Path& path) override {
+  platform::Result<std::unique_ptr<std::ostream>> OpenForAppending(const Path& path) override {
     return files_.OpenForAppending(path);
   }
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(const Path& path) override {
+  platform::Result<std::unique_ptr<std::ostream>> OpenForWriting(const Path& path) override {
     return files_.OpenForWriting(path);
   }
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(const Path& path) override {
+  platform::Result<std::unique_ptr<std::ostream>> OpenTextForWriting(const Path& path) override {
     return files_.OpenTextForWriting(path);
   }
 

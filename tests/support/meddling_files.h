@@ -23,25 +23,25 @@ class MeddlingFiles : public ForwardingFiles {
   // Before each read from an opened file, with the number of reads so far.
   std::function<void(int)> before_read;
 
-  platform::FileResult<bool> Exists(const Path& path) override {
+  platform::Result<bool> Exists(const Path& path) override {
     before_exists(path);
     return ForwardingFiles::Exists(path);
   }
-  platform::FileResult<platform::FileType> TypeOf(const Path& path) override {
+  platform::Result<platform::FileType> TypeOf(const Path& path) override {
     before_type(path);
     auto type = ForwardingFiles::TypeOf(path);
     after_type(path);
     return type;
   }
-  platform::FileResult<bool> Remove(const Path& path) override {
+  platform::Result<bool> Remove(const Path& path) override {
     before_remove(path);
     return ForwardingFiles::Remove(path);
   }
-  platform::FileResult<> CreateDirectories(const Path& path) override {
+  platform::Result<> CreateDirectories(const Path& path) override {
     before_create_directories(path);
     return ForwardingFiles::CreateDirectories(path);
   }
-  platform::FileResult<std::unique_ptr<std::istream>> OpenForReading(const Path& path) override {
+  platform::Result<std::unique_ptr<std::istream>> OpenForReading(const Path& path) override {
     auto stream = ForwardingFiles::OpenForReading(path);
     if (!stream || !before_read) return stream;
     return std::make_unique<WatchedStream>(path, before_read);

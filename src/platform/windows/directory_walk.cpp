@@ -25,7 +25,7 @@ class WindowsWalk : public DirectoryWalk {
  public:
   explicit WindowsWalk(WalkDepth depth) : depth_(depth) {}
 
-  FileResult<> Enter(const std::filesystem::path& directory) {
+  Result<> Enter(const std::filesystem::path& directory) {
     Level level{.directory = directory};
     level.search = FindHandle(::FindFirstFileW(SystemPath(directory / L"*").c_str(), &level.entry));
     if (!level.search) return tl::unexpected(LastFileError());
@@ -33,7 +33,7 @@ class WindowsWalk : public DirectoryWalk {
     return {};
   }
 
-  FileResult<std::optional<std::filesystem::path>> Next() override {
+  Result<std::optional<std::filesystem::path>> Next() override {
     if (!to_enter_.empty()) {
       if (auto entered = Enter(std::exchange(to_enter_, {})); !entered)
         return Over(entered.error());
@@ -62,7 +62,7 @@ class WindowsWalk : public DirectoryWalk {
     bool entry_unread = true;  // the search begins with an entry in hand
   };
 
-  tl::unexpected<FileError> Over(FileError error) {
+  tl::unexpected<Error> Over(Error error) {
     levels_.clear();
     return tl::unexpected(std::move(error));
   }
@@ -74,8 +74,8 @@ class WindowsWalk : public DirectoryWalk {
 
 }  // namespace
 
-FileResult<std::unique_ptr<DirectoryWalk>> OpenWalk(const std::filesystem::path& directory,
-                                                    WalkDepth depth) {
+Result<std::unique_ptr<DirectoryWalk>> OpenWalk(const std::filesystem::path& directory,
+                                                WalkDepth depth) {
   auto walk = std::make_unique<WindowsWalk>(depth);
   if (auto entered = walk->Enter(directory); !entered) return tl::unexpected(entered.error());
   return walk;

@@ -4,7 +4,7 @@
 
 namespace vosk::platform::windows {
 
-[[nodiscard]] FileResult<std::unique_ptr<DirectoryWalk>> OpenWalk(
+[[nodiscard]] Result<std::unique_ptr<DirectoryWalk>> OpenWalk(
     const std::filesystem::path& directory, WalkDepth depth);
 
 }  // namespace vosk::platform::windows

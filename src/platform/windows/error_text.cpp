@@ -23,7 +23,7 @@ std::string ErrorText(ErrorCode code) {
   return text.empty() ? "Unknown error" : text::WideToUtf8(text);
 }
 
-FileError LastFileError() {
+Error LastFileError() {
   const ErrorCode code = LastError();
   return {code, ErrorText(code)};
 }

@@ -11,6 +11,6 @@ namespace vosk::platform::windows {
 [[nodiscard]] std::string ErrorText(ErrorCode code);
 
 // The last error with its text.
-[[nodiscard]] FileError LastFileError();
+[[nodiscard]] Error LastFileError();
 
 }  // namespace vosk::platform::windows

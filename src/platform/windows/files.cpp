@@ -25,7 +25,7 @@ bool MeansMissing(ErrorCode code) {
          code.value == ERROR_INVALID_NAME || code.value == ERROR_BAD_NETPATH;
 }
 
-FileResult<WIN32_FILE_ATTRIBUTE_DATA> AttributesOf(const std::filesystem::path& path) {
+Result<WIN32_FILE_ATTRIBUTE_DATA> AttributesOf(const std::filesystem::path& path) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!::GetFileAttributesExW(SystemPath(path).c_str(), GetFileExInfoStandard, &data)) {
     return tl::unexpected(LastFileError());
@@ -43,14 +43,14 @@ std::chrono::system_clock::time_point SystemTimeOf(const FILETIME& time) {
 
 class WindowsFiles : public Files {
  public:
-  FileResult<bool> Exists(const std::filesystem::path& path) override {
+  Result<bool> Exists(const std::filesystem::path& path) override {
     const auto attributes = AttributesOf(path);
     if (attributes) return true;
     if (MeansMissing(attributes.error().code)) return false;
     return tl::unexpected(attributes.error());
   }
 
-  FileResult<FileType> TypeOf(const std::filesystem::path& path) override {
+  Result<FileType> TypeOf(const std::filesystem::path& path) override {
     return AttributesOf(path).map([](const WIN32_FILE_ATTRIBUTE_DATA& data) {
       if ((data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) return FileType::directory;
       if ((data.dwFileAttributes & FILE_ATTRIBUTE_DEVICE) != 0) return FileType::other;
@@ -58,25 +58,25 @@ class WindowsFiles : public Files {
     });
   }
 
-  FileResult<std::uint64_t> SizeOf(const std::filesystem::path& path) override {
+  Result<std::uint64_t> SizeOf(const std::filesystem::path& path) override {
     return AttributesOf(path).map([](const WIN32_FILE_ATTRIBUTE_DATA& data) {
       return std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow;
     });
   }
 
-  FileResult<bool> IsLink(const std::filesystem::path& path) override {
+  Result<bool> IsLink(const std::filesystem::path& path) override {
     return AttributesOf(path).map([](const WIN32_FILE_ATTRIBUTE_DATA& data) {
       return (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     });
   }
 
-  FileResult<std::chrono::system_clock::time_point> LastWriteTime(
+  Result<std::chrono::system_clock::time_point> LastWriteTime(
       const std::filesystem::path& path) override {
     return AttributesOf(path).map(
         [](const WIN32_FILE_ATTRIBUTE_DATA& data) { return SystemTimeOf(data.ftLastWriteTime); });
   }
 
-  FileResult<bool> Remove(const std::filesystem::path& path) override {
+  Result<bool> Remove(const std::filesystem::path& path) override {
     const std::wstring name = SystemPath(path);
     const DWORD attributes = ::GetFileAttributesW(name.c_str());
     const bool known = attributes != INVALID_FILE_ATTRIBUTES;
@@ -87,32 +87,31 @@ class WindowsFiles : public Files {
     const ErrorCode code = LastError();
     if (read_only) ::SetFileAttributesW(name.c_str(), attributes);
     if (MeansMissing(code)) return false;
-    return tl::unexpected(FileError{code, ErrorText(code)});
+    return tl::unexpected(Error{code, ErrorText(code)});
   }
 
-  FileResult<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) override {
+  Result<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) override {
     if (!::MoveFileExW(SystemPath(from).c_str(), SystemPath(to).c_str(), 0)) {
       return tl::unexpected(LastFileError());
     }
     return {};
   }
 
-  FileResult<> Replace(const std::filesystem::path& from,
-                       const std::filesystem::path& to) override {
+  Result<> Replace(const std::filesystem::path& from, const std::filesystem::path& to) override {
     const std::wstring name = SystemPath(to);
     const DWORD attributes = ::GetFileAttributesW(name.c_str());
     const bool read_only =
         attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0;
     if (read_only) ::SetFileAttributesW(name.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
     if (::MoveFileExW(SystemPath(from).c_str(), name.c_str(), MOVEFILE_REPLACE_EXISTING)) return {};
-    const FileError error = LastFileError();
+    const Error error = LastFileError();
     if (read_only) ::SetFileAttributesW(name.c_str(), attributes);
     return tl::unexpected(error);
   }
 
-  FileResult<> CreateDirectories(const std::filesystem::path& path) override {
+  Result<> CreateDirectories(const std::filesystem::path& path) override {
     if (::CreateDirectoryW(SystemPath(path).c_str(), nullptr)) return {};
-    const FileError error = LastFileError();
+    const Error error = LastFileError();
     if (error.code.value == ERROR_PATH_NOT_FOUND && path.has_relative_path()) {
       if (auto parent = CreateDirectories(path.parent_path()); !parent) return parent;
       if (::CreateDirectoryW(SystemPath(path).c_str(), nullptr)) return {};
@@ -122,8 +121,8 @@ class WindowsFiles : public Files {
     return tl::unexpected(error);
   }
 
-  FileResult<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
-                                                  WalkDepth depth) override {
+  Result<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
+                                              WalkDepth depth) override {
     return OpenWalk(directory, depth);
   }
 
@@ -142,37 +141,35 @@ class WindowsFiles : public Files {
     return std::wstring(buffer.data(), length);
   }
 
-  FileResult<std::unique_ptr<std::istream>> OpenForReading(
-      const std::filesystem::path& path) override {
+  Result<std::unique_ptr<std::istream>> OpenForReading(const std::filesystem::path& path) override {
     FileHandle file(::CreateFileW(SystemPath(path).c_str(), GENERIC_READ, kShareEverything, nullptr,
                                   OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file) return tl::unexpected(LastFileError());
     return std::make_unique<StreamOver<std::istream, HandleReader>>(std::move(file));
   }
 
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForAppending(
+  Result<std::unique_ptr<std::ostream>> OpenForAppending(
       const std::filesystem::path& path) override {
     return OpenToWrite(path, _O_APPEND | _O_TEXT);
   }
 
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenForWriting(
-      const std::filesystem::path& path) override {
+  Result<std::unique_ptr<std::ostream>> OpenForWriting(const std::filesystem::path& path) override {
     return OpenToWrite(path, _O_TRUNC | _O_BINARY);
   }
 
-  tl::expected<std::unique_ptr<std::ostream>, int> OpenTextForWriting(
+  Result<std::unique_ptr<std::ostream>> OpenTextForWriting(
       const std::filesystem::path& path) override {
     return OpenToWrite(path, _O_TRUNC | _O_TEXT);
   }
 
  private:
-  static tl::expected<std::unique_ptr<std::ostream>, int> OpenToWrite(
-      const std::filesystem::path& path, int manner) {
+  static Result<std::unique_ptr<std::ostream>> OpenToWrite(const std::filesystem::path& path,
+                                                           int manner) {
     int descriptor = -1;
     const int flags = _O_WRONLY | _O_CREAT | _O_NOINHERIT | manner;
     const errno_t failure =
         ::_wsopen_s(&descriptor, SystemPath(path).c_str(), flags, _SH_DENYNO, _S_IREAD | _S_IWRITE);
-    if (failure != 0) return tl::unexpected(failure);
+    if (failure != 0) return tl::unexpected(ErrorCode{static_cast<std::uint32_t>(failure)});
     return std::make_unique<StreamOver<std::ostream, DescriptorWriter>>(descriptor);
   }
 };

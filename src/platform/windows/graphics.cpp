@@ -18,11 +18,11 @@ struct Release {
 template <typename Interface>
 using ComOwner = std::unique_ptr<Interface, Release>;
 
-tl::unexpected<HResult> Failed(HRESULT answer) {
-  return tl::unexpected(HResult{static_cast<std::uint32_t>(answer)});
+tl::unexpected<ErrorCode> Failed(HRESULT answer) {
+  return tl::unexpected(ErrorCode{static_cast<std::uint32_t>(answer)});
 }
 
-tl::unexpected<HResult> Failed(ErrorCode code) {
+tl::unexpected<ErrorCode> Failed(ErrorCode code) {
   return Failed(HRESULT_FROM_WIN32(code.value));
 }
 
@@ -30,7 +30,7 @@ class DxgiAdapter : public GraphicsAdapter {
  public:
   explicit DxgiAdapter(ComOwner<IDXGIAdapter1> adapter) : adapter_(std::move(adapter)) {}
 
-  tl::expected<GraphicsDescription, HResult> Describe() override {
+  Result<GraphicsDescription> Describe() override {
     DXGI_ADAPTER_DESC1 found{};
     const HRESULT answer = adapter_->GetDesc1(&found);
     if (FAILED(answer)) return Failed(answer);
@@ -47,8 +47,7 @@ class DxgiAdapter : public GraphicsAdapter {
         .flags = found.Flags};
   }
 
-  tl::expected<std::uint32_t, HResult> TryFeatureLevels(
-      std::span<const std::uint32_t> levels) override {
+  Result<std::uint32_t> TryFeatureLevels(std::span<const std::uint32_t> levels) override {
     const auto create = LookUp<decltype(&::D3D11CreateDevice)>(L"d3d11.dll", "D3D11CreateDevice");
     if (!create) return Failed(create.error());
     std::vector<D3D_FEATURE_LEVEL> wanted;
@@ -73,7 +72,7 @@ class DxgiAdapters : public GraphicsAdapters {
  public:
   explicit DxgiAdapters(ComOwner<IDXGIFactory1> factory) : factory_(std::move(factory)) {}
 
-  tl::expected<std::unique_ptr<GraphicsAdapter>, HResult> At(std::uint32_t index) override {
+  Result<std::unique_ptr<GraphicsAdapter>> At(std::uint32_t index) override {
     IDXGIAdapter1* adapter = nullptr;
     const HRESULT answer = factory_->EnumAdapters1(index, &adapter);
     if (FAILED(answer)) return Failed(answer);
@@ -86,7 +85,7 @@ class DxgiAdapters : public GraphicsAdapters {
 
 }  // namespace
 
-tl::expected<std::unique_ptr<GraphicsAdapters>, HResult> OpenDxgi() {
+Result<std::unique_ptr<GraphicsAdapters>> OpenDxgi() {
   const auto create = LookUp<decltype(&::CreateDXGIFactory1)>(L"dxgi.dll", "CreateDXGIFactory1");
   if (!create) return Failed(create.error());
   void* factory = nullptr;

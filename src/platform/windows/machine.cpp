@@ -32,9 +32,7 @@ class WindowsMachine : public Machine {
     return info.dwNumberOfProcessors;
   }
 
-  tl::expected<std::unique_ptr<GraphicsAdapters>, HResult> OpenGraphics() override {
-    return OpenDxgi();
-  }
+  Result<std::unique_ptr<GraphicsAdapters>> OpenGraphics() override { return OpenDxgi(); }
 
   Result<std::unique_ptr<NetworkSession>> OpenNetwork() override { return OpenWinsock(); }
 

@@ -7,7 +7,7 @@
 
 namespace vosk::platform::windows {
 
-[[nodiscard]] tl::expected<std::unique_ptr<GraphicsAdapters>, HResult> OpenDxgi();
+[[nodiscard]] Result<std::unique_ptr<GraphicsAdapters>> OpenDxgi();
 [[nodiscard]] Result<std::unique_ptr<NetworkSession>> OpenWinsock();
 
 }  // namespace vosk::platform::windows

@@ -59,8 +59,7 @@ class WinsockSession : public NetworkSession {
   WinsockSession& operator=(const WinsockSession&) = delete;
   ~WinsockSession() override { ::WSACleanup(); }
 
-  tl::expected<std::vector<NetworkAdapter>, NetworkListError> Adapters(
-      std::uint32_t buffer_bytes) override {
+  Result<std::vector<NetworkAdapter>> Adapters(std::uint32_t& buffer_bytes) override {
     constexpr ULONG kFlags = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST |
                              GAA_FLAG_SKIP_DNS_SERVER | GAA_FLAG_INCLUDE_PREFIX;
     // Of a type that aligns as the records in it do.
@@ -68,7 +67,8 @@ class WinsockSession : public NetworkSession {
     auto* first = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
     ULONG size = buffer_bytes;
     const ULONG answer = ::GetAdaptersAddresses(AF_UNSPEC, kFlags, nullptr, first, &size);
-    if (answer != NO_ERROR) return tl::unexpected(NetworkListError{{answer}, size});
+    buffer_bytes = size;
+    if (answer != NO_ERROR) return tl::unexpected(ErrorCode{answer});
     std::vector<NetworkAdapter> adapters;
     for (const auto* adapter = first; adapter != nullptr; adapter = adapter->Next) {
       adapters.push_back(Convert(*adapter));

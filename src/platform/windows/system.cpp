@@ -32,12 +32,12 @@ class WindowsSystem : public System {
     return std::wstring(buffer.data(), length);
   }
 
-  tl::expected<std::filesystem::path, HResult> RoamingAppDataPath() override {
+  Result<std::filesystem::path> RoamingAppDataPath() override {
     wchar_t* folder = nullptr;
     const HRESULT answer = ::SHGetKnownFolderPath(FOLDERID_RoamingAppData, 0, nullptr, &folder);
     const std::filesystem::path path(FAILED(answer) ? L"" : folder);
     ::CoTaskMemFree(folder);
-    if (FAILED(answer)) return tl::unexpected(HResult{static_cast<std::uint32_t>(answer)});
+    if (FAILED(answer)) return tl::unexpected(ErrorCode{static_cast<std::uint32_t>(answer)});
     return path;
   }
 
@@ -48,10 +48,11 @@ class WindowsSystem : public System {
     return FromWide({buffer.data(), length});
   }
 
-  HResult InitializeCom() override {
+  Result<> InitializeCom() override {
     const HRESULT answer =
         ::CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE);
-    return {static_cast<std::uint32_t>(answer)};
+    if (FAILED(answer)) return tl::unexpected(ErrorCode{static_cast<std::uint32_t>(answer)});
+    return {};
   }
 
   void UninitializeCom() override { ::CoUninitialize(); }
