@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <mutex>
-
 #include "identity.h"
 #include "install/tree_removal.h"
 #include "install/work_files.h"
@@ -14,10 +12,6 @@ namespace vosk::install {
 namespace {
 
 using text::PathToUtf8;
-
-constexpr std::chrono::milliseconds kMonitorExitWait{2500};
-constexpr std::chrono::milliseconds kCoreExitWait{5000};
-constexpr std::uint32_t kTerminatedExitCode = 1;
 
 }  // namespace
 
@@ -155,61 +149,8 @@ void SelfUpdate::DiscardPackage(const Work& work) {
 
 bool SelfUpdate::TerminateProcesses(const UpdateRequest& request) {
   log_.LogInfo("Update Step 4/7: Terminating current processes...");
-  TerminateMonitor(request.hProcDump);
-  if (!TerminateCore(request)) return false;
+  if (!request.end_core()) return false;
   log_.LogInfo("Update Step 4/7: Process termination phase complete.");
-  return true;
-}
-
-void SelfUpdate::TerminateMonitor(platform::ProcessHandle& hProcDump) {
-  const std::lock_guard lock(log_.ConsoleLock());
-  if (!hProcDump) {
-    log_.LogInfo("No active ProcDump process to terminate.");
-    return;
-  }
-  log_.LogInfo("Terminating ProcDump (PID: {})...", host_.processes.Id(hProcDump).value_or(0));
-  const auto terminated = processes_.TerminateProcessL(hProcDump, kTerminatedExitCode);
-  if (!terminated) {
-    log_.LogWarn("TerminateProcess failed for ProcDump (Error: {}). Might already be stopped.",
-                 terminated.error());
-  } else {
-    const auto outcome = host_.processes.WaitFor(hProcDump, kMonitorExitWait);
-    if (outcome && *outcome == platform::WaitOutcome::timed_out) {
-      log_.LogWarn("ProcDump did not exit quickly after termination signal.");
-    }
-  }
-  hProcDump.Reset();
-}
-
-bool SelfUpdate::TerminateCore(const UpdateRequest& request) {
-  if (!request.hTargetProcess || request.core_pid == 0) {
-    log_.LogInfo("No active Core process to terminate.");
-    return true;
-  }
-  const platform::ProcessId pid = request.core_pid;
-  log_.LogInfo("Terminating VELDRAN Core (PID: {})...", pid);
-  const auto terminated = processes_.TerminateProcessL(request.hTargetProcess, kTerminatedExitCode);
-  if (!terminated) {
-    const platform::ErrorCode error = terminated.error().code;
-    if (error == platform::kAccessDenied || error == platform::kInvalidHandle) {
-      log_.LogInfo("TerminateProcess failed for Core (Error: {}) - likely already stopped.", error);
-    } else {
-      log_.LogWarn("TerminateProcess failed for Core (Error: {}). Might already be stopped.",
-                   error);
-    }
-  }
-  const auto outcome = host_.processes.WaitFor(request.hTargetProcess, kCoreExitWait);
-  const bool ended =
-      outcome ? *outcome == platform::WaitOutcome::finished : !processes_.IsProcessAlive(pid);
-  request.hTargetProcess.Reset();
-  if (!ended) {
-    log_.LogError(
-        "Update Error: Target Core process (PID: {}) did not terminate within timeout! "
-        "Aborting update.",
-        pid);
-    return false;
-  }
-  log_.LogInfo("Update Step 4/7: Core process termination confirmed.");
   return true;
 }
 

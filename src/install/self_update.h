@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "console/log.h"
@@ -22,10 +23,8 @@ struct UpdateRequest {
   std::filesystem::path dump_storage_directory;
   std::filesystem::path core_directory;
   std::filesystem::path log_root_directory;  // empty: not known
-  platform::ProcessId core_pid = 0;
-  // Both are empty afterwards where the update came as far as ending what runs.
-  platform::ProcessHandle& hTargetProcess;
-  platform::ProcessHandle& hProcDump;
+  // Ends the monitor and the Core; returns false if the Core outlived it.
+  std::function<bool()> end_core;
 };
 
 class SelfUpdate {
@@ -54,8 +53,6 @@ class SelfUpdate {
   [[nodiscard]] bool ValidateVersion(const std::string& expected, const Work& work);
   void DiscardPackage(const Work& work);
   [[nodiscard]] bool TerminateProcesses(const UpdateRequest& request);
-  void TerminateMonitor(platform::ProcessHandle& hProcDump);
-  [[nodiscard]] bool TerminateCore(const UpdateRequest& request);
   void ClearCoreVersionFile(const std::filesystem::path& log_root_directory);
 
   // From here on VOSK's executable is out of its place.

@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "supervisor/report_files.h"
-#include "text/utf.h"
-
 namespace vosk::supervisor {
 namespace {
 
@@ -18,16 +15,9 @@ std::string ExitCodeText(const CoreEnd& end) {
   return end.exit_code ? fmt::to_string(*end.exit_code) : "N/A";
 }
 
-CrashProcessing::CrashProcessing(platform::Files& files, console::LogSink& log,
-                                 report::HostInfo& host_info, report::ReportArchive& archive,
-                                 report::Uploader& uploader,
-                                 const std::atomic<bool>& red_alert_mode)
-    : files_(files),
-      log_(log),
-      host_info_(host_info),
-      archive_(archive),
-      uploader_(uploader),
-      red_alert_mode_(red_alert_mode) {}
+CrashProcessing::CrashProcessing(platform::Files& files, console::LogSink& log, ReportSteps& steps,
+                                 report::Uploader& uploader)
+    : files_(files), log_(log), steps_(steps), uploader_(uploader) {}
 
 void CrashProcessing::ProcessNewDumps(const std::filesystem::path& dump_directory,
                                       const std::filesystem::path& log_root_directory,
@@ -93,14 +83,12 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
   if (const auto exists = files_.Exists(dump); exists && !*exists) return;
   log_.LogInfo(kRule);
   log_.LogInfo("Processing dump file: {}", dump);
-  Paths additional_files;
-  const auto host_info = HostInfoPathFor(dump);
-  AddHostInfo(dump, host_info, additional_files);
-  AddLogs(log_root_directory, additional_files);
-  const auto archive =
-      archive_.MakeReportZipPath(dump, red_alert_mode_.load() ? "CRASH_FD" : "CRASH");
-  if (!archive_.CreateReportZip(archive, dump, additional_files)) {
-    KeepUnpackedDump(dump, host_info);
+  const AdditionalFiles additional = steps_.Gather(dump, log_root_directory);
+  LogAdditionalFiles(dump, log_root_directory, additional);
+  const auto [archive, packed] =
+      steps_.Pack(dump, additional, {.normal = "CRASH", .red_alert = "CRASH_FD"});
+  if (!packed) {
+    KeepUnpackedDump(dump, additional.host_info);
     log_.LogInfo(kRule);
     return;
   }
@@ -111,54 +99,45 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
   log_.LogInfo("Attempting TUS upload: {}", archive);
   if (uploader_.TusUpload(archive)) {
     log_.LogInfo("Successfully uploaded and processed: {}", archive);
-    DeleteHostInfo(host_info);
+    DeleteHostInfo(additional.host_info);
   } else {
     KeepUnsentArchive(archive, dump_deleted);
   }
   log_.LogInfo(kRule);
 }
 
-void CrashProcessing::AddHostInfo(const std::filesystem::path& dump,
-                                  const std::filesystem::path& host_info, Paths& additional_files) {
-  const bool generated = host_info_.GenerateHostInfoFile(host_info);
-  if (!generated) {
+void CrashProcessing::LogAdditionalFiles(const std::filesystem::path& dump,
+                                         const std::filesystem::path& log_root_directory,
+                                         const AdditionalFiles& additional) {
+  if (!additional.host_info_generated) {
     log_.LogWarn("Failed to generate host info file for: {}", dump);
   }
-  const auto exists = files_.Exists(host_info);
-  const std::string path = text::PathToUtf8(host_info);
-  if (exists && *exists) {
-    additional_files.push_back(host_info);
-    log_.LogInfo("Generated and added host info file: {}", path);
-  } else if (generated) {
-    log_.LogWarn("Host info file generated but not found/inaccessible: {}{}", path,
-                 exists ? "" : fmt::format(" Error: {}", exists.error()));
+  if (additional.HasHostInfo()) {
+    log_.LogInfo("Generated and added host info file: {}", additional.host_info);
+  } else if (additional.host_info_generated) {
+    const auto& present = additional.host_info_present;
+    log_.LogWarn("Host info file generated but not found/inaccessible: {}{}", additional.host_info,
+                 present ? "" : fmt::format(" Error: {}", present.error()));
   }
-}
-
-void CrashProcessing::AddLogs(const std::filesystem::path& log_root_directory,
-                              Paths& additional_files) {
-  if (log_root_directory.empty()) return;
-  const std::string path = text::PathToUtf8(log_root_directory);
-  const auto type = files_.TypeOf(log_root_directory);
-  if (type && *type == platform::FileType::directory) {
-    log_.LogInfo("Adding log directory to zip list: {}", path);
-    additional_files.push_back(log_root_directory);
+  if (!additional.log_directory) return;
+  if (additional.HasLogs()) {
+    log_.LogInfo("Adding log directory to zip list: {}", log_root_directory);
     return;
   }
-  log_.LogWarn("Log root dir path set but not found/accessible, logs not added: {}{}", path,
-               type ? "" : fmt::format(" Error: {}", type.error()));
+  const auto& type = *additional.log_directory;
+  log_.LogWarn("Log root dir path set but not found/accessible, logs not added: {}{}",
+               log_root_directory, type ? "" : fmt::format(" Error: {}", type.error()));
 }
 
 void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump,
                                        const std::filesystem::path& host_info) {
   log_.LogError("Failed to create ZIP archive. Renaming dump to .dmp.failed_zip");
-  const std::string path = text::PathToUtf8(dump);
   try {
     const auto kept = WithSuffix(dump, ".failed_zip");
-    if (const auto renamed = ReplaceFile(files_, dump, kept); renamed) {
+    if (const auto renamed = files_.Replace(dump, kept); renamed) {
       log_.LogInfo("Renamed dump after zip failure to: {}", kept);
     } else {
-      log_.LogError("Failed to rename dump after zip failure '{}'. Error: {}", path,
+      log_.LogError("Failed to rename dump after zip failure '{}'. Error: {}", dump,
                     renamed.error());
     }
     if (!files_.Exists(host_info).value_or(false)) return;
@@ -168,12 +147,11 @@ void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump,
       log_.LogWarn("Failed to delete host info file: {}", removed.error());
     }
   } catch (const std::exception& problem) {
-    log_.LogError("Exception while handling zip failure for '{}': {}", path, problem.what());
+    log_.LogError("Exception while handling zip failure for '{}': {}", dump, problem.what());
   }
 }
 
 bool CrashProcessing::DeletePackedDump(const std::filesystem::path& dump) {
-  const std::string path = text::PathToUtf8(dump);
   try {
     const auto exists = files_.Exists(dump);
     if (!exists) {
@@ -186,32 +164,31 @@ bool CrashProcessing::DeletePackedDump(const std::filesystem::path& dump) {
       log_.LogError(
           "Failed to delete original dump file: {}. Error: {}. Upload will "
           "proceed but disk space not optimized.",
-          path, removed.error());
+          dump, removed.error());
       return false;
     }
-    log_.LogInfo("Successfully deleted original dump file: {} (freed {} MB during upload)", path,
+    log_.LogInfo("Successfully deleted original dump file: {} (freed {} MB during upload)", dump,
                  size / kBytesPerMegabyte);
     return true;
   } catch (const std::exception& problem) {
     log_.LogError("Exception while deleting original dump file '{}': {}. Upload will proceed.",
-                  path, problem.what());
+                  dump, problem.what());
     return false;
   }
 }
 
 void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted) {
-  const std::string path = text::PathToUtf8(archive);
-  log_.LogError("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", path);
+  log_.LogError("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", archive);
   try {
     const auto kept = WithSuffix(archive, ".failed_upload");
-    if (const auto renamed = ReplaceFile(files_, archive, kept); !renamed) {
-      log_.LogError("Failed to rename failed upload zip '{}' to '{}'. Error: {}", path, kept,
+    if (const auto renamed = files_.Replace(archive, kept); !renamed) {
+      log_.LogError("Failed to rename failed upload zip '{}' to '{}'. Error: {}", archive, kept,
                     renamed.error());
       return;
     }
     log_.LogInfo("Renamed failed upload to: {}", kept);
   } catch (const std::exception& problem) {
-    log_.LogError("Exception while renaming failed upload zip '{}': {}", path, problem.what());
+    log_.LogError("Exception while renaming failed upload zip '{}': {}", archive, problem.what());
     return;
   }
   if (dump_deleted) {
@@ -226,7 +203,6 @@ void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bo
 }
 
 void CrashProcessing::DeleteHostInfo(const std::filesystem::path& host_info) {
-  const std::string path = text::PathToUtf8(host_info);
   try {
     const auto exists = files_.Exists(host_info);
     if (!exists) {
@@ -235,9 +211,9 @@ void CrashProcessing::DeleteHostInfo(const std::filesystem::path& host_info) {
     }
     if (!*exists) return;
     if (const auto removed = files_.Remove(host_info); removed) {
-      log_.LogInfo("Deleted host info: {}", path);
+      log_.LogInfo("Deleted host info: {}", host_info);
     } else {
-      log_.LogWarn("Failed to delete host info: {} Error: {}", path, removed.error());
+      log_.LogWarn("Failed to delete host info: {} Error: {}", host_info, removed.error());
     }
   } catch (const std::exception& problem) {
     log_.LogError("Exception during post-upload cleanup: {}", problem.what());

@@ -1,17 +1,16 @@
 // Turns every dump that a crash left behind into an uploaded report.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "console/log.h"
 #include "platform/files.h"
-#include "report/host_info.h"
-#include "report/report_archive.h"
 #include "report/uploader.h"
+#include "supervisor/report_steps.h"
 
 namespace vosk::supervisor {
 
@@ -26,9 +25,8 @@ struct CoreEnd {
 
 class CrashProcessing {
  public:
-  CrashProcessing(platform::Files& files, console::LogSink& log, report::HostInfo& host_info,
-                  report::ReportArchive& archive, report::Uploader& uploader,
-                  const std::atomic<bool>& red_alert_mode);
+  CrashProcessing(platform::Files& files, console::LogSink& log, ReportSteps& steps,
+                  report::Uploader& uploader);
 
   // Packs and uploads every ".dmp" file in the directory. Whatever fails, no dump is lost: it ends
   // uploaded, as ".dmp.failed_zip", inside a ".zip.failed_upload", or untouched.
@@ -43,9 +41,9 @@ class CrashProcessing {
   void AddIfDump(const std::filesystem::path& path, Paths& dumps);
   void ProcessDump(const std::filesystem::path& dump,
                    const std::filesystem::path& log_root_directory);
-  void AddHostInfo(const std::filesystem::path& dump, const std::filesystem::path& host_info,
-                   Paths& additional_files);
-  void AddLogs(const std::filesystem::path& log_root_directory, Paths& additional_files);
+  void LogAdditionalFiles(const std::filesystem::path& dump,
+                          const std::filesystem::path& log_root_directory,
+                          const AdditionalFiles& additional);
   void KeepUnpackedDump(const std::filesystem::path& dump, const std::filesystem::path& host_info);
   [[nodiscard]] bool DeletePackedDump(const std::filesystem::path& dump);
   void KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted);
@@ -53,10 +51,8 @@ class CrashProcessing {
 
   platform::Files& files_;
   console::LogSink& log_;
-  report::HostInfo& host_info_;
-  report::ReportArchive& archive_;
+  ReportSteps& steps_;
   report::Uploader& uploader_;
-  const std::atomic<bool>& red_alert_mode_;
 };
 
 }  // namespace vosk::supervisor

@@ -1,42 +1,35 @@
 // A report of the running Core, made because the operator asks for it.
 #pragma once
 
-#include <atomic>
 #include <filesystem>
-#include <vector>
 
 #include "console/log.h"
 #include "dumps/dump_capture.h"
 #include "platform/files.h"
-#include "report/host_info.h"
-#include "report/report_archive.h"
 #include "report/uploader.h"
 #include "supervisor/places.h"
+#include "supervisor/report_steps.h"
 
 namespace vosk::supervisor {
 
 class DiagnosticReport {
  public:
   DiagnosticReport(platform::Files& files, console::LogSink& log, dumps::DumpCapture& dump_capture,
-                   report::HostInfo& host_info, report::ReportArchive& archive,
-                   report::Uploader& uploader, const std::atomic<bool>& red_alert_mode);
+                   ReportSteps& steps, report::Uploader& uploader, const Places& places);
 
   // Dumps the running Core, packs the dump and uploads the archive. The Core goes on; a report that
   // cannot be sent is kept as ".zip.failed_upload".
-  void Submit(platform::ProcessId core_pid, const Places& places);
+  void Submit(platform::ProcessId core_pid);
 
  private:
-  [[nodiscard]] std::vector<std::filesystem::path> GatherAdditionalFiles(
-      const std::filesystem::path& dump, const std::filesystem::path& log_root_directory);
   void Upload(const std::filesystem::path& archive);
 
   platform::Files& files_;
   console::LogSink& log_;
   dumps::DumpCapture& dump_capture_;
-  report::HostInfo& host_info_;
-  report::ReportArchive& archive_;
+  ReportSteps& steps_;
   report::Uploader& uploader_;
-  const std::atomic<bool>& red_alert_mode_;
+  const Places& places_;
 };
 
 }  // namespace vosk::supervisor

@@ -19,13 +19,17 @@ constexpr int kEnter = 13;
 }  // namespace
 
 MenuActions::MenuActions(platform::Console& console, console::LogSink& log, console::Screen& screen,
-                         const MenuServices& services, const Places& places, SupervisorState& state)
+                         WatchedCore& core, const install::CoreVersion& core_version,
+                         DiagnosticReport& diagnostic_report, UpdateSchedule& update_schedule,
+                         SupervisorState& state)
     : console_(console),
       log_(log),
       screen_(screen),
       menu_(console, log),
-      services_(services),
-      places_(places),
+      core_(core),
+      core_version_(core_version),
+      diagnostic_report_(diagnostic_report),
+      update_schedule_(update_schedule),
       state_(state) {}
 
 void MenuActions::ReadKeyboard() {
@@ -119,24 +123,19 @@ void MenuActions::RunSelectedItem() {
     case 4:
       return SubmitDiagnosticReport();
     case 5:
-      return services_.update.ForceReinstall();
+      return update_schedule_.ForceReinstall();
     default:
       return ToggleRedAlert();
   }
 }
 
-bool MenuActions::CoreRuns() const {
-  return state_.target_pid != 0 && static_cast<bool>(state_.hTargetProcess);
-}
-
 void MenuActions::Restart() {
-  if (!CoreRuns()) {
+  if (!core_.IsHeld()) {
     log_.LogWarn("Menu: Restart requested, but Core not running.");
     return;
   }
   log_.LogWarn("Menu: Forced restart of VELDRAN Core requested.");
-  services_.restart.InitiateGracefulRestart("Forced by User via Menu", state_.target_pid,
-                                            state_.hTargetProcess, state_.hProcDump);
+  core_.InitiateGracefulRestart("Forced by User via Menu");
 }
 
 void MenuActions::Quit() {
@@ -145,7 +144,7 @@ void MenuActions::Quit() {
 }
 
 void MenuActions::ShowVersions() {
-  const std::string& core = services_.core_version.Current();
+  const std::string& core = core_version_.Current();
   const bool known = !core.empty() && core != install::kUnknownVersion;
   log_.LogInfo("=== Version Information ===");
   log_.LogInfo("VOSK Version: {}", identity::kVersion);
@@ -154,11 +153,11 @@ void MenuActions::ShowVersions() {
 }
 
 void MenuActions::SubmitDiagnosticReport() {
-  if (!CoreRuns()) {
+  if (!core_.IsHeld()) {
     log_.LogError("Menu: Cannot submit diagnostic report - VELDRAN Core is not running.");
     return;
   }
-  services_.diagnostic_report.Submit(state_.target_pid, places_);
+  diagnostic_report_.Submit(core_.Pid());
 }
 
 void MenuActions::ToggleRedAlert() {
@@ -169,13 +168,10 @@ void MenuActions::ToggleRedAlert() {
   } else {
     log_.LogInfo("Red Alert Mode DEACTIVATED - Returning to normal dump mode (-mc 1064).");
   }
-  if (!CoreRuns()) return;
+  if (!core_.IsHeld()) return;
   log_.LogInfo("Re-attaching ProcDump monitor with {} dump settings...",
                active ? "FULL MEMORY (-ma)" : "normal (-mc 1064)");
-  state_.hProcDump.Reset();
-  state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,
-                                                                  places_.dump_storage_directory);
-  if (state_.hProcDump) {
+  if (core_.ReattachMonitor()) {
     log_.LogInfo("ProcDump monitor re-attached successfully.");
   } else {
     log_.LogError("Failed to re-attach ProcDump monitor. Crash dumps may not be captured.");

@@ -4,35 +4,26 @@
 #include "console/log.h"
 #include "console/menu.h"
 #include "console/screen.h"
-#include "dumps/dump_capture.h"
 #include "install/core_version.h"
 #include "platform/console.h"
-#include "supervisor/core_update.h"
 #include "supervisor/diagnostic_report.h"
-#include "supervisor/graceful_restart.h"
-#include "supervisor/places.h"
 #include "supervisor/state.h"
+#include "supervisor/update_schedule.h"
+#include "supervisor/watched_core.h"
 
 namespace vosk::supervisor {
-
-// The services that the menu's items call.
-struct MenuServices {
-  dumps::DumpCapture& dump_capture;
-  const install::CoreVersion& core_version;
-  GracefulRestart& restart;
-  DiagnosticReport& diagnostic_report;
-  CoreUpdate& update;
-};
 
 class MenuActions {
  public:
   MenuActions(platform::Console& console, console::LogSink& log, console::Screen& screen,
-              const MenuServices& services, const Places& places, SupervisorState& state);
+              WatchedCore& core, const install::CoreVersion& core_version,
+              DiagnosticReport& diagnostic_report, UpdateSchedule& update_schedule,
+              SupervisorState& state);
 
   // Reads a waiting key, if there is one, and acts on it.
   void ReadKeyboard();
 
-  // Draws the open menu again where something on it has changed or `redraw` asks for it.
+  // Draws the open menu again if something on it has changed or `redraw` asks for it.
   void RefreshMenu(bool redraw);
 
  private:
@@ -50,14 +41,14 @@ class MenuActions {
   void SubmitDiagnosticReport();
   void ToggleRedAlert();
 
-  [[nodiscard]] bool CoreRuns() const;
-
   platform::Console& console_;
   console::LogSink& log_;
   console::Screen& screen_;
   console::Menu menu_;
-  MenuServices services_;
-  const Places& places_;
+  WatchedCore& core_;
+  const install::CoreVersion& core_version_;
+  DiagnosticReport& diagnostic_report_;
+  UpdateSchedule& update_schedule_;
   SupervisorState& state_;
   bool menu_needs_redraw_ = false;
   std::uint64_t lines_shown_ = 0;

@@ -1,12 +1,8 @@
 #include "supervisor/monitoring_loop.h"
 
-#include <fmt/format.h>
-
 #include "console/colours.h"
 #include "console/uptime.h"
-#include "identity.h"
 #include "platform/clock.h"
-#include "text/utf.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -18,20 +14,39 @@ constexpr milliseconds kMenuInterval{100};
 constexpr milliseconds kShortageInterval{1000};
 constexpr seconds kStatusReportInterval{15};
 constexpr std::chrono::hours kScheduledRestartInterval{12};
-
-std::string CoreName() {
-  return text::WideToUtf8(identity::kCoreExecutable);
-}
+constexpr milliseconds kDumpWriteWait{2500};
+constexpr milliseconds kRelaunchDelay{5000};
+constexpr seconds kExitPause{15};
 
 }  // namespace
 
-MonitoringLoop::MonitoringLoop(const platform::Host& host, console::LogSink& log,
-                               const LoopServices& services, const Places& places,
-                               SupervisorState& state)
-    : host_(host), log_(log), services_(services), places_(places), state_(state) {}
+MonitoringLoop::MonitoringLoop(Services& services)
+    : services_(services),
+      clock_(services.host.clock),
+      log_(services.log),
+      core_(services.core),
+      state_(services.state),
+      places_(services.places) {}
 
 void MonitoringLoop::Run() {
   while (!state_.g_terminateMonitoring.load()) RunCycle();
+}
+
+void MonitoringLoop::RunCycle() {
+  if (!PassDiskGate()) return;
+  ReadCoreVersion();
+  const SteadyTime now = clock_.SteadyNow();
+  services_.menu.ReadKeyboard();
+  RefreshDisplay();
+  // Who is about to end must not take a Core from the successor that an update has brought.
+  const bool ending = state_.g_terminateMonitoring.load();
+  if (!ending && !core_.IsHeld()) core_.AttachToRunningCore();
+  const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
+  if (!ending) services_.update_schedule.CheckPeriodically(now, core_runs);
+  // A successor that has taken over launches the Core itself.
+  if (state_.g_terminateMonitoring.load()) return;
+  if (!core_runs || UpdateEndedCore()) Relaunch();
+  clock_.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
 
 bool MonitoringLoop::PassDiskGate() {
@@ -43,30 +58,8 @@ bool MonitoringLoop::PassDiskGate() {
     log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
   }
   shortage_reported_ = true;
-  host_.clock.SleepFor(kShortageInterval);
+  clock_.SleepFor(kShortageInterval);
   return false;
-}
-
-void MonitoringLoop::RunCycle() {
-  if (!PassDiskGate()) return;
-  ReadCoreVersion();
-  const SteadyTime now = host_.clock.SteadyNow();
-  services_.menu.ReadKeyboard();
-  RefreshDisplay();
-  // Who is about to end must not take a Core from the successor that an update has brought.
-  const bool ending = state_.g_terminateMonitoring.load();
-  if (!ending && (state_.target_pid == 0 || !state_.hTargetProcess)) AttachToRunningCore();
-  const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
-  if (!ending) services_.update.CheckPeriodically(now, core_runs);
-  // A successor that has taken over launches the Core itself.
-  if (state_.g_terminateMonitoring.load()) return;
-  if (!core_runs || UpdateEndedCore()) Relaunch();
-  host_.clock.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
-}
-
-bool MonitoringLoop::UpdateEndedCore() {
-  // A Core that outlived the attempt to end it is taken up by the next cycle.
-  return !state_.hTargetProcess && services_.processes.FindCoreProcesses().empty();
 }
 
 void MonitoringLoop::ReadCoreVersion() {
@@ -80,42 +73,9 @@ void MonitoringLoop::RefreshDisplay() {
   services_.status_bar.DrawStatusBar();
 }
 
-void MonitoringLoop::AttachToRunningCore() {
-  const process::ProcessList running = services_.processes.FindCoreProcesses();
-  if (running.empty()) return;
-  const platform::ProcessId pid = running.front();
-  if (running.size() > 1) {
-    log_.LogWarn("Multiple instances of '{}' found. Monitoring first detected (PID: {}).",
-                 CoreName(), pid);
-  }
-  log_.LogInfo("Found existing instance of target (PID: {}).", pid);
-  if (!OpenRunningCore(pid)) return;
-  state_.hProcDump =
-      services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
-  if (!state_.hProcDump) {
-    log_.LogError("Failed launch ProcDump for existing PID {}.", pid);
-    log_.LogError("Detaching from existing process.");
-    state_.ForgetCore(log_.ConsoleLock());
-  }
-}
-
-bool MonitoringLoop::OpenRunningCore(platform::ProcessId pid) {
-  auto process = host_.processes.Open(
-      platform::access::kSynchronize | platform::access::kQueryLimitedInformation, pid);
-  if (!process) {
-    log_.LogError("Found running PID {}, but failed to open handle. Error: {}. Cannot monitor.",
-                  pid, process.error());
-    return false;
-  }
-  HoldCore(std::move(*process), pid);
-  log_.LogInfo("Successfully attached to existing PID {}. Starting monitoring.", pid);
-  log_.LogInfo("Captured {} runtime modules from existing process", CaptureModules());
-  return true;
-}
-
 bool MonitoringLoop::CheckCore(SteadyTime now) {
-  if (state_.target_pid == 0 || !state_.hTargetProcess) return false;
-  if (!services_.processes.IsProcessAlive(state_.target_pid)) {
+  if (!core_.IsHeld()) return false;
+  if (!core_.IsRunning()) {
     if (state_.update_in_progress.load()) {
       HandleExpectedEnd();
     } else {
@@ -125,7 +85,7 @@ bool MonitoringLoop::CheckCore(SteadyTime now) {
   }
   core_was_running_ = true;
   ReportRunning(now);
-  WatchMonitor(now);
+  core_.WatchMonitor(now);
   return true;
 }
 
@@ -135,34 +95,94 @@ void MonitoringLoop::ReportRunning(SteadyTime now) {
   const auto colour = [this](std::string_view sequence) { return log_.Colour(sequence); };
   const auto reset = colour(console::kReset);
   log_.LogInfo("Target PID {}{}{} running for: {}{}{}. Crash count: {}{}{}",
-               colour(console::kMagenta), state_.target_pid, reset, colour(console::kGreen),
-               console::FormatUptime(now - state_.target_launch_time), reset,
+               colour(console::kMagenta), core_.Pid(), reset, colour(console::kGreen),
+               console::FormatUptime(core_.Uptime(now).value_or(seconds(0))), reset,
                colour(console::kYellow), state_.crash_count, reset);
 }
 
 bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
-  const auto uptime = now - state_.target_launch_time;
-  if (uptime <= kScheduledRestartInterval) return false;
+  const auto uptime = core_.Uptime(now);
+  if (!uptime || *uptime <= kScheduledRestartInterval) return false;
   log_.LogWarn("Scheduled restart triggered. Uptime ({}) exceeded interval ({} hours).",
-               console::FormatUptime(uptime), kScheduledRestartInterval.count());
-  services_.restart.InitiateGracefulRestart("Scheduled Interval", state_.target_pid,
-                                            state_.hTargetProcess, state_.hProcDump);
+               console::FormatUptime(*uptime), kScheduledRestartInterval.count());
+  core_.InitiateGracefulRestart("Scheduled Interval");
   return true;
 }
 
-void MonitoringLoop::HoldCore(platform::ProcessHandle process, platform::ProcessId pid) {
-  state_.target_pid = pid;
-  state_.hTargetProcess = std::move(process);
-  state_.target_launch_time = host_.clock.SteadyNow();
-  // What kept monitors from the last Core need not keep them from this one.
-  monitor_lost_at_.reset();
-  monitor_retry_delay_ = kMonitorLossGrace;
+void MonitoringLoop::HandleCoreEnd() {
+  log_.LogWarn("Previously monitored target process (PID {}) has terminated.", core_.Pid());
+  const CoreEnd end = JudgeCoreEnd();
+  core_.CloseEnded();
+  services_.crash_processing.ProcessNewDumps(places_.dump_storage_directory,
+                                             places_.log_root_directory, end);
+  core_.Forget();
 }
 
-std::size_t MonitoringLoop::CaptureModules() {
-  const std::lock_guard lock(log_.ConsoleLock());
-  state_.captured_modules = services_.host_info.CaptureProcessModules(state_.hTargetProcess);
-  return state_.captured_modules.size();
+void MonitoringLoop::HandleExpectedEnd() {
+  log_.LogInfo("Target process termination detected during update sequence (expected).");
+  if (core_.HasMonitor()) {
+    log_.LogInfo("Closing potentially orphaned ProcDump handle during update.");
+    core_.DropMonitor();
+  }
+  core_.Forget();
+}
+
+CoreEnd MonitoringLoop::JudgeCoreEnd() {
+  CoreEnd end;
+  if (const auto exit_code = core_.ExitCode()) {
+    end.exit_code = *exit_code;
+  } else {
+    log_.LogWarn("Failed to get exit code for terminated PID {}. Error: {}", core_.Pid(),
+                 exit_code.error());
+  }
+  log_.LogInfo("Target process final exit code: {} (0x{:x})", ExitCodeText(end),
+               end.exit_code.value_or(0));
+  end.is_crash =
+      !end.exit_code || (*end.exit_code != 0 && *end.exit_code != platform::kStillActive);
+  if (!end.is_crash) {
+    log_.LogInfo("Target process exited normally (Code 0).");
+    return end;
+  }
+  ++state_.crash_count;
+  log_.LogError("Target process exited abnormally (Code: {}). Assuming crash #{}",
+                ExitCodeText(end), state_.crash_count);
+  log_.LogInfo("Waiting {}ms for dump file generation...", kDumpWriteWait.count());
+  clock_.SleepFor(kDumpWriteWait);
+  return end;
+}
+
+bool MonitoringLoop::UpdateEndedCore() {
+  // A Core that outlived the attempt to end it is taken up by the next cycle.
+  return !core_.IsHeld() && services_.processes.FindCoreProcesses().empty();
+}
+
+void MonitoringLoop::Relaunch() {
+  if (core_was_running_) log_.LogInfo("--- Target process is not running ---");
+  core_was_running_ = false;
+  log_.LogInfo("Crash Count So Far: {}", state_.crash_count);
+  log_.LogInfo("Attempting relaunch of VELDRAN Core after {}ms delay...", kRelaunchDelay.count());
+  clock_.SleepFor(kRelaunchDelay);
+  // A Core that runs although we do not hold it (started by hand meanwhile, or refused to us) must
+  // not get a twin; the next cycle attaches to it.
+  if (const auto running = services_.processes.FindCoreProcesses(); !running.empty()) {
+    log_.LogWarn("VELDRAN Core is already running (PID: {}). Not launching another one.",
+                 running.front());
+    return;
+  }
+  if (!core_.Launch()) RepairInstallation();
+}
+
+void MonitoringLoop::RepairInstallation() {
+  log_.LogWarn("Attempting automated download and installation/repair of VELDRAN Core...");
+  if (services_.msi_installer.AutomatedInstall(places_.TempDirectory())) {
+    log_.LogInfo("Automated installation succeeded. Will attempt relaunch next cycle.");
+    return;
+  }
+  log_.LogError("Automated installation failed. Cannot relaunch VELDRAN Core automatically.");
+  log_.LogError("Please install VELDRAN Core manually and restart the reporter.");
+  state_.g_terminateMonitoring.store(true);
+  log_.LogWarn("Reporter will exit in 15 seconds due to installation failure.");
+  clock_.SleepFor(kExitPause);
 }
 
 }  // namespace vosk::supervisor

@@ -1,24 +1,44 @@
+// The files and folders that VOSK works with, fixed at start-up.
 #pragma once
 
 #include <filesystem>
+#include <string_view>
+
+#include "console/log.h"
+#include "platform/files.h"
 
 namespace vosk::supervisor {
 
-// The places fixed at start-up.
 struct Places {
   std::filesystem::path supervisor_directory;
   std::filesystem::path dump_storage_directory;
   std::filesystem::path target_path;
   std::filesystem::path target_directory;
-  std::filesystem::path log_root_directory;  // empty: the Core's logs cannot be had
+  std::filesystem::path log_root_directory;  // empty: the Core's logs are out of reach
 
-  void UseTarget(const std::filesystem::path& executable) {
-    target_path = executable;
-    target_directory = executable.parent_path();
-  }
   [[nodiscard]] std::filesystem::path TempDirectory() const {
     return dump_storage_directory.parent_path();
   }
 };
+
+// What the log says while the Core is looked for; the path follows each text but `found`. An empty
+// `missing` says nothing.
+struct SearchTexts {
+  std::string_view checking;
+  std::string_view found;
+  std::string_view missing;
+};
+struct CoreSearchTexts {
+  SearchTexts at_default;
+  SearchTexts at_fallback;
+};
+
+// Looks for the Core at its default place, then beside VOSK, and makes the first one found the
+// target. Returns false, with the target as it was, if it is in neither place.
+[[nodiscard]] bool FindCore(platform::Files& files, console::LogSink& log,
+                            const CoreSearchTexts& texts, Places& places);
+
+// The Core's stats directory below the roaming application data.
+[[nodiscard]] std::filesystem::path LogRootBelow(const std::filesystem::path& roaming_app_data);
 
 }  // namespace vosk::supervisor

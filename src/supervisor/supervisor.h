@@ -1,23 +1,12 @@
-// VOSK from its entry to its end: start-up, the monitoring loop, shutdown.
+// VOSK from its entry to its end: the console and the log, start-up, monitoring, shutdown.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "console/log.h"
-#include "console/screen.h"
-#include "console/status_bar.h"
-#include "console/transfer_progress.h"
-#include "install/core_version.h"
 #include "platform/console.h"
-#include "platform/host.h"
-#include "process/process_control.h"
-#include "report/host_info.h"
-#include "supervisor/network.h"
-#include "supervisor/places.h"
-#include "supervisor/startup_provision.h"
-#include "supervisor/state.h"
+#include "supervisor/services.h"
 
 namespace vosk::supervisor {
 
@@ -26,7 +15,8 @@ class Supervisor {
   // Both outlive the supervisor.
   Supervisor(const platform::Host& host, Network& network);
 
-  // Runs the program with its UTF-8 arguments (without the program's name); the exit status.
+  // Runs the program with its UTF-8 arguments (without the program's name) and returns the exit
+  // status.
   int Run(const std::vector<std::string>& arguments);
 
  private:
@@ -37,32 +27,15 @@ class Supervisor {
   void ShowStart();
   void LogBanner();
   void LogArguments(const std::vector<std::string>& arguments);
-  void LogMonitoringBanner(const Places& places);
-
-  int RunWithNetwork();
-  int RunWithCom();
-  // Finds, fetches or installs what monitoring needs; an exit status where it cannot begin.
-  [[nodiscard]] std::optional<int> PrepareMonitoring(Places& places, const Provisions& provisions);
-  void DetermineCoreVersion(const Places& places);
-  void Monitor(const Places& places, const Provisions& provisions);
   void ShutDown();
   void ReleaseConsole();
-  [[nodiscard]] console::StatusSnapshot Status() const;
 
-  // Tells the operator in a box why the program ends, and gives the exit status.
-  int EndFatally(const std::string& title, const std::string& text);
-  int EndInitialization(const std::string& text);
+  // Tells the operator in a box why the program ends, and returns the exit status.
+  int EndFatally(const std::string& text);
 
-  platform::Host host_;
-  Network& network_;
-  SupervisorState state_;
-  console::LogSink log_;
-  console::Screen screen_;
-  console::TransferProgress progress_;
-  install::CoreVersion core_version_;
-  console::StatusBar status_bar_;
-  process::ProcessControl processes_;
-  report::HostInfo host_info_;
+  Services services_;
+  const platform::Host& host_;
+  console::LogSink& log_;
   std::optional<platform::ConsoleInfo> console_at_start_;
 };
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "supervisor/watched_core.h"
 #include "tests/install/install_scene.h"
 #include "tests/support/sweep.h"
 
@@ -27,8 +28,9 @@ struct Scene {
     host.PutFile(kVersionFile, "1.2.2");
     core_version.Set("1.2.2");
     Publish({.version = "1.2.3"});
-    hTargetProcess = Held(u"VELDRAN Core.exe", core_pid);
-    hProcDump = Held(u"procdump64.exe", monitor_pid);
+    auto process = Held(u"VELDRAN Core.exe", core_pid);
+    core.Hold(std::move(process), core_pid);
+    core.HoldMonitor(Held(u"procdump64.exe", monitor_pid));
   }
 
   platform::ProcessHandle Held(std::u16string_view name, platform::ProcessId& pid) {
@@ -46,9 +48,7 @@ struct Scene {
                        .dump_storage_directory = dump_storage_directory,
                        .core_directory = kCoreDirectory,
                        .log_root_directory = log_root_directory,
-                       .core_pid = core_pid,
-                       .hTargetProcess = hTargetProcess,
-                       .hProcDump = hProcDump});
+                       .end_core = [this] { return core.EndForUpdate(); }});
   }
 
   // How it ended, and what there is now.
@@ -60,8 +60,8 @@ struct Scene {
         "{}, VOSK ends: {}, tracks {}\nVOSK.exe {}, its .old {}, version file {}, work directory "
         "{}\nCore runs: {}, held: {}, monitor runs: {}, held: {}\n",
         success, terminate.load(), core_version.Current(), read(kSelf), read(kOld),
-        read(kVersionFile), std::filesystem::exists(kWorkDirectory), Core().running,
-        static_cast<bool>(hTargetProcess), Monitor().running, static_cast<bool>(hProcDump));
+        read(kVersionFile), std::filesystem::exists(kWorkDirectory), Core().running, core.IsHeld(),
+        Monitor().running, core.HasMonitor());
     for (const auto* self : host.processes.Running(kSelfName)) {
       end += fmt::format("VOSK {} {} in '{}', console of its own: {}\n", self->pid,
                          self->command_line, self->working_directory.value_or("").string(),
@@ -81,8 +81,13 @@ struct Scene {
   std::filesystem::path log_root_directory = "C:/stats";
   platform::ProcessId core_pid = 0;
   platform::ProcessId monitor_pid = 0;
-  platform::ProcessHandle hTargetProcess;
-  platform::ProcessHandle hProcDump;
+  supervisor::SupervisorState state;
+  supervisor::Places places;
+  dumps::DumpCapture dump_capture{host.Bundle(), log.Sink(), state.red_alert_mode};
+  report::ProcessModules modules;
+  report::HostInfo host_info{host.Bundle(), log.Sink(), {"", core_version.Current(), modules}};
+  supervisor::WatchedCore core{host.Bundle(), log.Sink(), processes, dump_capture,
+                               host_info,     places,     state};
 };
 
 using Row = std::pair<std::string, std::function<void(Scene&)>>;
@@ -134,8 +139,8 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
        {"no place to work", [](Scene& scene) { scene.dump_storage_directory = "Dumps"; }},
        {"nothing runs",
         [](Scene& scene) {
-          scene.hTargetProcess.Reset();
-          scene.hProcDump.Reset();
+          scene.core.Forget();
+          scene.core.DropMonitor();
         }},
        {"both have just ended",
         [](Scene& scene) {
@@ -210,9 +215,7 @@ TEST(SelfUpdate, SurvivesEveryFault) {
       EXPECT_EQ(scene.terminate, success || critical);
       EXPECT_TRUE(success || host.processes.Running(kSelfName).size() == 1 ||
                   told("FAILED to launch NEW VOSK"));
-      EXPECT_TRUE(scene.Core().running || !scene.hTargetProcess);
-      scene.hTargetProcess.Reset();
-      scene.hProcDump.Reset();
+      EXPECT_TRUE(scene.Core().running || !scene.core.IsHeld());
     });
     if (testing::Test::HasFailure()) return;
   }

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "simulation/servers.h"
-#include "supervisor/core_update.h"
-#include "supervisor/graceful_restart.h"
 #include "supervisor/host_info_self_test.h"
+#include "supervisor/update_schedule.h"
+#include "supervisor/watched_core.h"
 #include "tests/support/checked_host.h"
 #include "tests/support/fake_downloader.h"
 #include "tests/support/variants.h"
@@ -60,9 +60,8 @@ struct Work {
     servers.latest_version = "1.2.3";
     core = host.processes.Add(u"VELDRAN Core.exe").pid;
     monitor = host.processes.Add(u"procdump64.exe").pid;
-    state.target_pid = core;
-    state.hTargetProcess = Held(core);
-    state.hProcDump = Held(monitor);
+    watched.Hold(Held(core), core);
+    watched.HoldMonitor(Held(monitor));
   }
   platform::ProcessHandle Held(platform::ProcessId pid) {
     return std::move(*host.processes.Open(0x001F'FFFF, pid));
@@ -81,24 +80,25 @@ struct Work {
                                   downloader,    version,    state.g_terminateMonitoring};
   install::DiskKeeper disk_keeper{host.files, host.clock, log.Sink(), processes};
   std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
-  CoreUpdate update{host.Bundle(),
-                    log.Sink(),
-                    {*service, self_update, disk_keeper, version, processes},
-                    places,
-                    state};
+  dumps::DumpCapture dump_capture{host.Bundle(), log.Sink(), state.red_alert_mode};
+  report::ProcessModules modules;
+  report::HostInfo host_info{host.Bundle(), log.Sink(), {"", version.Current(), modules}};
+  WatchedCore watched{host.Bundle(), log.Sink(), processes, dump_capture, host_info, places, state};
+  UpdateSchedule update{host.clock, log.Sink(), *service, self_update, disk_keeper,
+                        version,    watched,    places,   state};
   platform::ProcessId core = 0;
   platform::ProcessId monitor = 0;
 };
 
-TEST(CoreUpdate, TellsWhatItFindsBeforeAnUpdate) {
+TEST(UpdateSchedule, TellsWhatItFindsBeforeAnUpdate) {
   const std::pair<std::string, std::function<void(Work&)>> rows[] = {
       {"all is as it should be", [](Work&) {}},
       {"the Core has ended", [](Work& work) { work.End(work.core); }},
       {"the monitor has ended", [](Work& work) { work.End(work.monitor); }},
-      {"no handle of the Core", [](Work& work) { work.state.hTargetProcess.Reset(); }},
+      {"no handle of the Core", [](Work& work) { work.watched.Hold({}, work.core); }},
       {"no handle of the Core, and none to be had",
        [](Work& work) {
-         work.state.hTargetProcess.Reset();
+         work.watched.Hold({}, work.core);
          work.host.processes.At(work.core).open_error = platform::kAccessDenied;
        }},
       {"a restart goes on", [](Work& work) { work.state.restart_in_progress = true; }},
@@ -113,22 +113,20 @@ TEST(CoreUpdate, TellsWhatItFindsBeforeAnUpdate) {
     work.update.ForceReinstall();
     variants.Add(
         name, work.log.Lines(),
-        fmt::format("Core {}, {}held; monitor {}held", work.state.target_pid,
-                    work.state.hTargetProcess ? "" : "not ", work.state.hProcDump ? "" : "not "));
+        fmt::format("Core {}, {}held; monitor {}held", work.watched.Pid(),
+                    work.watched.IsHeld() ? "" : "not ", work.watched.HasMonitor() ? "" : "not "));
   }
-  variants.Expect("supervisor/core_update.txt");
+  variants.Expect("supervisor/update_schedule.txt");
 }
 
-TEST(GracefulRestart, LeavesAloneWhatItDoesNotKnow) {
+TEST(WatchedCore, LeavesAloneWhatItDoesNotKnow) {
   Work work;
-  work.state.hTargetProcess.Reset();
-  GracefulRestart(work.host.processes, work.log.Sink(), work.processes, work.state)
-      .InitiateGracefulRestart("a test", work.state.target_pid, work.state.hTargetProcess,
-                               work.state.hProcDump);
+  work.watched.Forget();
+  work.watched.InitiateGracefulRestart("a test");
   EXPECT_EQ(work.log.Lines(),
             support::LogText{"[WARN] InitiateGracefulRestart called but no target process is "
                              "running/monitored."});
-  EXPECT_TRUE(work.state.hProcDump);
+  EXPECT_TRUE(work.watched.HasMonitor());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "supervisor/core_update.h"
+#include "supervisor/update_schedule.h"
 
 #include <fmt/format.h>
 
@@ -13,19 +13,30 @@ constexpr int kNewer = 1;
 
 }  // namespace
 
-CoreUpdate::CoreUpdate(const platform::Host& host, console::LogSink& log,
-                       const UpdateServices& services, const Places& places, SupervisorState& state)
-    : host_(host), log_(log), services_(services), places_(places), state_(state) {}
+UpdateSchedule::UpdateSchedule(platform::Clock& clock, console::LogSink& log,
+                               net::VersionService& version_service,
+                               install::SelfUpdate& self_update, install::DiskKeeper& disk_keeper,
+                               const install::CoreVersion& core_version, WatchedCore& core,
+                               const Places& places, SupervisorState& state)
+    : clock_(clock),
+      log_(log),
+      version_service_(version_service),
+      self_update_(self_update),
+      disk_keeper_(disk_keeper),
+      core_version_(core_version),
+      core_(core),
+      places_(places),
+      state_(state) {}
 
-std::string CoreUpdate::FetchVersion() {
-  state_.last_fetched_version = services_.version_service.FetchVersion();
+std::string UpdateSchedule::FetchVersion() {
+  state_.last_fetched_version = version_service_.FetchVersion();
   return state_.last_fetched_version;
 }
 
-void CoreUpdate::CheckAtStartup() {
+void UpdateSchedule::CheckAtStartup() {
   log_.LogInfo("--- Startup Update Check ---");
   const std::string latest = FetchVersion();
-  const std::string& current = services_.core_version.Current();
+  const std::string& current = core_version_.Current();
   if (latest.empty()) {
     log_.LogWarn("Startup update check: Could not fetch latest version. Skipping.");
   } else if (current == install::kUnknownVersion) {
@@ -35,12 +46,12 @@ void CoreUpdate::CheckAtStartup() {
   } else {
     UpdateAtStartup(latest);
   }
-  state_.last_update_check_time = host_.clock.SteadyNow();
+  state_.last_update_check_time = clock_.SteadyNow();
   log_.LogInfo("--- Startup Update Check Complete ---");
 }
 
-void CoreUpdate::UpdateAtStartup(const std::string& latest) {
-  const std::string current = services_.core_version.Current();
+void UpdateSchedule::UpdateAtStartup(const std::string& latest) {
+  const std::string current = core_version_.Current();
   const int order = net::CompareVersions(latest, current);
   if (order == net::kUnreadableVersion) {
     log_.LogWarn("Startup update check: Could not parse version strings for comparison.");
@@ -61,7 +72,7 @@ void CoreUpdate::UpdateAtStartup(const std::string& latest) {
       "Startup update check: Newer version available! Current: {}, Latest: {}. "
       "Updating before monitoring starts.",
       current, latest);
-  if (!services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
+  if (!disk_keeper_.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
     log_.LogWarn("Startup update check: Insufficient disk space for update. Skipping.");
     return;
   }
@@ -73,7 +84,7 @@ void CoreUpdate::UpdateAtStartup(const std::string& latest) {
   }
 }
 
-void CoreUpdate::CheckPeriodically(SupervisorState::SteadyTime now, bool core_runs) {
+void UpdateSchedule::CheckPeriodically(SupervisorState::SteadyTime now, bool core_runs) {
   const bool fetched = now - state_.last_update_check_time >= kUpdateCheckInterval;
   if (fetched) {
     state_.last_update_check_time = now;
@@ -82,12 +93,12 @@ void CoreUpdate::CheckPeriodically(SupervisorState::SteadyTime now, bool core_ru
     }
   }
   const std::string latest = state_.last_fetched_version;
-  const std::string current = services_.core_version.Current();
+  const std::string current = core_version_.Current();
   if (latest.empty() || current == install::kUnknownVersion) return;
   if (state_.update_in_progress.load() || state_.restart_in_progress.load()) return;
   const int order = net::CompareVersions(latest, current);
   if (order == net::kUnreadableVersion) return;
-  if (!services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
+  if (!disk_keeper_.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
   if (order != kNewer) {
     if (fetched) log_.LogInfo("Current version {} is up-to-date.", current);
     return;
@@ -96,20 +107,20 @@ void CoreUpdate::CheckPeriodically(SupervisorState::SteadyTime now, bool core_ru
   log_.LogWarn("Newer version detected! Current: {}, Latest: {}. Initiating self-update sequence.",
                current, latest);
   state_.update_in_progress.store(true);
-  ValidateState(core_runs);
+  core_.ValidateBeforeUpdate(core_runs);
   if (!RunSequence(latest)) {
     log_.LogError("Update sequence did not complete successfully or failed to launch new VOSK.");
   }
 }
 
-void CoreUpdate::ForceReinstall() {
+void UpdateSchedule::ForceReinstall() {
   if (state_.update_in_progress.load()) {
     log_.LogWarn("Menu: An update is already in progress.");
     return;
   }
   log_.LogWarn("Menu: Force reinstall of VELDRAN Core requested.");
   // Not kept: an answer given here must not set off an update by itself.
-  const std::string latest = services_.version_service.FetchVersion();
+  const std::string latest = version_service_.FetchVersion();
   if (latest.empty()) {
     log_.LogError("Menu: Could not fetch latest version from network. Reinstall aborted.");
     return;
@@ -120,86 +131,19 @@ void CoreUpdate::ForceReinstall() {
   }
 }
 
-bool CoreUpdate::RunSequence(const std::string& version) {
+bool UpdateSchedule::RunSequence(const std::string& version) {
   state_.update_in_progress.store(true);
-  const bool success = services_.self_update.Run({
+  const bool success = self_update_.Run({
       .expected_version = version,
       .dump_storage_directory = places_.dump_storage_directory,
       .core_directory = places_.target_directory,
       .log_root_directory = places_.log_root_directory,
-      .core_pid = state_.target_pid,
-      .hTargetProcess = state_.hTargetProcess,
-      .hProcDump = state_.hProcDump,
+      .end_core = [this] { return core_.EndForUpdate(); },
   });
   state_.update_in_progress.store(false);
   // A Core that the sequence has let go of is looked for, or launched, by the next cycle.
-  if (!state_.hTargetProcess) state_.ForgetCore(log_.ConsoleLock());
+  if (!core_.IsHeld()) core_.Forget();
   return success;
-}
-
-void CoreUpdate::ValidateState(bool core_runs) {
-  log_.LogInfo("Pre-Update Validation: Verifying state before proceeding...");
-  if (!core_runs || state_.target_pid == 0) {
-    log_.LogInfo(
-        "Pre-Update: Target process not currently running. Update will proceed without termination "
-        "step.");
-    state_.hProcDump.Reset();
-    state_.ForgetCore(log_.ConsoleLock());
-    return;
-  }
-  // Neither of the two words of aborting below aborts: the sequence judges the state for itself.
-  if (!state_.hTargetProcess && !ReopenCore()) return;
-  const platform::ProcessId pid = state_.target_pid;
-  if (services_.processes.IsProcessAlive(pid)) {
-    log_.LogInfo("Pre-Update: Target process PID {} confirmed running.", pid);
-    ValidateMonitor();
-    return;
-  }
-  log_.LogError("Pre-Update Error: Target process PID {} is no longer running. Aborting update.",
-                pid);
-  state_.hProcDump.Reset();
-  state_.ForgetCore(log_.ConsoleLock());
-}
-
-bool CoreUpdate::ReopenCore() {
-  const platform::ProcessId pid = state_.target_pid;
-  log_.LogWarn(
-      "Pre-Update Warning: hTargetProcess handle is invalid. Attempting to re-open PID: {}", pid);
-  auto process =
-      host_.processes.Open(platform::access::kSynchronize | platform::access::kQueryInformation |
-                               platform::access::kTerminate,
-                           pid);
-  if (!process) {
-    log_.LogError(
-        "Pre-Update Error: Failed to re-open handle for target PID {}. Error: {}. "
-        "Aborting update.",
-        pid, process.error());
-    return false;
-  }
-  state_.hTargetProcess = std::move(*process);
-  log_.LogInfo("Pre-Update: Successfully re-opened handle for target PID {}", pid);
-  return true;
-}
-
-void CoreUpdate::ValidateMonitor() {
-  if (!state_.hProcDump) {
-    log_.LogWarn(
-        "Pre-Update Warning: hProcDump handle is invalid or ProcDump wasn't running. Update will "
-        "proceed without terminating it.");
-    return;
-  }
-  const auto pid = host_.processes.Id(state_.hProcDump);
-  if (!pid) {
-    log_.LogWarn("Pre-Update Warning: Could not get PID for hProcDump handle. Error: {}",
-                 pid.error());
-    return;
-  }
-  if (!services_.processes.IsProcessAlive(*pid)) {
-    log_.LogWarn("Pre-Update Warning: ProcDump process (PID: {}) is no longer running.", *pid);
-    state_.hProcDump.Reset();
-    return;
-  }
-  log_.LogInfo("Pre-Update: ProcDump process (PID: {}) confirmed running.", *pid);
 }
 
 }  // namespace vosk::supervisor

@@ -1,5 +1,5 @@
 // Decides when the Core and VOSK are updated: at start-up, every few minutes, and when the operator
-// asks for it.
+// asks for it. How they are replaced is the business of install::SelfUpdate.
 #pragma once
 
 #include <string>
@@ -9,30 +9,24 @@
 #include "install/disk_keeper.h"
 #include "install/self_update.h"
 #include "net/version_service.h"
-#include "platform/host.h"
-#include "process/process_control.h"
+#include "platform/clock.h"
 #include "supervisor/places.h"
 #include "supervisor/state.h"
+#include "supervisor/watched_core.h"
 
 namespace vosk::supervisor {
 
-struct UpdateServices {
-  net::VersionService& version_service;
-  install::SelfUpdate& self_update;
-  install::DiskKeeper& disk_keeper;
-  install::CoreVersion& core_version;
-  process::ProcessControl& processes;
-};
-
-class CoreUpdate {
+class UpdateSchedule {
  public:
-  CoreUpdate(const platform::Host& host, console::LogSink& log, const UpdateServices& services,
-             const Places& places, SupervisorState& state);
+  UpdateSchedule(platform::Clock& clock, console::LogSink& log,
+                 net::VersionService& version_service, install::SelfUpdate& self_update,
+                 install::DiskKeeper& disk_keeper, const install::CoreVersion& core_version,
+                 WatchedCore& core, const Places& places, SupervisorState& state);
 
-  // Once, before the loop. Every outcome lets VOSK go on, or end because its successor runs.
+  // Once, before the loop. After every outcome VOSK goes on, or ends because its successor runs.
   void CheckAtStartup();
 
-  // On every cycle: asks the version service when it is time and updates where a newer version is
+  // On every cycle: asks the version service when it is time, and updates if a newer version is
   // known. `core_runs` as the cycle has found it.
   void CheckPeriodically(SupervisorState::SteadyTime now, bool core_runs);
 
@@ -44,13 +38,13 @@ class CoreUpdate {
   void UpdateAtStartup(const std::string& latest);
   [[nodiscard]] bool RunSequence(const std::string& version);
 
-  void ValidateState(bool core_runs);
-  [[nodiscard]] bool ReopenCore();
-  void ValidateMonitor();
-
-  platform::Host host_;
+  platform::Clock& clock_;
   console::LogSink& log_;
-  UpdateServices services_;
+  net::VersionService& version_service_;
+  install::SelfUpdate& self_update_;
+  install::DiskKeeper& disk_keeper_;
+  const install::CoreVersion& core_version_;
+  WatchedCore& core_;
   const Places& places_;
   SupervisorState& state_;
 };

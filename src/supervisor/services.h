@@ -1,0 +1,80 @@
+// Every service of the supervisor: each is made once, here, in the order of need.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "console/log.h"
+#include "console/screen.h"
+#include "console/status_bar.h"
+#include "console/transfer_progress.h"
+#include "dumps/dump_capture.h"
+#include "dumps/procdump_acquisition.h"
+#include "identity.h"
+#include "install/core_version.h"
+#include "install/disk_keeper.h"
+#include "install/msi_installer.h"
+#include "install/self_update.h"
+#include "net/downloader.h"
+#include "net/version_service.h"
+#include "platform/host.h"
+#include "process/process_control.h"
+#include "report/host_info.h"
+#include "report/report_archive.h"
+#include "report/uploader.h"
+#include "supervisor/crash_processing.h"
+#include "supervisor/diagnostic_report.h"
+#include "supervisor/menu_actions.h"
+#include "supervisor/network.h"
+#include "supervisor/places.h"
+#include "supervisor/report_steps.h"
+#include "supervisor/state.h"
+#include "supervisor/update_schedule.h"
+#include "supervisor/watched_core.h"
+
+namespace vosk::supervisor {
+
+struct Services {
+  // Both outlive the services.
+  Services(const platform::Host& on_host, Network& with_network)
+      : host(on_host), network(with_network) {}
+
+  [[nodiscard]] console::StatusSnapshot Status() const {
+    return {.core_pid = core.Pid(),
+            .core_version = core_version.Current(),
+            .crash_count = state.crash_count,
+            .uptime = core.Uptime(host.clock.SteadyNow()),
+            .red_alert = state.red_alert_mode.load()};
+  }
+
+  // clang-format off
+  const platform::Host host;
+  Network& network;
+  SupervisorState state;
+  Places places;
+  console::LogSink log{host.console, host.files, host.system, host.clock, state.menu_visible};
+  console::Screen screen{host.console, log};
+  console::TransferProgress progress;
+  console::StatusBar status_bar{host.console, log, progress, [this] { return Status(); }};
+  std::unique_ptr<net::Downloader> downloader = network.MakeDownloader(host, log, progress, state.g_terminateMonitoring);
+  std::unique_ptr<net::VersionService> version_service = network.MakeVersionService(log);
+  std::unique_ptr<report::Uploader> uploader = network.MakeUploader(host, log, progress);
+  process::ProcessControl processes{host.processes, log};
+  dumps::ProcDumpAcquisition procdump_acquisition{host.files, host.system, log, *downloader};
+  dumps::DumpCapture dump_capture{host, log, state.red_alert_mode};
+  install::CoreVersion core_version{host.files, log};
+  install::DiskKeeper disk_keeper{host.files, host.clock, log, processes};
+  install::MsiInstaller msi_installer{host, log, progress, processes, *downloader};
+  install::SelfUpdate self_update{host, log, processes, *downloader, core_version, state.g_terminateMonitoring};
+  WatchedCore core{host, log, processes, dump_capture, host_info, places, state};
+  report::HostInfo host_info{host, log, {std::string(identity::kVersion), core_version.Current(), core.Modules()}};
+  report::ReportArchive archive{host.files, host.system, host.clock, log, progress};
+  ReportSteps report_steps{host.files, host_info, archive, state.red_alert_mode};
+  CrashProcessing crash_processing{host.files, log, report_steps, *uploader};
+  DiagnosticReport diagnostic_report{host.files, log, dump_capture, report_steps, *uploader, places};
+  UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_keeper, core_version, core, places, state};
+  MenuActions menu{host.console, log, screen, core, core_version, diagnostic_report, update_schedule, state};
+  // clang-format on
+};
+
+}  // namespace vosk::supervisor

@@ -1,0 +1,108 @@
+// The Core that VOSK keeps alive, together with the ProcDump monitor attached to it.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "console/log.h"
+#include "dumps/dump_capture.h"
+#include "platform/host.h"
+#include "platform/processes.h"
+#include "process/process_control.h"
+#include "report/host_info.h"
+#include "report/process_module.h"
+#include "supervisor/places.h"
+#include "supervisor/state.h"
+
+namespace vosk::supervisor {
+
+// A monitor ends a moment before the Core whose crash it has written down; only one that is gone
+// for longer has left the Core unwatched.
+inline constexpr std::chrono::seconds kMonitorLossGrace{5};
+
+// Nobody else holds the handles of the two processes. A Core is held from the moment at which it is
+// attached to or launched until it is forgotten; every failure is logged where it happens.
+class WatchedCore {
+ public:
+  using SteadyTime = SupervisorState::SteadyTime;
+
+  WatchedCore(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes,
+              dumps::DumpCapture& dump_capture, report::HostInfo& host_info, const Places& places,
+              SupervisorState& state);
+
+  [[nodiscard]] bool IsHeld() const { return target_pid_ != 0 && hTargetProcess_; }
+  [[nodiscard]] bool HasMonitor() const { return static_cast<bool>(hProcDump_); }
+  // 0: no Core. An ended Core keeps its PID until it is forgotten.
+  [[nodiscard]] platform::ProcessId Pid() const { return target_pid_; }
+  // Since the launch, or since attaching to a Core that ran before; none if there is no Core.
+  [[nodiscard]] std::optional<std::chrono::steady_clock::duration> Uptime(SteadyTime now) const;
+  // What the Core's runtime consists of, for reports on its crash; guarded by the console lock.
+  [[nodiscard]] const report::ProcessModules& Modules() const { return captured_modules_; }
+  [[nodiscard]] bool IsRunning();
+  [[nodiscard]] platform::Result<std::uint32_t> ExitCode() const;
+
+  // Takes up a Core that runs already, with a monitor of its own, or leaves it alone.
+  void AttachToRunningCore();
+  // Launches the target and has it watched; a Core that cannot be watched is ended again. Returns
+  // false only if it could not be started at all.
+  [[nodiscard]] bool Launch();
+  // From now on this is the Core to watch, and this its monitor.
+  void Hold(platform::ProcessHandle process, platform::ProcessId pid);
+  void HoldMonitor(platform::ProcessHandle monitor) { hProcDump_ = std::move(monitor); }
+
+  // Attaches a fresh monitor if the old one has ended although its Core goes on.
+  void WatchMonitor(SteadyTime now);
+  // Lets go of the monitor and attaches one with the present dump settings.
+  [[nodiscard]] bool ReattachMonitor();
+  // Lets go of the monitor without ending it.
+  void DropMonitor() { hProcDump_.Reset(); }
+
+  // Ends the monitor, then the Core, and forgets both; the end is not counted as a crash. The
+  // reason is for the log.
+  void InitiateGracefulRestart(std::string_view reason);
+  // Makes sure, before an update, of what is held. `core_runs` as the cycle has found it.
+  void ValidateBeforeUpdate(bool core_runs);
+  // Ends both for an update. Returns false if the Core outlived it.
+  [[nodiscard]] bool EndForUpdate();
+  // Ends both without waiting for them.
+  void EndAtShutdown();
+  // Closes the handle of a Core that has ended and ends its monitor. The PID and the modules stay
+  // for the report on it.
+  void CloseEnded();
+  // There is no Core any more. The monitor is let go of separately.
+  void Forget();
+
+ private:
+  [[nodiscard]] bool OpenRunningCore(platform::ProcessId pid);
+  [[nodiscard]] bool AttachMonitor();
+  std::size_t CaptureModules();
+  void WatchLaunchedCore();
+
+  [[nodiscard]] bool ReopenForUpdate();
+  void ValidateMonitor();
+  void EndMonitorForUpdate();
+  // Asks for the end and waits for it, up to the limit.
+  void End(platform::ProcessHandle& process, std::uint32_t exit_code,
+           std::chrono::milliseconds limit);
+
+  platform::Host host_;
+  console::LogSink& log_;
+  process::ProcessControl& processes_;
+  dumps::DumpCapture& dump_capture_;
+  report::HostInfo& host_info_;
+  const Places& places_;
+  SupervisorState& state_;
+
+  platform::ProcessId target_pid_ = 0;
+  platform::ProcessHandle hTargetProcess_;
+  platform::ProcessHandle hProcDump_;
+  SteadyTime target_launch_time_{};  // zero: no Core
+  report::ProcessModules captured_modules_;
+  std::optional<SteadyTime> monitor_lost_at_;
+  std::chrono::seconds monitor_retry_delay_ = kMonitorLossGrace;
+};
+
+}  // namespace vosk::supervisor
