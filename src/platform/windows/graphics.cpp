@@ -1,4 +1,5 @@
-// Graphics adapters through DXGI and Direct3D 11.
+#include "platform/windows/graphics.h"
+
 #include <windows.h>
 // These build on windows.h.
 #include <d3d11.h>
@@ -6,7 +7,6 @@
 
 #include <vector>
 
-#include "platform/windows/machine_parts.h"
 #include "platform/windows/run_time_lookup.h"
 
 namespace vosk::platform::windows {
@@ -49,7 +49,7 @@ class DxgiAdapter : public GraphicsAdapter {
 
   Result<std::uint32_t> TryFeatureLevels(std::span<const std::uint32_t> levels) override {
     const auto create = LookUp<decltype(&::D3D11CreateDevice)>(L"d3d11.dll", "D3D11CreateDevice");
-    if (!create) return Failed(create.error());
+    if (!create) return Failed(create.error().code);
     std::vector<D3D_FEATURE_LEVEL> wanted;
     for (const std::uint32_t level : levels) {
       wanted.push_back(static_cast<D3D_FEATURE_LEVEL>(level));
@@ -87,7 +87,7 @@ class DxgiAdapters : public GraphicsAdapters {
 
 Result<std::unique_ptr<GraphicsAdapters>> OpenDxgi() {
   const auto create = LookUp<decltype(&::CreateDXGIFactory1)>(L"dxgi.dll", "CreateDXGIFactory1");
-  if (!create) return Failed(create.error());
+  if (!create) return Failed(create.error().code);
   void* factory = nullptr;
   const HRESULT answer = (*create)(IID_IDXGIFactory1, &factory);
   if (FAILED(answer)) return Failed(answer);

@@ -9,7 +9,8 @@
 
 #include "platform/system.h"
 #include "platform/windows/error_text.h"
-#include "platform/windows/machine_parts.h"
+#include "platform/windows/graphics.h"
+#include "platform/windows/network.h"
 #include "platform/windows/parts.h"
 #include "platform/windows/run_time_lookup.h"
 #include "platform/windows/wide.h"

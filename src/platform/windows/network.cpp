@@ -1,4 +1,5 @@
-// Network adapters through Winsock and IP Helper.
+#include "platform/windows/network.h"
+
 #include <winsock2.h>
 // These build on winsock2.h.
 #include <iphlpapi.h>
@@ -6,8 +7,6 @@
 
 #include <array>
 #include <vector>
-
-#include "platform/windows/machine_parts.h"
 
 namespace vosk::platform::windows {
 namespace {
@@ -26,7 +25,8 @@ std::optional<UnicastAddress> Convert(const sockaddr& address) {
   if (::inet_ntop(address.sa_family, bytes, text.data(), text.size()) != nullptr) {
     converted.text = text.data();
   } else {
-    converted.text = tl::unexpected(ErrorCode{static_cast<std::uint32_t>(::WSAGetLastError())});
+    converted.text =
+        tl::unexpected<Error>(ErrorCode{static_cast<std::uint32_t>(::WSAGetLastError())});
   }
   return converted;
 }

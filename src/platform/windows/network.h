@@ -1,4 +1,4 @@
-// The larger parts of Windows' side of the machine.
+// Network adapters through Winsock and IP Helper.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,6 @@
 
 namespace vosk::platform::windows {
 
-[[nodiscard]] Result<std::unique_ptr<GraphicsAdapters>> OpenDxgi();
 [[nodiscard]] Result<std::unique_ptr<NetworkSession>> OpenWinsock();
 
 }  // namespace vosk::platform::windows
