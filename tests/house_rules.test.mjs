@@ -4,26 +4,13 @@ import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { test } from 'node:test';
 
+import { drawFloors } from '../tools/floors/draw.mjs';
+import { floorOf, includes } from '../tools/floors/floors.mjs';
+
 const tracked = execFileSync('git', ['ls-files'], { encoding: 'utf8' }).trim().split('\n');
 const read = (path) => readFileSync(path, 'utf8');
 const cpp = tracked.filter((path) => /\.(cpp|h)$/.test(path));
 const sources = cpp.filter((path) => path.startsWith('src/'));
-
-// From the top floor to the ground; an #include goes downwards or stays in its folder.
-const floors = [
-  ['supervisor'],
-  ['install'],
-  ['dumps', 'report', 'hostsettings'],
-  ['process', 'net', 'zip'],
-  ['console'],
-  ['text'],
-  ['platform'],
-];
-const floorOf = (folder) => floors.findIndex((floor) => floor.includes(folder));
-
-function includes(path) {
-  return [...read(path).matchAll(/^#include ["<]([^">]+)[">]/gm)].map((match) => match[1]);
-}
 
 test('includes go down the floors only', () => {
   const upward = [];
@@ -41,6 +28,10 @@ test('includes go down the floors only', () => {
     }
   }
   assert.deepEqual(upward, []);
+});
+
+test('the picture of the floors is the one that the includes draw', () => {
+  assert.equal(read('docs/pictures/floors.svg'), drawFloors(), 'scripts/draw-floors draws it anew');
 });
 
 test('the headers of Windows stay in their room', () => {
