@@ -92,8 +92,8 @@ void MonitoringLoop::WatchMonitor(SteadyTime now) {
                state_.target_pid);
   monitor_lost_at_ = now;
   monitor_retry_delay_ = std::min(monitor_retry_delay_ * 2, kLongestMonitorRetryDelay);
-  state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,
-                                                                  places_.dump_storage_directory);
+  state_.hProcDump = services_.procdump_monitor.LaunchProcDumpMonitor(
+      state_.target_pid, places_.dump_storage_directory);
 }
 
 }  // namespace vosk::supervisor

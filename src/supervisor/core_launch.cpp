@@ -75,7 +75,7 @@ void MonitoringLoop::WatchLaunchedCore() {
   log_.LogInfo("New Target Process PID: {}{}{}", log_.Colour(console::kMagenta), pid,
                log_.Colour(console::kReset));
   state_.hProcDump =
-      services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
+      services_.procdump_monitor.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
   if (state_.hProcDump) {
     log_.LogInfo("ProcDump monitor started for new target PID {}", pid);
     return;

@@ -9,9 +9,9 @@
 
 #include "console/log.h"
 #include "platform/files.h"
-#include "report/host_info.h"
-#include "report/report_archive.h"
-#include "report/uploader.h"
+#include "report/archive/report_archive.h"
+#include "report/host_info/host_info.h"
+#include "report/upload/uploader.h"
 
 namespace vosk::supervisor {
 

@@ -8,12 +8,13 @@
 namespace vosk::supervisor {
 
 DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log,
-                                   dumps::DumpCapture& dump_capture, report::HostInfo& host_info,
-                                   report::ReportArchive& archive, report::Uploader& uploader,
+                                   dumps::ImmediateDump& immediate_dump,
+                                   report::HostInfo& host_info, report::ReportArchive& archive,
+                                   report::Uploader& uploader,
                                    const std::atomic<bool>& red_alert_mode)
     : files_(files),
       log_(log),
-      dump_capture_(dump_capture),
+      immediate_dump_(immediate_dump),
       host_info_(host_info),
       archive_(archive),
       uploader_(uploader),
@@ -22,7 +23,7 @@ DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log
 void DiagnosticReport::Submit(platform::ProcessId core_pid, const Places& places) {
   log_.LogInfo("=== Submitting Diagnostic Report ===");
   log_.LogInfo("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid);
-  const auto dump = dump_capture_.CreateImmediateDump(core_pid, places.dump_storage_directory);
+  const auto dump = immediate_dump_.CreateImmediateDump(core_pid, places.dump_storage_directory);
   if (!dump) {
     log_.LogError("Failed to create memory dump for diagnostic report.");
     return;

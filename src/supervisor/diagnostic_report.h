@@ -6,20 +6,21 @@
 #include <vector>
 
 #include "console/log.h"
-#include "dumps/dump_capture.h"
+#include "dumps/immediate_dump.h"
 #include "platform/files.h"
-#include "report/host_info.h"
-#include "report/report_archive.h"
-#include "report/uploader.h"
+#include "report/archive/report_archive.h"
+#include "report/host_info/host_info.h"
+#include "report/upload/uploader.h"
 #include "supervisor/places.h"
 
 namespace vosk::supervisor {
 
 class DiagnosticReport {
  public:
-  DiagnosticReport(platform::Files& files, console::LogSink& log, dumps::DumpCapture& dump_capture,
-                   report::HostInfo& host_info, report::ReportArchive& archive,
-                   report::Uploader& uploader, const std::atomic<bool>& red_alert_mode);
+  DiagnosticReport(platform::Files& files, console::LogSink& log,
+                   dumps::ImmediateDump& immediate_dump, report::HostInfo& host_info,
+                   report::ReportArchive& archive, report::Uploader& uploader,
+                   const std::atomic<bool>& red_alert_mode);
 
   // Dumps the running Core, packs the dump and uploads the archive. The Core goes on; a report that
   // cannot be sent is kept as ".zip.failed_upload".
@@ -32,7 +33,7 @@ class DiagnosticReport {
 
   platform::Files& files_;
   console::LogSink& log_;
-  dumps::DumpCapture& dump_capture_;
+  dumps::ImmediateDump& immediate_dump_;
   report::HostInfo& host_info_;
   report::ReportArchive& archive_;
   report::Uploader& uploader_;

@@ -173,8 +173,8 @@ void MenuActions::ToggleRedAlert() {
   log_.LogInfo("Re-attaching ProcDump monitor with {} dump settings...",
                active ? "FULL MEMORY (-ma)" : "normal (-mc 1064)");
   state_.hProcDump.Reset();
-  state_.hProcDump = services_.dump_capture.LaunchProcDumpMonitor(state_.target_pid,
-                                                                  places_.dump_storage_directory);
+  state_.hProcDump = services_.procdump_monitor.LaunchProcDumpMonitor(
+      state_.target_pid, places_.dump_storage_directory);
   if (state_.hProcDump) {
     log_.LogInfo("ProcDump monitor re-attached successfully.");
   } else {

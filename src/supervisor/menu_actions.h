@@ -4,7 +4,7 @@
 #include "console/log.h"
 #include "console/menu.h"
 #include "console/screen.h"
-#include "dumps/dump_capture.h"
+#include "dumps/procdump_monitor.h"
 #include "install/core_version.h"
 #include "platform/console.h"
 #include "supervisor/core_update.h"
@@ -17,7 +17,7 @@ namespace vosk::supervisor {
 
 // The services that the menu's items call.
 struct MenuServices {
-  dumps::DumpCapture& dump_capture;
+  dumps::ProcDumpMonitor& procdump_monitor;
   const install::CoreVersion& core_version;
   GracefulRestart& restart;
   DiagnosticReport& diagnostic_report;

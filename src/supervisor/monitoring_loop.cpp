@@ -91,7 +91,7 @@ void MonitoringLoop::AttachToRunningCore() {
   log_.LogInfo("Found existing instance of target (PID: {}).", pid);
   if (!OpenRunningCore(pid)) return;
   state_.hProcDump =
-      services_.dump_capture.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
+      services_.procdump_monitor.LaunchProcDumpMonitor(pid, places_.dump_storage_directory);
   if (!state_.hProcDump) {
     log_.LogError("Failed launch ProcDump for existing PID {}.", pid);
     log_.LogError("Detaching from existing process.");

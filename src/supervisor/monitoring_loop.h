@@ -6,13 +6,13 @@
 #include "console/log.h"
 #include "console/screen.h"
 #include "console/status_bar.h"
-#include "dumps/dump_capture.h"
+#include "dumps/procdump_monitor.h"
 #include "install/core_version.h"
 #include "install/disk_keeper.h"
 #include "install/msi_installer.h"
 #include "platform/host.h"
 #include "process/process_control.h"
-#include "report/host_info.h"
+#include "report/host_info/host_info.h"
 #include "supervisor/core_update.h"
 #include "supervisor/crash_processing.h"
 #include "supervisor/graceful_restart.h"
@@ -33,7 +33,7 @@ struct LoopServices {
   console::StatusBar& status_bar;
   install::CoreVersion& core_version;
   process::ProcessControl& processes;
-  dumps::DumpCapture& dump_capture;
+  dumps::ProcDumpMonitor& procdump_monitor;
   report::HostInfo& host_info;
   CrashProcessing& crash_processing;
   GracefulRestart& restart;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "platform/types.h"
-#include "report/process_module.h"
+#include "report/host_info/process_module.h"
 
 namespace vosk::supervisor {
 

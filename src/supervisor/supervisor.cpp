@@ -13,7 +13,7 @@
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/system.h"
-#include "report/report_archive.h"
+#include "report/archive/report_archive.h"
 #include "supervisor/core_update.h"
 #include "supervisor/diagnostic_report.h"
 #include "supervisor/graceful_restart.h"
@@ -285,12 +285,13 @@ void Supervisor::LogMonitoringBanner(const Places& places) {
 }
 
 void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
-  dumps::DumpCapture dump_capture(host_, log_, state_.red_alert_mode);
+  dumps::ProcDumpMonitor procdump_monitor(host_, log_, state_.red_alert_mode);
+  dumps::ImmediateDump immediate_dump(host_, log_, state_.red_alert_mode);
   report::ReportArchive archive(host_.files, host_.system, host_.clock, log_, progress_);
   const auto uploader = network_.MakeUploader(host_, log_, progress_);
   CrashProcessing crash_processing(host_.files, log_, host_info_, archive, *uploader,
                                    state_.red_alert_mode);
-  DiagnosticReport diagnostic_report(host_.files, log_, dump_capture, host_info_, archive,
+  DiagnosticReport diagnostic_report(host_.files, log_, immediate_dump, host_info_, archive,
                                      *uploader, state_.red_alert_mode);
   GracefulRestart restart(host_.processes, log_, processes_, state_);
   const auto version_service = network_.MakeVersionService(log_);
@@ -304,7 +305,7 @@ void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
                      .processes = processes_},
                     places, state_);
   MenuActions menu(host_.console, log_, screen_,
-                   {.dump_capture = dump_capture,
+                   {.procdump_monitor = procdump_monitor,
                     .core_version = core_version_,
                     .restart = restart,
                     .diagnostic_report = diagnostic_report,
@@ -315,7 +316,7 @@ void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
                        .status_bar = status_bar_,
                        .core_version = core_version_,
                        .processes = processes_,
-                       .dump_capture = dump_capture,
+                       .procdump_monitor = procdump_monitor,
                        .host_info = host_info_,
                        .crash_processing = crash_processing,
                        .restart = restart,

@@ -13,7 +13,7 @@
 #include "platform/console.h"
 #include "platform/host.h"
 #include "process/process_control.h"
-#include "report/host_info.h"
+#include "report/host_info/host_info.h"
 #include "supervisor/network.h"
 #include "supervisor/places.h"
 #include "supervisor/startup_provision.h"
