@@ -89,7 +89,7 @@ void HostInfo::EnumerateGPUs(std::ostream& stream) {
 }
 
 ProcessModules HostInfo::CaptureProcessModules(const platform::ProcessHandle& process) {
-  return CaptureModules(process, host_.processes, host_.machine, log_);
+  return report::CaptureProcessModules(process, host_.processes, host_.machine, log_);
 }
 
 }  // namespace vosk::report

@@ -40,8 +40,8 @@ Result<ModuleListing> ListModules(Processes& processes, const ProcessHandle& pro
 
 }  // namespace
 
-ProcessModules CaptureModules(const ProcessHandle& process, Processes& processes,
-                              platform::Machine& machine, console::LogSink& log) {
+ProcessModules CaptureProcessModules(const ProcessHandle& process, Processes& processes,
+                                     platform::Machine& machine, console::LogSink& log) {
   const auto listing = ListModules(processes, process);
   if (!listing) {
     log.LogError("CaptureProcessModules: EnumProcessModules failed: {}", listing.error());

@@ -10,8 +10,9 @@ namespace vosk::report {
 
 // Returns the modules of a live process that belong to the C++ runtime or the base of the system,
 // sorted by name; none, with the reason in the log, if they cannot be listed.
-[[nodiscard]] ProcessModules CaptureModules(const platform::ProcessHandle& process,
-                                            platform::Processes& processes,
-                                            platform::Machine& machine, console::LogSink& log);
+[[nodiscard]] ProcessModules CaptureProcessModules(const platform::ProcessHandle& process,
+                                                   platform::Processes& processes,
+                                                   platform::Machine& machine,
+                                                   console::LogSink& log);
 
 }  // namespace vosk::report

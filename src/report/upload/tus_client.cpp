@@ -40,7 +40,7 @@ bool TusClient::TusUpload(const std::filesystem::path& file_path) {
 
 std::int64_t TusClient::GetTusUploadOffset(CURL* handle, const std::string& upload_url,
                                            TusResponse& response) {
-  return QueryUploadOffset(handle, upload_url, response, log_);
+  return report::GetTusUploadOffset(handle, upload_url, response, log_);
 }
 
 }  // namespace vosk::report

@@ -26,8 +26,8 @@ std::int64_t OffsetOfAnswer(const TusResponse& response, console::LogSink& log) 
 
 }  // namespace
 
-std::int64_t QueryUploadOffset(CURL* handle, const std::string& upload_url, TusResponse& response,
-                               console::LogSink& log) {
+std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url, TusResponse& response,
+                                console::LogSink& log) {
   log.LogInfo("TUS: Sending HEAD request to get offset for: {}", upload_url);
   const HeaderList headers(OffsetQueryHeaders());
   SetOption(handle, CURLOPT_URL, upload_url.c_str());

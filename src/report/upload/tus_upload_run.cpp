@@ -47,7 +47,7 @@ bool TusUploadRun::Run() {
   log_.LogInfo("Starting TUS upload for: {}", file_);
   if (!Measure() || !OpenHandle() || !CreateResource()) return false;
 
-  offset_ = QueryUploadOffset(curl_.get(), url_, response_, log_);
+  offset_ = GetTusUploadOffset(curl_.get(), url_, response_, log_);
   if (offset_ < 0) {
     log_.LogError("Failed to determine initial upload offset via HEAD request.");
     return false;
@@ -299,7 +299,7 @@ bool TusUploadRun::MayRetry(const TusAnswer& answer) {
 
 bool TusUploadRun::AgreeOnOffset() {
   log_.LogInfo("Checking server offset before retry...");
-  const std::int64_t server_offset = QueryUploadOffset(curl_.get(), url_, response_, log_);
+  const std::int64_t server_offset = GetTusUploadOffset(curl_.get(), url_, response_, log_);
   if (server_offset < 0) {
     log_.LogError("Failed to get server offset before retry. Aborting.");
     return false;
