@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "bench/measure.h"
-#include "report/tus_protocol.h"
+#include "report/upload/tus_protocol.h"
 
 namespace vosk::bench {
 namespace {

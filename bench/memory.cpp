@@ -11,8 +11,8 @@
 #include "bench/benches.h"
 #include "bench/discarding_server.h"
 #include "bench/measure.h"
-#include "report/report_archive.h"
-#include "report/tus_client.h"
+#include "report/archive/report_archive.h"
+#include "report/upload/tus_client.h"
 #include "simulation/log_recorder.h"
 #include "simulation/simulated_host.h"
 

@@ -3,7 +3,7 @@
 
 #include "bench/benches.h"
 #include "bench/measure.h"
-#include "report/report_archive.h"
+#include "report/archive/report_archive.h"
 #include "simulation/log_recorder.h"
 #include "simulation/simulated_host.h"
 

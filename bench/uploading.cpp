@@ -7,8 +7,8 @@
 #include "bench/benches.h"
 #include "bench/discarding_server.h"
 #include "bench/measure.h"
-#include "report/tus_client.h"
-#include "report/tus_protocol.h"
+#include "report/upload/tus_client.h"
+#include "report/upload/tus_protocol.h"
 #include "simulation/log_recorder.h"
 #include "simulation/simulated_host.h"
 

@@ -1,10 +1,8 @@
 #include "dumps/procdump_acquisition.h"
 
-#include <fmt/format.h>
-
 #include <string>
 
-#include "dumps/procdump_names.h"
+#include "dumps/procdump_search.h"
 #include "identity.h"
 #include "text/utf.h"
 
@@ -28,8 +26,8 @@ ProcDumpAcquisition::ProcDumpAcquisition(platform::Files& files, platform::Syste
 
 bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supervisor_directory,
                                                const std::filesystem::path& work_directory) {
-  if (const auto present = FindExecutable(supervisor_directory); !present.empty()) {
-    log_.LogInfo("ProcDump executable found in application directory: {}", Utf8(present));
+  if (const auto present = FindProcDump(files_, supervisor_directory)) {
+    log_.LogInfo("ProcDump executable found in application directory: {}", Utf8(present->path));
     return true;
   }
   const std::string directory = Utf8(supervisor_directory);
@@ -53,7 +51,7 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
     return false;
   }
 
-  if (FindExecutable(supervisor_directory).empty()) {
+  if (!FindProcDump(files_, supervisor_directory)) {
     log_.LogError(
         "EnsureProcDumpExists: ProcDump extraction reported success, but "
         "executable still not found in {}",
@@ -65,14 +63,6 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
   }
   log_.LogInfo("ProcDump successfully downloaded and extracted to: {}", directory);
   return true;
-}
-
-std::filesystem::path ProcDumpAcquisition::FindExecutable(const std::filesystem::path& directory) {
-  for (const auto name : {kPrimaryExecutable, kFallbackExecutable}) {
-    auto executable = directory / name;
-    if (files_.Exists(executable).value_or(false)) return executable;
-  }
-  return {};
 }
 
 void ProcDumpAcquisition::CleanUpZip(const std::filesystem::path& zip_path) {

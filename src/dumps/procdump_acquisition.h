@@ -18,20 +18,19 @@ class ProcDumpAcquisition {
   ProcDumpAcquisition(platform::Files& files, platform::System& system, console::LogSink& log,
                       net::Downloader& downloader);
 
-  // True when one of ProcDump's executables is in the supervisor directory at the end. A missing
-  // one is downloaded as a zip into the work directory, which does not keep it. A package without
-  // use is told in a box as well as in the log.
+  // True if one of ProcDump's executables is in the supervisor directory at the end. A missing
+  // one is downloaded as a zip into the work directory, which does not keep it. A package
+  // without use is reported in a box as well as in the log.
   [[nodiscard]] bool EnsureProcDumpExists(const std::filesystem::path& supervisor_directory,
                                           const std::filesystem::path& work_directory);
 
-  // Takes one of the executables out of the zip into the directory, which is made when missing.
+  // Takes one of the executables out of the zip into the directory, which is made if missing.
   [[nodiscard]] bool ExtractProcDump(const std::filesystem::path& zip_path,
                                      const std::filesystem::path& destination_directory);
 
  private:
   struct Member;
 
-  [[nodiscard]] std::filesystem::path FindExecutable(const std::filesystem::path& directory);
   [[nodiscard]] bool PrepareDirectory(const std::filesystem::path& directory);
   [[nodiscard]] std::optional<Member> FindMember(zip::ZipReader& zip,
                                                  const std::filesystem::path& zip_path);

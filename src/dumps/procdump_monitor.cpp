@@ -1,13 +1,19 @@
-// The usual way to a dump: ProcDump attached to the Core.
+#include "dumps/procdump_monitor.h"
+
 #include <fmt/format.h>
 
-#include "dumps/dump_capture.h"
-#include "dumps/procdump_names.h"
+#include <optional>
+#include <string>
+
+#include "dumps/procdump_search.h"
 #include "platform/files.h"
 #include "platform/system.h"
 #include "text/utf.h"
 
 namespace vosk::dumps {
+namespace {
+
+// `full_memory` asks for dumps of the whole memory.
 std::string MonitorCommandLine(const std::filesystem::path& procdump, bool full_memory,
                                platform::ProcessId pid,
                                const std::filesystem::path& dump_directory) {
@@ -16,43 +22,16 @@ std::string MonitorCommandLine(const std::filesystem::path& procdump, bool full_
                      text::PathToUtf8(dump_directory));
 }
 
-bool DumpCapture::IsPresent(const std::filesystem::path& path) {
-  return host_.files.Exists(path).value_or(false);
-}
+}  // namespace
 
-std::filesystem::path DumpCapture::FindProcDump() {
-  const auto module = host_.system.ModulePath();
-  if (!module) {
-    log_.LogError("GetModuleFileNameW failed: {}", module.error());
-    return {};
-  }
-  auto primary = module->parent_path() / kPrimaryExecutable;
-  if (IsPresent(primary)) {
-    log_.LogInfo("Using primary ProcDump executable: {}", primary);
-    return primary;
-  }
-  auto fallback = module->parent_path() / kFallbackExecutable;
-  if (IsPresent(fallback)) {
-    log_.LogInfo("Using fallback ProcDump executable: {}", fallback);
-    return fallback;
-  }
-  log_.LogError("ProcDump executable not found in application directory: Checked {} and fallback.",
-                primary);
-  return {};
-}
+ProcDumpMonitor::ProcDumpMonitor(const platform::Host& host, console::LogSink& log,
+                                 const std::atomic<bool>& red_alert_mode)
+    : host_(host), log_(log), red_alert_mode_(red_alert_mode) {}
 
-platform::ProcessHandle DumpCapture::LaunchProcDumpMonitor(
+platform::ProcessHandle ProcDumpMonitor::LaunchProcDumpMonitor(
     platform::ProcessId pid, const std::filesystem::path& dump_directory) {
-  const std::filesystem::path procdump = FindProcDump();
-  if (procdump.empty()) return {};
-  if (!IsPresent(dump_directory)) {
-    const std::string directory = text::PathToUtf8(dump_directory);
-    if (const auto created = host_.files.CreateDirectories(dump_directory); !created) {
-      log_.LogError("Failed to create dump directory '{}': {}", directory, created.error());
-      return {};
-    }
-    log_.LogInfo("Created dump directory: {}", directory);
-  }
+  const std::filesystem::path procdump = FindExecutable();
+  if (procdump.empty() || !PrepareDirectory(dump_directory)) return {};
   const bool full_memory = red_alert_mode_.load();
   if (full_memory) {
     log_.LogWarn("RED ALERT: Attaching ProcDump in full-memory (-ma) mode for PID {}", pid);
@@ -69,6 +48,37 @@ platform::ProcessHandle DumpCapture::LaunchProcDumpMonitor(
   }
   log_.LogInfo("ProcDump launched successfully. Monitor Process ID: {}", started->pid);
   return std::move(started->handle);
+}
+
+std::filesystem::path ProcDumpMonitor::FindExecutable() {
+  const auto module = host_.system.ModulePath();
+  if (!module) {
+    log_.LogError("GetModuleFileNameW failed: {}", module.error());
+    return {};
+  }
+  const auto found = FindProcDump(host_.files, module->parent_path());
+  if (!found) {
+    log_.LogError(
+        "ProcDump executable not found in application directory: Checked {} and fallback.",
+        module->parent_path() / kPrimaryExecutable);
+    return {};
+  }
+  if (found->is_fallback) {
+    log_.LogInfo("Using fallback ProcDump executable: {}", found->path);
+  } else {
+    log_.LogInfo("Using primary ProcDump executable: {}", found->path);
+  }
+  return found->path;
+}
+
+bool ProcDumpMonitor::PrepareDirectory(const std::filesystem::path& directory) {
+  if (host_.files.Exists(directory).value_or(false)) return true;
+  if (const auto created = host_.files.CreateDirectories(directory); !created) {
+    log_.LogError("Failed to create dump directory '{}': {}", directory, created.error());
+    return false;
+  }
+  log_.LogInfo("Created dump directory: {}", directory);
+  return true;
 }
 
 }  // namespace vosk::dumps

@@ -8,7 +8,6 @@
 
 #include "net/download_progress.h"
 #include "net/easy_handle.h"
-#include "text/utf.h"
 
 namespace vosk::net {
 namespace {
@@ -32,7 +31,7 @@ class DownloadedFile {
     return Check() ? size : 0;
   }
 
-  // Gives the file back to everybody. The error number of a write that failed, or 0.
+  // Gives the file back to everybody. Returns the error number of a write that failed, or 0.
   int Close() {
     errno = 0;
     stream_->flush();
@@ -63,7 +62,7 @@ class ProgressReporter {
         g_terminateMonitoring_(g_terminateMonitoring),
         last_report_(clock.SteadyNow()) {}
 
-  // False when the transfer is to be broken off.
+  // False if the transfer is to be broken off.
   bool Report(DownloadedBytes bytes) {
     if (bytes.total > 0) {
       const double percentage =
@@ -147,9 +146,8 @@ HttpDownloader::HttpDownloader(platform::Files& files, platform::Clock& clock,
 
 bool HttpDownloader::DownloadFile(const std::string& url,
                                   const std::filesystem::path& destination) {
-  const std::string target = text::PathToUtf8(destination);
   log_.LogInfo("Attempting download from URL: {}", url);
-  log_.LogInfo("Saving downloaded file to: {}", target);
+  log_.LogInfo("Saving downloaded file to: {}", destination);
   const EasyHandle easy(curl_easy_init());
   if (!easy) {
     log_.LogError("DownloadFile: Failed to initialize libcurl.");
@@ -159,7 +157,7 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   if (!stream) {
     log_.LogError(
         "DownloadFile: Failed to open destination file for writing: {}. Error: {} (Code: {})",
-        target, TextOfErrno(static_cast<int>(stream.error().code.value)), stream.error());
+        destination, TextOfErrno(static_cast<int>(stream.error().code.value)), stream.error());
     return false;
   }
 
@@ -169,7 +167,7 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   SetOptions(easy.get(), url, file, reporter, limits_);
   CURLcode code = curl_easy_perform(easy.get());
   if (const int error = file.Close(); error != 0) {
-    log_.LogWarn("DownloadFile: Writing to {} failed. Error: {} (Code: {})", target,
+    log_.LogWarn("DownloadFile: Writing to {} failed. Error: {} (Code: {})", destination,
                  TextOfErrno(error), error);
     // The last bytes may have failed after libcurl had handed over all of them.
     code = CURLE_WRITE_ERROR;
@@ -186,19 +184,18 @@ bool HttpDownloader::DownloadFile(const std::string& url,
 }
 
 void HttpDownloader::RemoveIncompleteFile(const std::filesystem::path& destination) {
-  const std::string target = text::PathToUtf8(destination);
   try {
-    // Where nobody can say whether it exists, it may well be there.
+    // If nobody can say whether it exists, it may well be there.
     if (!files_.Exists(destination).value_or(true)) return;
     const auto removed = files_.Remove(destination);
     if (!removed) {
-      log_.LogWarn("Failed to remove incomplete download file: {}. Error: {}", target,
+      log_.LogWarn("Failed to remove incomplete download file: {}. Error: {}", destination,
                    removed.error());
     } else if (*removed) {
-      log_.LogInfo("Removed incomplete download file: {}", target);
+      log_.LogInfo("Removed incomplete download file: {}", destination);
     }
   } catch (const std::exception& problem) {
-    log_.LogWarn("Exception while removing incomplete download file '{}': {}", target,
+    log_.LogWarn("Exception while removing incomplete download file '{}': {}", destination,
                  problem.what());
   }
 }

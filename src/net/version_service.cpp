@@ -16,14 +16,15 @@ constexpr long kHttpOk = 200;
 // it up. The parsed document is many times as large, and its parser does not survive a refused
 // allocation.
 constexpr std::size_t kLargestBody = std::size_t{4} << 20;
-// A body of this size is told in full. The log, its recent lines and the console each keep a copy.
+// A body of this size is logged in full. The log, its recent lines and the console each keep a
+// copy.
 constexpr std::size_t kLongestLoggedBody = std::size_t{64} << 10;
 
 class ResponseBody {
  public:
   explicit ResponseBody(console::LogSink& log) : log_(log) {}
 
-  // 0 when there is no memory left for it.
+  // Returns 0 if there is no memory left for it.
   std::size_t Append(const char* data, std::size_t size) {
     if (Fits(size)) {
       try {

@@ -1,69 +1,17 @@
 #include "process/process_control.h"
 
-#include <fmt/format.h>
-
-#include "identity.h"
 #include "platform/types.h"
+#include "process/process_end.h"
+#include "process/rival_processes.h"
 
 namespace vosk::process {
-namespace {
-
-using platform::ProcessHandle;
-
-}  // namespace
 
 ProcessControl::ProcessControl(platform::Processes& processes, console::LogSink& log)
     : processes_(processes), log_(log) {}
 
-platform::Result<> ProcessControl::TerminateProcessL(const ProcessHandle& handle,
+platform::Result<> ProcessControl::TerminateProcessL(const platform::ProcessHandle& handle,
                                                      std::uint32_t exit_code) {
-  if (!handle) {
-    log_.LogError("TerminateProcessL: Received invalid process handle.");
-    return tl::unexpected(platform::kInvalidHandle);
-  }
-  const auto pid = processes_.Id(handle);
-  if (!pid) {
-    log_.LogError("TerminateProcessL: Failed to get PID from handle. Error: {}", pid.error());
-  }
-  log_.LogInfo("TerminateProcessL: Attempting termination via API for handle {}",
-               pid ? fmt::format("(PID: {})", *pid) : "(PID unknown)");
-  const auto terminated = processes_.Terminate(handle, exit_code);
-  if (terminated) {
-    log_.LogInfo("TerminateProcessL: TerminateProcess API succeeded for PID: {}",
-                 pid ? fmt::to_string(*pid) : "Handle");
-    return {};
-  }
-  log_.LogError("TerminateProcessL: TerminateProcess API failed. Error: {}", terminated.error());
-  if (terminated.error() != platform::kAccessDenied) {
-    log_.LogError(
-        "TerminateProcessL: Not attempting taskkill fallback as error was not Access Denied.");
-    return terminated;
-  }
-  log_.LogWarn(
-      "TerminateProcessL: Access denied with API. Attempting fallback using 'taskkill /F'...");
-  if (!pid) {
-    log_.LogError("TerminateProcessL: Cannot use taskkill fallback because PID is unknown.");
-    return tl::unexpected(platform::kAccessDenied);
-  }
-  return TerminateByTaskkill(*pid);
-}
-
-platform::Result<> ProcessControl::TerminateByTaskkill(platform::ProcessId pid) {
-  const std::string command = fmt::format("taskkill /F /PID {}", pid);
-  log_.LogInfo("TerminateProcessL: Executing fallback: {}", command);
-  const int result = processes_.RunShellCommand(command);
-  if (result == 0) {
-    log_.LogInfo(
-        "TerminateProcessL: Fallback 'taskkill /F' command executed "
-        "successfully for PID: {}",
-        pid);
-    return {};
-  }
-  log_.LogError(
-      "TerminateProcessL: Fallback 'taskkill /F' command failed or returned "
-      "error. Result code: {}",
-      result);
-  return tl::unexpected(platform::kAccessDenied);
+  return process::TerminateProcessL(handle, exit_code, processes_, log_);
 }
 
 bool ProcessControl::EnableDebugPriv() {
@@ -109,6 +57,22 @@ bool ProcessControl::IsProcessAlive(platform::ProcessId pid) {
     return false;
   }
   return *exit_code == platform::kStillActive;
+}
+
+ProcessList ProcessControl::FindTargetProcessesByName(std::u16string_view name) {
+  return process::FindTargetProcessesByName(name, processes_, log_);
+}
+
+ProcessList ProcessControl::FindCoreProcesses() {
+  return process::FindCoreProcesses(processes_, log_);
+}
+
+bool ProcessControl::TerminateOtherInstances() {
+  return process::TerminateOtherInstances(processes_, log_);
+}
+
+bool ProcessControl::TerminateProcDumpInstances() {
+  return process::TerminateProcDumpInstances(processes_, log_);
 }
 
 }  // namespace vosk::process

@@ -1,8 +1,8 @@
-// The searches of ProcessControl.
-#include <fmt/format.h>
+#include "process/process_search.h"
+
+#include <optional>
 
 #include "identity.h"
-#include "process/process_control.h"
 #include "process/process_walk.h"
 #include "text/utf.h"
 
@@ -16,51 +16,49 @@ std::optional<WalkFailure> CollectByName(platform::Processes& processes, std::u1
   auto failure = WalkProcesses(processes, [&](const platform::ProcessEntry& entry) {
     if (text::ToLowerAscii(entry.executable_name) == wanted) found.push_back(entry.pid);
   });
-  const bool empty_list =
-      failure && failure->step == WalkStep::first_entry && failure->code == platform::kNoMoreFiles;
-  return empty_list ? std::nullopt : failure;
+  return failure && IsEmptyList(*failure) ? std::nullopt : failure;
 }
 
 }  // namespace
 
-ProcessList ProcessControl::FindTargetProcessesByName(std::u16string_view name) {
+ProcessList FindTargetProcessesByName(std::u16string_view name, platform::Processes& processes,
+                                      console::LogSink& log) {
   ProcessList found;
   if (name.empty()) {
-    log_.LogError("FindTargetProcessesByName: Provided target name is empty.");
+    log.LogError("FindTargetProcessesByName: Provided target name is empty.");
     return found;
   }
-  const auto failure = CollectByName(processes_, name, found);
+  const auto failure = CollectByName(processes, name, found);
   if (!failure) return found;
   switch (failure->step) {
     case WalkStep::snapshot:
-      log_.LogError("FindTargetProcessesByName: CreateToolhelp32Snapshot failed. Error: {}",
-                    failure->code);
+      log.LogError("FindTargetProcessesByName: CreateToolhelp32Snapshot failed. Error: {}",
+                   failure->code);
       break;
     case WalkStep::first_entry:
-      log_.LogError("FindTargetProcessesByName: Process32FirstW failed. Error: {}", failure->code);
+      log.LogError("FindTargetProcessesByName: Process32FirstW failed. Error: {}", failure->code);
       break;
     case WalkStep::next_entry:
-      log_.LogError(
-          "FindTargetProcessesByName: Process32NextW failed during enumeration. Error: {}",
-          failure->code);
+      log.LogError("FindTargetProcessesByName: Process32NextW failed during enumeration. Error: {}",
+                   failure->code);
       break;
   }
   return found;
 }
 
-ProcessList ProcessControl::FindCoreProcesses() {
+ProcessList FindCoreProcesses(platform::Processes& processes, console::LogSink& log) {
   ProcessList found;
-  const auto failure = CollectByName(processes_, identity::kCoreExecutable, found);
+  const auto failure = CollectByName(processes, identity::kCoreExecutable, found);
   if (!failure) return found;
   switch (failure->step) {
     case WalkStep::snapshot:
-      log_.LogError("CreateToolhelp32Snapshot failed: {}", failure->code);
+      log.LogError("CreateToolhelp32Snapshot failed: {}", failure->code);
       break;
     case WalkStep::first_entry:
-      log_.LogError("Process32FirstW failed: {}", failure->code);
+      log.LogError("Process32FirstW failed: {}", failure->code);
       break;
     case WalkStep::next_entry:
-      log_.LogError("Process32NextW failed during process enumeration: {}", failure->code);
+      log.LogError("Process32NextW failed during process enumeration: {}", failure->code);
       break;
   }
   return found;

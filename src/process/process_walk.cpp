@@ -2,6 +2,10 @@
 
 namespace vosk::process {
 
+bool IsEmptyList(const WalkFailure& failure) {
+  return failure.step == WalkStep::first_entry && failure.code == platform::kNoMoreFiles;
+}
+
 std::optional<WalkFailure> WalkProcesses(
     platform::Processes& processes,
     const std::function<void(const platform::ProcessEntry&)>& visit) {

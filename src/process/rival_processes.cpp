@@ -1,8 +1,13 @@
-// How ProcessControl clears the field: other supervisors and monitors left over from earlier runs.
+#include "process/rival_processes.h"
+
 #include <fmt/format.h>
 
+#include <chrono>
+#include <optional>
+
 #include "identity.h"
-#include "process/process_control.h"
+#include "process/process_end.h"
+#include "process/process_search.h"
 #include "process/process_walk.h"
 #include "text/utf.h"
 
@@ -15,144 +20,165 @@ constexpr std::uint32_t kTerminationAccess = platform::access::kSynchronize |
 constexpr std::chrono::milliseconds kRivalExitWait{500};
 constexpr std::uint32_t kTerminatedExitCode = 1;
 
-}  // namespace
+// What became of a process that has to go.
+enum class Rival { signalled, gone, stays };
 
-bool ProcessControl::TerminateOtherInstances() {
-  log_.LogInfo("Checking for and terminating other running VOSK instances ({})...",
-               text::WideToUtf8(identity::kSupervisorExecutable));
-  const platform::ProcessId own_pid = processes_.OwnId();
-  const ProcessList instances = FindTargetProcessesByName(identity::kSupervisorExecutable);
-  if (instances.empty()) {
-    log_.LogInfo("No other VOSK instances found running.");
-    return true;
-  }
-  log_.LogInfo("Found {} VOSK process(es). Terminating others...", instances.size());
-  bool all_ended = true;
-  int attempts = 0;
-  for (const platform::ProcessId pid : instances) {
-    if (pid != own_pid && !TerminateOtherInstance(pid, attempts)) all_ended = false;
-  }
-  if (attempts > 0) {
-    log_.LogInfo("Attempted to terminate {} other VOSK instance(s).", attempts);
-  }
-  if (!all_ended) {
-    log_.LogWarn("Errors occurred while trying to terminate all other VOSK instances.");
-  } else if (attempts == 0 && instances.size() > 1) {
-    log_.LogWarn("Found other VOSK instances but failed to terminate any.");
-  }
-  return all_ended;
-}
-
-bool ProcessControl::TerminateOtherInstance(platform::ProcessId pid, int& attempts) {
-  log_.LogWarn("Attempting to terminate other VOSK instance with PID: {}", pid);
-  const auto process = processes_.Open(kTerminationAccess, pid);
+Rival TerminateOtherInstance(platform::ProcessId pid, platform::Processes& processes,
+                             console::LogSink& log) {
+  log.LogWarn("Attempting to terminate other VOSK instance with PID: {}", pid);
+  const auto process = processes.Open(kTerminationAccess, pid);
   if (!process) {
-    log_.LogError("Failed to open other VOSK process (PID: {}) for termination. Error: {}", pid,
-                  process.error());
+    log.LogError("Failed to open other VOSK process (PID: {}) for termination. Error: {}", pid,
+                 process.error());
     // A process that has gone meanwhile is what we want.
-    return process.error() == platform::kInvalidParameter;
+    return process.error() == platform::kInvalidParameter ? Rival::gone : Rival::stays;
   }
-  if (const auto terminated = TerminateProcessL(*process, kTerminatedExitCode); !terminated) {
-    log_.LogError("Failed to terminate other VOSK process (PID: {}). Error: {}", pid,
-                  terminated.error());
+  const auto terminated = TerminateProcessL(*process, kTerminatedExitCode, processes, log);
+  if (!terminated) {
+    log.LogError("Failed to terminate other VOSK process (PID: {}). Error: {}", pid,
+                 terminated.error());
     // A process that was ending by itself cannot be ended any more.
-    const auto outcome = processes_.WaitFor(*process, kRivalExitWait);
-    return outcome && *outcome == platform::WaitOutcome::finished;
+    const auto outcome = processes.WaitFor(*process, kRivalExitWait);
+    return outcome == platform::WaitOutcome::finished ? Rival::gone : Rival::stays;
   }
-  log_.LogInfo(
+  log.LogInfo(
       "Successfully signaled termination for other VOSK instance (PID: {}). Waiting briefly...",
       pid);
   // Nothing hangs on the outcome: an instance that lingers is already on its way out.
-  static_cast<void>(processes_.WaitFor(*process, kRivalExitWait));
-  ++attempts;
-  return true;
+  static_cast<void>(processes.WaitFor(*process, kRivalExitWait));
+  return Rival::signalled;
 }
 
-// Lists the monitors that run. A verdict is given where there is no list to go on with.
-std::optional<bool> ProcessControl::CollectProcDumpInstances(ProcessList& found, bool& complete) {
-  const platform::ProcessId own_pid = processes_.OwnId();
-  const auto failure = WalkProcesses(processes_, [&](const platform::ProcessEntry& entry) {
+// Appends the monitors that run to `found`.
+std::optional<WalkFailure> CollectProcDumpInstances(platform::Processes& processes,
+                                                    console::LogSink& log, ProcessList& found) {
+  const platform::ProcessId own_pid = processes.OwnId();
+  return WalkProcesses(processes, [&](const platform::ProcessEntry& entry) {
     if (!text::ToLowerAscii(entry.executable_name).starts_with(u"procdump")) return;
     if (entry.pid == own_pid) return;
-    log_.LogInfo(u"TerminateProcDumpInstances: Found matching process: " + entry.executable_name +
-                 text::Utf8ToUtf16(fmt::format(" (PID: {})", entry.pid)));
+    log.LogInfo(u"TerminateProcDumpInstances: Found matching process: " + entry.executable_name +
+                text::Utf8ToUtf16(fmt::format(" (PID: {})", entry.pid)));
     found.push_back(entry.pid);
   });
-  complete = !failure;
-  if (!failure) return std::nullopt;
-  switch (failure->step) {
-    case WalkStep::snapshot:
-      log_.LogError("TerminateProcDumpInstances: CreateToolhelp32Snapshot failed. Error: {}",
-                    failure->code);
-      return false;
-    case WalkStep::first_entry:
-      if (failure->code == platform::kNoMoreFiles) {
-        log_.LogInfo("TerminateProcDumpInstances: No processes found.");
-        return true;
-      }
-      log_.LogError("TerminateProcDumpInstances: Process32FirstW failed. Error: {}", failure->code);
-      return false;
-    case WalkStep::next_entry:
-      log_.LogError(
-          "TerminateProcDumpInstances: Process32NextW failed during enumeration. Error: {}",
-          failure->code);
-      break;
-  }
-  return std::nullopt;
 }
 
-bool ProcessControl::TerminateProcDumpInstances() {
-  log_.LogInfo("Checking for and terminating any running 'procdump*.exe' instances...");
-  ProcessList found;
-  bool all_signalled = true;
-  if (const auto verdict = CollectProcDumpInstances(found, all_signalled)) return *verdict;
-  if (found.empty()) {
-    log_.LogInfo(
-        "TerminateProcDumpInstances: No 'procdump*.exe' instances found running (other than "
-        "potentially self).");
-    return all_signalled;
+void LogProcDumpWalkFailure(const WalkFailure& failure, console::LogSink& log) {
+  switch (failure.step) {
+    case WalkStep::snapshot:
+      log.LogError("TerminateProcDumpInstances: CreateToolhelp32Snapshot failed. Error: {}",
+                   failure.code);
+      break;
+    case WalkStep::first_entry:
+      log.LogError("TerminateProcDumpInstances: Process32FirstW failed. Error: {}", failure.code);
+      break;
+    case WalkStep::next_entry:
+      log.LogError(
+          "TerminateProcDumpInstances: Process32NextW failed during enumeration. Error: {}",
+          failure.code);
+      break;
   }
-  log_.LogInfo("TerminateProcDumpInstances: Attempting termination for {} found process(es)...",
-               found.size());
-  int attempts = 0;
+}
+
+Rival TerminateProcDumpInstance(platform::ProcessId pid, platform::Processes& processes,
+                                console::LogSink& log) {
+  const auto process = processes.Open(kTerminationAccess, pid);
+  if (!process) {
+    if (process.error() == platform::kInvalidParameter) {
+      log.LogInfo("TerminateProcDumpInstances: Process PID {} likely already exited.", pid);
+      return Rival::gone;
+    }
+    log.LogError("TerminateProcDumpInstances: Failed to open process PID {}. Error: {}", pid,
+                 process.error());
+    return Rival::stays;
+  }
+  if (!TerminateProcessL(*process, kTerminatedExitCode, processes, log)) {
+    log.LogError(
+        "TerminateProcDumpInstances: Failed to terminate process PID {} using TerminateProcessL.",
+        pid);
+    return Rival::stays;
+  }
+  log.LogInfo("TerminateProcDumpInstances: Termination signal sent successfully to PID {}.", pid);
+  return Rival::signalled;
+}
+
+// `complete`: the list of monitors was read to its end. False if that or an end failed.
+bool TerminateMonitors(const ProcessList& found, bool complete, platform::Processes& processes,
+                       console::LogSink& log) {
+  log.LogInfo("TerminateProcDumpInstances: Attempting termination for {} found process(es)...",
+              found.size());
+  bool all_signalled = complete;
+  std::size_t attempts = 0;
   for (const platform::ProcessId pid : found) {
-    if (!TerminateProcDumpInstance(pid, attempts)) all_signalled = false;
+    const Rival rival = TerminateProcDumpInstance(pid, processes, log);
+    if (rival == Rival::signalled) ++attempts;
+    if (rival == Rival::stays) all_signalled = false;
   }
   if (attempts > 0) {
-    log_.LogInfo("TerminateProcDumpInstances: Attempted termination for {} process(es).", attempts);
+    log.LogInfo("TerminateProcDumpInstances: Attempted termination for {} process(es).", attempts);
   }
   if (!all_signalled) {
-    log_.LogWarn("TerminateProcDumpInstances: Errors occurred during termination attempts.");
-  } else if (attempts == static_cast<int>(found.size())) {
-    log_.LogInfo(
+    log.LogWarn("TerminateProcDumpInstances: Errors occurred during termination attempts.");
+  } else if (attempts == found.size()) {
+    log.LogInfo(
         "TerminateProcDumpInstances: Successfully initiated termination for all found instances.");
   } else {
-    log_.LogWarn(
+    log.LogWarn(
         "TerminateProcDumpInstances: Some instances may not have been terminated successfully.");
   }
   return all_signalled;
 }
 
-bool ProcessControl::TerminateProcDumpInstance(platform::ProcessId pid, int& attempts) {
-  const auto process = processes_.Open(kTerminationAccess, pid);
-  if (!process) {
-    if (process.error() == platform::kInvalidParameter) {
-      log_.LogInfo("TerminateProcDumpInstances: Process PID {} likely already exited.", pid);
-      return true;
-    }
-    log_.LogError("TerminateProcDumpInstances: Failed to open process PID {}. Error: {}", pid,
-                  process.error());
-    return false;
+}  // namespace
+
+bool TerminateOtherInstances(platform::Processes& processes, console::LogSink& log) {
+  log.LogInfo("Checking for and terminating other running VOSK instances ({})...",
+              text::WideToUtf8(identity::kSupervisorExecutable));
+  const platform::ProcessId own_pid = processes.OwnId();
+  const ProcessList instances =
+      FindTargetProcessesByName(identity::kSupervisorExecutable, processes, log);
+  if (instances.empty()) {
+    log.LogInfo("No other VOSK instances found running.");
+    return true;
   }
-  if (!TerminateProcessL(*process, kTerminatedExitCode)) {
-    log_.LogError(
-        "TerminateProcDumpInstances: Failed to terminate process PID {} using TerminateProcessL.",
-        pid);
-    return false;
+  log.LogInfo("Found {} VOSK process(es). Terminating others...", instances.size());
+  bool all_ended = true;
+  int attempts = 0;
+  for (const platform::ProcessId pid : instances) {
+    if (pid == own_pid) continue;
+    const Rival rival = TerminateOtherInstance(pid, processes, log);
+    if (rival == Rival::signalled) ++attempts;
+    if (rival == Rival::stays) all_ended = false;
   }
-  log_.LogInfo("TerminateProcDumpInstances: Termination signal sent successfully to PID {}.", pid);
-  ++attempts;
-  return true;
+  if (attempts > 0) {
+    log.LogInfo("Attempted to terminate {} other VOSK instance(s).", attempts);
+  }
+  if (!all_ended) {
+    log.LogWarn("Errors occurred while trying to terminate all other VOSK instances.");
+  } else if (attempts == 0 && instances.size() > 1) {
+    log.LogWarn("Found other VOSK instances but failed to terminate any.");
+  }
+  return all_ended;
+}
+
+bool TerminateProcDumpInstances(platform::Processes& processes, console::LogSink& log) {
+  log.LogInfo("Checking for and terminating any running 'procdump*.exe' instances...");
+  ProcessList found;
+  const auto failure = CollectProcDumpInstances(processes, log, found);
+  if (failure && IsEmptyList(*failure)) {
+    log.LogInfo("TerminateProcDumpInstances: No processes found.");
+    return true;
+  }
+  if (failure) {
+    LogProcDumpWalkFailure(*failure, log);
+    if (failure->step != WalkStep::next_entry) return false;
+  }
+  if (found.empty()) {
+    log.LogInfo(
+        "TerminateProcDumpInstances: No 'procdump*.exe' instances found running (other than "
+        "potentially self).");
+    return !failure;
+  }
+  return TerminateMonitors(found, !failure, processes, log);
 }
 
 }  // namespace vosk::process

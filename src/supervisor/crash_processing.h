@@ -9,7 +9,7 @@
 
 #include "console/log.h"
 #include "platform/files.h"
-#include "report/uploader.h"
+#include "report/upload/uploader.h"
 #include "supervisor/report_steps.h"
 
 namespace vosk::supervisor {

@@ -3,11 +3,11 @@
 namespace vosk::supervisor {
 
 DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log,
-                                   dumps::DumpCapture& dump_capture, ReportSteps& steps,
+                                   dumps::ImmediateDump& immediate_dump, ReportSteps& steps,
                                    report::Uploader& uploader, const Places& places)
     : files_(files),
       log_(log),
-      dump_capture_(dump_capture),
+      immediate_dump_(immediate_dump),
       steps_(steps),
       uploader_(uploader),
       places_(places) {}
@@ -15,7 +15,7 @@ DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log
 void DiagnosticReport::Submit(platform::ProcessId core_pid) {
   log_.LogInfo("=== Submitting Diagnostic Report ===");
   log_.LogInfo("Creating memory dump of running VELDRAN Core (PID: {})...", core_pid);
-  const auto dump = dump_capture_.CreateImmediateDump(core_pid, places_.dump_storage_directory);
+  const auto dump = immediate_dump_.CreateImmediateDump(core_pid, places_.dump_storage_directory);
   if (!dump) {
     log_.LogError("Failed to create memory dump for diagnostic report.");
     return;

@@ -4,9 +4,9 @@
 #include <filesystem>
 
 #include "console/log.h"
-#include "dumps/dump_capture.h"
+#include "dumps/immediate_dump.h"
 #include "platform/files.h"
-#include "report/uploader.h"
+#include "report/upload/uploader.h"
 #include "supervisor/places.h"
 #include "supervisor/report_steps.h"
 
@@ -14,8 +14,9 @@ namespace vosk::supervisor {
 
 class DiagnosticReport {
  public:
-  DiagnosticReport(platform::Files& files, console::LogSink& log, dumps::DumpCapture& dump_capture,
-                   ReportSteps& steps, report::Uploader& uploader, const Places& places);
+  DiagnosticReport(platform::Files& files, console::LogSink& log,
+                   dumps::ImmediateDump& immediate_dump, ReportSteps& steps,
+                   report::Uploader& uploader, const Places& places);
 
   // Dumps the running Core, packs the dump and uploads the archive. The Core goes on; a report that
   // cannot be sent is kept as ".zip.failed_upload".
@@ -26,7 +27,7 @@ class DiagnosticReport {
 
   platform::Files& files_;
   console::LogSink& log_;
-  dumps::DumpCapture& dump_capture_;
+  dumps::ImmediateDump& immediate_dump_;
   ReportSteps& steps_;
   report::Uploader& uploader_;
   const Places& places_;

@@ -4,7 +4,7 @@
 
 #include "identity.h"
 #include "net/http_download.h"
-#include "report/tus_client.h"
+#include "report/upload/tus_client.h"
 
 namespace vosk::supervisor {
 

@@ -10,7 +10,7 @@
 #include "net/downloader.h"
 #include "net/version_service.h"
 #include "platform/host.h"
-#include "report/uploader.h"
+#include "report/upload/uploader.h"
 
 namespace vosk::supervisor {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "report/host_info.h"
-#include "report/report_archive.h"
+#include "report/archive/report_archive.h"
+#include "report/host_info/host_info.h"
 
 namespace vosk::supervisor {
 

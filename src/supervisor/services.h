@@ -8,8 +8,9 @@
 #include "console/screen.h"
 #include "console/status_bar.h"
 #include "console/transfer_progress.h"
-#include "dumps/dump_capture.h"
+#include "dumps/immediate_dump.h"
 #include "dumps/procdump_acquisition.h"
+#include "dumps/procdump_monitor.h"
 #include "identity.h"
 #include "install/core_version.h"
 #include "install/disk_keeper.h"
@@ -19,9 +20,9 @@
 #include "net/version_service.h"
 #include "platform/host.h"
 #include "process/process_control.h"
-#include "report/host_info.h"
-#include "report/report_archive.h"
-#include "report/uploader.h"
+#include "report/archive/report_archive.h"
+#include "report/host_info/host_info.h"
+#include "report/upload/uploader.h"
 #include "supervisor/crash_processing.h"
 #include "supervisor/diagnostic_report.h"
 #include "supervisor/menu_actions.h"
@@ -61,17 +62,18 @@ struct Services {
   std::unique_ptr<report::Uploader> uploader = network.MakeUploader(host, log, progress);
   process::ProcessControl processes{host.processes, log};
   dumps::ProcDumpAcquisition procdump_acquisition{host.files, host.system, log, *downloader};
-  dumps::DumpCapture dump_capture{host, log, state.red_alert_mode};
+  dumps::ProcDumpMonitor procdump_monitor{host, log, state.red_alert_mode};
+  dumps::ImmediateDump immediate_dump{host, log, state.red_alert_mode};
   install::CoreVersion core_version{host.files, log};
   install::DiskKeeper disk_keeper{host.files, host.clock, log, processes};
   install::MsiInstaller msi_installer{host, log, progress, processes, *downloader};
   install::SelfUpdate self_update{host, log, processes, *downloader, core_version, state.g_terminateMonitoring};
-  WatchedCore core{host, log, processes, dump_capture, host_info, places, state};
+  WatchedCore core{host, log, processes, procdump_monitor, places, state};
   report::HostInfo host_info{host, log, {std::string(identity::kVersion), core_version.Current(), core.Modules()}};
   report::ReportArchive archive{host.files, host.system, host.clock, log, progress};
   ReportSteps report_steps{host.files, host_info, archive, state.red_alert_mode};
   CrashProcessing crash_processing{host.files, log, report_steps, *uploader};
-  DiagnosticReport diagnostic_report{host.files, log, dump_capture, report_steps, *uploader, places};
+  DiagnosticReport diagnostic_report{host.files, log, immediate_dump, report_steps, *uploader, places};
   UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_keeper, core_version, core, places, state};
   MenuActions menu{host.console, log, screen, core, core_version, diagnostic_report, update_schedule, state};
   // clang-format on

@@ -6,6 +6,7 @@
 #include "console/colours.h"
 #include "identity.h"
 #include "platform/clock.h"
+#include "report/host_info/module_capture.h"
 #include "text/utf.h"
 
 namespace vosk::supervisor {
@@ -32,13 +33,13 @@ constexpr std::uint32_t kEndedForGood = 1;
 }  // namespace
 
 WatchedCore::WatchedCore(const platform::Host& host, console::LogSink& log,
-                         process::ProcessControl& processes, dumps::DumpCapture& dump_capture,
-                         report::HostInfo& host_info, const Places& places, SupervisorState& state)
+                         process::ProcessControl& processes,
+                         dumps::ProcDumpMonitor& procdump_monitor, const Places& places,
+                         SupervisorState& state)
     : host_(host),
       log_(log),
       processes_(processes),
-      dump_capture_(dump_capture),
-      host_info_(host_info),
+      procdump_monitor_(procdump_monitor),
       places_(places),
       state_(state) {}
 
@@ -139,12 +140,13 @@ void WatchedCore::WatchLaunchedCore() {
 
 std::size_t WatchedCore::CaptureModules() {
   const std::lock_guard lock(log_.ConsoleLock());
-  captured_modules_ = host_info_.CaptureProcessModules(hTargetProcess_);
+  captured_modules_ =
+      report::CaptureProcessModules(hTargetProcess_, host_.processes, host_.machine, log_);
   return captured_modules_.size();
 }
 
 bool WatchedCore::AttachMonitor() {
-  HoldMonitor(dump_capture_.LaunchProcDumpMonitor(target_pid_, places_.dump_storage_directory));
+  HoldMonitor(procdump_monitor_.LaunchProcDumpMonitor(target_pid_, places_.dump_storage_directory));
   return HasMonitor();
 }
 

@@ -8,12 +8,11 @@
 #include <utility>
 
 #include "console/log.h"
-#include "dumps/dump_capture.h"
+#include "dumps/procdump_monitor.h"
 #include "platform/host.h"
 #include "platform/processes.h"
 #include "process/process_control.h"
-#include "report/host_info.h"
-#include "report/process_module.h"
+#include "report/host_info/process_module.h"
 #include "supervisor/places.h"
 #include "supervisor/state.h"
 
@@ -30,8 +29,8 @@ class WatchedCore {
   using SteadyTime = SupervisorState::SteadyTime;
 
   WatchedCore(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes,
-              dumps::DumpCapture& dump_capture, report::HostInfo& host_info, const Places& places,
-              SupervisorState& state);
+              dumps::ProcDumpMonitor& procdump_monitor, report::HostInfo& host_info,
+              const Places& places, SupervisorState& state);
 
   [[nodiscard]] bool IsHeld() const { return target_pid_ != 0 && hTargetProcess_; }
   [[nodiscard]] bool HasMonitor() const { return static_cast<bool>(hProcDump_); }
@@ -91,8 +90,7 @@ class WatchedCore {
   platform::Host host_;
   console::LogSink& log_;
   process::ProcessControl& processes_;
-  dumps::DumpCapture& dump_capture_;
-  report::HostInfo& host_info_;
+  dumps::ProcDumpMonitor& procdump_monitor_;
   const Places& places_;
   SupervisorState& state_;
 

@@ -64,7 +64,7 @@ ZipReader::Outcome ZipReader::ExtractToFile(std::uint32_t index,
   mz_zip_clear_last_error(&zip);
   if (mz_zip_reader_extract_to_file(&zip, index, name->c_str(), 0) != 0) return {};
   mz_zip_error error = mz_zip_peek_last_error(&zip);
-  // miniz notes nothing where the compressed bytes themselves make no sense.
+  // miniz notes nothing if the compressed bytes themselves make no sense.
   if (error == MZ_ZIP_NO_ERROR) error = MZ_ZIP_DECOMPRESSION_FAILED;
   // A file that could not even be opened is somebody else's, and whole.
   if (error == MZ_ZIP_FILE_OPEN_FAILED) return Failed(error);

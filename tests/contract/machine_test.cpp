@@ -6,7 +6,7 @@
 
 #include "platform/processes.h"
 #include "platform/system.h"
-#include "report/host_info.h"
+#include "report/host_info/host_info.h"
 #include "tests/contract/host_under_test.h"
 #include "text/utf.h"
 

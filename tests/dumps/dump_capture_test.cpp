@@ -1,8 +1,8 @@
-#include "dumps/dump_capture.h"
-
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "dumps/immediate_dump.h"
+#include "dumps/procdump_monitor.h"
 #include "tests/support/checked_host.h"
 #include "tests/support/transcript.h"
 #include "tests/support/variants.h"
@@ -21,9 +21,9 @@ void Arrange(SimulatedHost& host) {
 // A monitor, and beside it a dump at once.
 std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert) {
   const std::atomic<bool> mode{red_alert};
-  DumpCapture capture(host.Bundle(), log, mode);
-  const auto monitor = capture.LaunchProcDumpMonitor(1004, "C:/Dumps here");
-  const auto dump = capture.CreateImmediateDump(1004, "C:/Dumps");
+  const auto monitor =
+      ProcDumpMonitor(host.Bundle(), log, mode).LaunchProcDumpMonitor(1004, "C:/Dumps here");
+  const auto dump = ImmediateDump(host.Bundle(), log, mode).CreateImmediateDump(1004, "C:/Dumps");
   host.choke.faults.Clear();
   const bool hidden = monitor && host.processes.At(*host.processes.Id(monitor)).console ==
                                      platform::ConsoleOfChild::no_window;

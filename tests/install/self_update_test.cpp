@@ -83,11 +83,9 @@ struct Scene {
   platform::ProcessId monitor_pid = 0;
   supervisor::SupervisorState state;
   supervisor::Places places;
-  dumps::DumpCapture dump_capture{host.Bundle(), log.Sink(), state.red_alert_mode};
-  report::ProcessModules modules;
-  report::HostInfo host_info{host.Bundle(), log.Sink(), {"", core_version.Current(), modules}};
-  supervisor::WatchedCore core{host.Bundle(), log.Sink(), processes, dump_capture,
-                               host_info,     places,     state};
+  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode};
+  supervisor::WatchedCore core{host.Bundle(),    log.Sink(), processes,
+                               procdump_monitor, places,     state};
 };
 
 using Row = std::pair<std::string, std::function<void(Scene&)>>;

@@ -1,4 +1,4 @@
-#include "report/archive_names.h"
+#include "report/archive/archive_names.h"
 
 #include <gtest/gtest.h>
 

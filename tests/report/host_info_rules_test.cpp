@@ -1,12 +1,14 @@
 // What the host report concludes, as one stored text of what is given and what becomes of it.
-#include "report/host_info_rules.h"
-
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
 #include <map>
 
+#include "report/host_info/graphics_rules.h"
+#include "report/host_info/network_rules.h"
+#include "report/host_info/runtime_rules.h"
+#include "report/host_info/windows_rules.h"
 #include "tests/support/stored_text.h"
 
 namespace vosk::report {

@@ -1,4 +1,4 @@
-#include "report/host_info.h"
+#include "report/host_info/host_info.h"
 
 #include <gmock/gmock.h>
 
@@ -6,8 +6,12 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "report/host_info_rules.h"
-#include "report/host_info_sections.h"
+#include "report/host_info/graphics_rules.h"
+#include "report/host_info/head.h"
+#include "report/host_info/network.h"
+#include "report/host_info/runtime.h"
+#include "report/host_info/system.h"
+#include "report/host_info/windows_version.h"
 #include "tests/support/checked_host.h"
 #include "tests/support/log_matchers.h"
 #include "tests/support/stored_text.h"

@@ -1,4 +1,4 @@
-#include "report/host_info.h"
+#include "report/host_info/host_info.h"
 #include "tests/support/transcript.h"
 
 namespace vosk::report {

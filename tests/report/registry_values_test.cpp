@@ -1,4 +1,4 @@
-#include "report/registry_values.h"
+#include "report/host_info/registry_values.h"
 
 #include <gtest/gtest.h>
 

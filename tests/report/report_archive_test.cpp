@@ -1,4 +1,4 @@
-#include "report/report_archive.h"
+#include "report/archive/report_archive.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

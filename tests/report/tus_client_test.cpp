@@ -4,7 +4,7 @@
 // words stand for what a server does that breaks the protocol. All else is what came of it: the
 // requests with ">", the log, and the end with "=". "~" is an answer whose request and log are of
 // no interest.
-#include "report/tus_client.h"
+#include "report/upload/tus_client.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

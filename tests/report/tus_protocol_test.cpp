@@ -1,4 +1,4 @@
-#include "report/tus_protocol.h"
+#include "report/upload/tus_protocol.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>

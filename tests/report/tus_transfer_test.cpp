@@ -1,4 +1,4 @@
-#include "report/tus_transfer.h"
+#include "report/upload/tus_transfer.h"
 
 #include <gtest/gtest.h>
 

@@ -80,10 +80,8 @@ struct Work {
                                   downloader,    version,    state.g_terminateMonitoring};
   install::DiskKeeper disk_keeper{host.files, host.clock, log.Sink(), processes};
   std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
-  dumps::DumpCapture dump_capture{host.Bundle(), log.Sink(), state.red_alert_mode};
-  report::ProcessModules modules;
-  report::HostInfo host_info{host.Bundle(), log.Sink(), {"", version.Current(), modules}};
-  WatchedCore watched{host.Bundle(), log.Sink(), processes, dump_capture, host_info, places, state};
+  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode};
+  WatchedCore watched{host.Bundle(), log.Sink(), processes, procdump_monitor, places, state};
   UpdateSchedule update{host.clock, log.Sink(), *service, self_update, disk_keeper,
                         version,    watched,    places,   state};
   platform::ProcessId core = 0;

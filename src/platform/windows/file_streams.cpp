@@ -7,7 +7,7 @@
 
 namespace vosk::platform::windows {
 
-constexpr std::size_t kBufferSize = 64 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 // The most that one call of the system reads.
 constexpr std::streamsize kLargestRead = 1 << 30;
 

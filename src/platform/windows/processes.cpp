@@ -131,6 +131,7 @@ class WindowsProcesses : public Processes {
       if (needed <= bytes) break;
     }
     std::vector<ModuleId> ids;
+    ids.reserve(modules.size());
     for (const HMODULE module : modules) ids.push_back(reinterpret_cast<ModuleId>(module));
     return ids;
   }

@@ -19,7 +19,7 @@ std::string FromWide(std::wstring_view wide) {
 }
 
 std::wstring SystemPath(const std::filesystem::path& path) {
-  const std::wstring plain = std::filesystem::path(path).make_preferred().native();
+  std::wstring plain = std::filesystem::path(path).make_preferred().native();
   if (plain.size() < kLongestPlainPath || plain.starts_with(LR"(\\?\)")) return plain;
   const DWORD needed = ::GetFullPathNameW(plain.c_str(), 0, nullptr, nullptr);
   std::wstring full(needed, L'\0');

@@ -1,0 +1,15 @@
+// Clears the field for this supervisor and its Core's monitor.
+#pragma once
+
+#include "console/log.h"
+#include "platform/processes.h"
+
+namespace vosk::process {
+
+// Ends every other running supervisor. False if one could not be ended.
+bool TerminateOtherInstances(platform::Processes& processes, console::LogSink& log);
+
+// Ends every process whose name begins with "procdump". False if one could not be ended.
+bool TerminateProcDumpInstances(platform::Processes& processes, console::LogSink& log);
+
+}  // namespace vosk::process
