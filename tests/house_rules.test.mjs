@@ -14,7 +14,7 @@ const floors = [
   ['supervisor'],
   ['install'],
   ['dumps', 'report', 'hostsettings'],
-  ['process', 'net', 'zip'],
+  ['process', 'net', 'files', 'zip'],
   ['console'],
   ['text'],
   ['platform'],

@@ -1,9 +1,9 @@
 // How MsiInstaller comes by a package, and what it leaves behind: nothing.
 #include <fmt/format.h>
 
+#include "files/tree_removal.h"
 #include "identity.h"
 #include "install/msi_installer.h"
-#include "install/tree_removal.h"
 #include "text/utf.h"
 
 namespace vosk::install {
@@ -18,7 +18,7 @@ bool MsiInstaller::AutomatedInstall(const std::filesystem::path& temp_directory)
   progress_.Reset();
 
   log_.LogInfo("Installer: Cleaning up temporary files...");
-  if (const auto removed = RemoveTree(host_.files, work_directory, work_directory)) {
+  if (const auto removed = files::RemoveTree(host_.files, work_directory, work_directory)) {
     log_.LogInfo("Installer: Temporary directory cleaned up.");
   } else {
     log_.LogWarn("Installer: Failed to fully clean up temp directory '{}': {}", work_directory,
@@ -33,7 +33,8 @@ bool MsiInstaller::AutomatedInstall(const std::filesystem::path& temp_directory)
 }
 
 bool MsiInstaller::PrepareWorkDirectory(const std::filesystem::path& work_directory) {
-  if (const auto removed = RemoveTree(host_.files, work_directory, work_directory); !removed) {
+  if (const auto removed = files::RemoveTree(host_.files, work_directory, work_directory);
+      !removed) {
     log_.LogWarn("Installer: Could not remove old temp install dir: {}", removed.error());
   }
   if (const auto created = host_.files.CreateDirectories(work_directory); !created) {

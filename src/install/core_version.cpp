@@ -39,7 +39,7 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
     if (!quiet) {
       log_.LogInfo("Attempting to read current core version from: {}", path);
     }
-    const std::string version = ReadFirstLine(path, quiet);
+    std::string version = ReadFirstLine(path, quiet);
     if (!version.empty()) Track(version, quiet);
     return version;
   } catch (const std::exception& problem) {

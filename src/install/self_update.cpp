@@ -4,8 +4,8 @@
 
 #include <mutex>
 
+#include "files/tree_removal.h"
 #include "identity.h"
-#include "install/tree_removal.h"
 #include "install/work_files.h"
 #include "net/version_compare.h"
 #include "text/utf.h"
@@ -53,7 +53,8 @@ bool SelfUpdate::Run(const UpdateRequest& request) {
                  core_version_.Current());
   }
   log_.LogInfo("Update: Cleaning up temporary install directory: {}", work.directory);
-  if (const auto removed = RemoveTree(host_.files, work.directory, work.directory); !removed) {
+  if (const auto removed = files::RemoveTree(host_.files, work.directory, work.directory);
+      !removed) {
     log_.LogWarn("Update: Failed to fully cleanup temp directory: {}", removed.error());
   }
   log_.LogInfo("--- Update Sequence Finished (Overall Success: {}) ---", success ? "Yes" : "No");
@@ -83,7 +84,8 @@ bool SelfUpdate::RunSteps(const UpdateRequest& request, const Work& work) {
 
 bool SelfUpdate::PrepareWorkDirectory(const Work& work) {
   log_.LogInfo("Update Step 1/7: Preparing temporary download directory...");
-  if (const auto removed = RemoveTree(host_.files, work.directory, work.directory); !removed) {
+  if (const auto removed = files::RemoveTree(host_.files, work.directory, work.directory);
+      !removed) {
     log_.LogWarn("Update Warning: Failed to remove old install temp directory: {}",
                  removed.error());
   }

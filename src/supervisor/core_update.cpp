@@ -61,7 +61,7 @@ void CoreUpdate::UpdateAtStartup(const std::string& latest) {
       "Startup update check: Newer version available! Current: {}, Latest: {}. "
       "Updating before monitoring starts.",
       current, latest);
-  if (!services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
+  if (!services_.disk_space.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
     log_.LogWarn("Startup update check: Insufficient disk space for update. Skipping.");
     return;
   }
@@ -87,7 +87,7 @@ void CoreUpdate::CheckPeriodically(SupervisorState::SteadyTime now, bool core_ru
   if (state_.update_in_progress.load() || state_.restart_in_progress.load()) return;
   const int order = net::CompareVersions(latest, current);
   if (order == net::kUnreadableVersion) return;
-  if (!services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
+  if (!services_.disk_space.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
   if (order != kNewer) {
     if (fetched) log_.LogInfo("Current version {} is up-to-date.", current);
     return;

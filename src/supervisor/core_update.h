@@ -6,7 +6,7 @@
 
 #include "console/log.h"
 #include "install/core_version.h"
-#include "install/disk_keeper.h"
+#include "install/disk_space.h"
 #include "install/self_update.h"
 #include "net/version_service.h"
 #include "platform/host.h"
@@ -19,7 +19,7 @@ namespace vosk::supervisor {
 struct UpdateServices {
   net::VersionService& version_service;
   install::SelfUpdate& self_update;
-  install::DiskKeeper& disk_keeper;
+  install::DiskSpace& disk_space;
   install::CoreVersion& core_version;
   process::ProcessControl& processes;
 };

@@ -8,7 +8,7 @@
 #include "console/status_bar.h"
 #include "dumps/dump_capture.h"
 #include "install/core_version.h"
-#include "install/disk_keeper.h"
+#include "install/disk_space.h"
 #include "install/msi_installer.h"
 #include "platform/host.h"
 #include "process/process_control.h"
@@ -38,7 +38,7 @@ struct LoopServices {
   CrashProcessing& crash_processing;
   GracefulRestart& restart;
   MenuActions& menu;
-  install::DiskKeeper& disk_keeper;
+  install::DiskSpace& disk_space;
   install::MsiInstaller& msi_installer;
   CoreUpdate& update;
 };

@@ -3,8 +3,9 @@
 #include <fmt/format.h>
 
 #include "dumps/procdump_acquisition.h"
+#include "files/directory_clearing.h"
+#include "files/tree_removal.h"
 #include "identity.h"
-#include "install/tree_removal.h"
 #include "install/work_files.h"
 #include "platform/clock.h"
 #include "platform/files.h"
@@ -34,7 +35,7 @@ tl::expected<void, std::string> StartupProvision::AcquireProcDump(const Places& 
   if (places.dump_storage_directory.empty()) {
     log_.LogWarn("Dump storage directory path is invalid, cannot clear contents.");
   } else {
-    provisions_.disk_keeper.ClearDirectory(places.dump_storage_directory);
+    files::ClearDirectory(host_.files, host_.clock, log_, places.dump_storage_directory);
   }
   return {};
 }
@@ -43,21 +44,21 @@ void StartupProvision::RemoveUpdateLeftovers(const Places& places) {
   const auto leftovers = places.TempDirectory() / install::kWorkDirectoryName;
   if (!host_.files.Exists(leftovers).value_or(false)) return;
   log_.LogInfo("Removing installation directory left behind: {}", leftovers);
-  if (const auto removed = install::RemoveTree(host_.files, leftovers, leftovers); !removed) {
+  if (const auto removed = files::RemoveTree(host_.files, leftovers, leftovers); !removed) {
     log_.LogWarn("Failed to remove installation directory {}. Error: {}", leftovers,
                  removed.error());
   }
 }
 
 void StartupProvision::WaitForDiskSpace(const Places& places) {
-  install::DiskKeeper& keeper = provisions_.disk_keeper;
+  install::DiskSpace& space = provisions_.disk_space;
   // Where the Core will be is not settled yet: the current directory's volume stands for it.
   const std::filesystem::path unsettled;
-  for (bool first_pass = true; !keeper.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
+  for (bool first_pass = true; !space.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
     log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
-    const std::uint64_t freed =
-        keeper.CleanUpStorage(places.dump_storage_directory, places.TempDirectory());
-    if (keeper.CheckDiskSpace(unsettled, /*verbose=*/false)) {
+    const std::uint64_t freed = provisions_.storage_cleanup.CleanUpStorage(
+        places.dump_storage_directory, places.TempDirectory());
+    if (space.CheckDiskSpace(unsettled, /*verbose=*/false)) {
       log_.LogInfo("Storage cleanup successful! Proceeding with update.");
     } else {
       log_.LogError("Even after freeing {} MB, insufficient space for update. Update aborted.",

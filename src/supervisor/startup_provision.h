@@ -5,8 +5,9 @@
 #include <tl/expected.hpp>
 
 #include "console/log.h"
-#include "install/disk_keeper.h"
+#include "install/disk_space.h"
 #include "install/msi_installer.h"
+#include "install/storage_cleanup.h"
 #include "net/downloader.h"
 #include "platform/host.h"
 #include "supervisor/places.h"
@@ -16,7 +17,8 @@ namespace vosk::supervisor {
 // The services by which something is fetched, made room for and installed.
 struct Provisions {
   net::Downloader& downloader;
-  install::DiskKeeper& disk_keeper;
+  install::DiskSpace& disk_space;
+  install::StorageCleanup& storage_cleanup;
   install::MsiInstaller& msi_installer;
 };
 

@@ -201,10 +201,13 @@ int Supervisor::RunWithCom() {
   });
   const auto downloader =
       network_.MakeDownloader(host_, log_, progress_, state_.g_terminateMonitoring);
-  install::DiskKeeper disk_keeper(host_.files, host_.clock, log_, processes_);
+  install::DiskSpace disk_space(host_.files, log_);
+  install::StorageCleanup storage_cleanup(host_.files, host_.clock, log_, processes_);
   install::MsiInstaller msi_installer(host_, log_, progress_, processes_, *downloader);
-  const Provisions provisions{
-      .downloader = *downloader, .disk_keeper = disk_keeper, .msi_installer = msi_installer};
+  const Provisions provisions{.downloader = *downloader,
+                              .disk_space = disk_space,
+                              .storage_cleanup = storage_cleanup,
+                              .msi_installer = msi_installer};
   Places places;
   if (const auto status = PrepareMonitoring(places, provisions)) return *status;
   Monitor(places, provisions);
@@ -299,7 +302,7 @@ void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
   CoreUpdate update(host_, log_,
                     {.version_service = *version_service,
                      .self_update = self_update,
-                     .disk_keeper = provisions.disk_keeper,
+                     .disk_space = provisions.disk_space,
                      .core_version = core_version_,
                      .processes = processes_},
                     places, state_);
@@ -320,7 +323,7 @@ void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
                        .crash_processing = crash_processing,
                        .restart = restart,
                        .menu = menu,
-                       .disk_keeper = provisions.disk_keeper,
+                       .disk_space = provisions.disk_space,
                        .msi_installer = provisions.msi_installer,
                        .update = update},
                       places, state_);

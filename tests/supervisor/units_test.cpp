@@ -79,11 +79,11 @@ struct Work {
   install::CoreVersion version{host.files, log.Sink()};
   install::SelfUpdate self_update{host.Bundle(), log.Sink(), processes,
                                   downloader,    version,    state.g_terminateMonitoring};
-  install::DiskKeeper disk_keeper{host.files, host.clock, log.Sink(), processes};
+  install::DiskSpace disk_space{host.files, log.Sink()};
   std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
   CoreUpdate update{host.Bundle(),
                     log.Sink(),
-                    {*service, self_update, disk_keeper, version, processes},
+                    {*service, self_update, disk_space, version, processes},
                     places,
                     state};
   platform::ProcessId core = 0;

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-namespace vosk::install {
+namespace vosk::files {
 
 // From the root of a drive or share, without "." and "..".
 [[nodiscard]] bool IsFixedPath(const std::filesystem::path& path);
@@ -15,4 +15,4 @@ namespace vosk::install {
 // Without the empty last element of "a/b/": behind a link, it would stand for the target.
 [[nodiscard]] std::filesystem::path WithoutTrailingSeparator(const std::filesystem::path& path);
 
-}  // namespace vosk::install
+}  // namespace vosk::files

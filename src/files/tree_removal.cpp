@@ -1,4 +1,4 @@
-#include "install/tree_removal.h"
+#include "files/tree_removal.h"
 
 #include <fmt/format.h>
 
@@ -6,10 +6,10 @@
 #include <optional>
 #include <vector>
 
-#include "install/fixed_path.h"
+#include "files/fixed_path.h"
 #include "text/utf.h"
 
-namespace vosk::install {
+namespace vosk::files {
 namespace {
 
 using platform::Error;
@@ -132,4 +132,4 @@ std::uint64_t TreeSize(platform::Files& files, const Path& path) {
   return size;
 }
 
-}  // namespace vosk::install
+}  // namespace vosk::files

@@ -1,8 +1,8 @@
-#include "install/fixed_path.h"
+#include "files/fixed_path.h"
 
 #include <algorithm>
 
-namespace vosk::install {
+namespace vosk::files {
 namespace {
 
 using Path = std::filesystem::path;
@@ -30,4 +30,4 @@ Path WithoutTrailingSeparator(const Path& path) {
   return path.has_filename() ? path : path.parent_path();
 }
 
-}  // namespace vosk::install
+}  // namespace vosk::files

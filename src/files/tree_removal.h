@@ -7,7 +7,7 @@
 
 #include "platform/files.h"
 
-namespace vosk::install {
+namespace vosk::files {
 
 // Removes a file, a link, or a directory with everything inside; a missing path is a success. Both
 // paths are fixed (IsFixedPath) and `path` is `limit` or lies below it, not by way of a link; else
@@ -18,4 +18,4 @@ platform::Result<> RemoveTree(platform::Files& files, const std::filesystem::pat
 // The bytes of the regular files at or below the path; what cannot be read counts as 0.
 [[nodiscard]] std::uint64_t TreeSize(platform::Files& files, const std::filesystem::path& path);
 
-}  // namespace vosk::install
+}  // namespace vosk::files
