@@ -9,7 +9,7 @@
 #include "files/fixed_path.h"
 #include "files/tree_removal.h"
 #include "identity.h"
-#include "install/work_files.h"
+#include "install/work_directory.h"
 #include "text/utf.h"
 
 namespace vosk::install {

@@ -4,6 +4,7 @@
 
 #include "net/version_compare.h"
 #include "platform/clock.h"
+#include "supervisor/core_end_for_update.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -127,9 +128,11 @@ bool CoreUpdate::RunSequence(const std::string& version) {
       .dump_storage_directory = places_.dump_storage_directory,
       .core_directory = places_.target_directory,
       .log_root_directory = places_.log_root_directory,
-      .core_pid = state_.target_pid,
-      .hTargetProcess = state_.hTargetProcess,
-      .hProcDump = state_.hProcDump,
+      .end_core =
+          [this] {
+            return CoreEndForUpdate(host_.processes, log_, services_.processes)
+                .EndCore(state_.target_pid, state_.hTargetProcess, state_.hProcDump);
+          },
   });
   state_.update_in_progress.store(false);
   // A Core that the sequence has let go of is looked for, or launched, by the next cycle.

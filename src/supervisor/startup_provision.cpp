@@ -4,9 +4,8 @@
 
 #include "dumps/procdump_acquisition.h"
 #include "files/directory_clearing.h"
-#include "files/tree_removal.h"
 #include "identity.h"
-#include "install/work_files.h"
+#include "install/work_directory.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "text/utf.h"
@@ -41,11 +40,11 @@ tl::expected<void, std::string> StartupProvision::AcquireProcDump(const Places& 
 }
 
 void StartupProvision::RemoveUpdateLeftovers(const Places& places) {
-  const auto leftovers = places.TempDirectory() / install::kWorkDirectoryName;
-  if (!host_.files.Exists(leftovers).value_or(false)) return;
-  log_.LogInfo("Removing installation directory left behind: {}", leftovers);
-  if (const auto removed = files::RemoveTree(host_.files, leftovers, leftovers); !removed) {
-    log_.LogWarn("Failed to remove installation directory {}. Error: {}", leftovers,
+  const install::WorkDirectory leftovers(host_.files, places.TempDirectory());
+  if (!host_.files.Exists(leftovers.Path()).value_or(false)) return;
+  log_.LogInfo("Removing installation directory left behind: {}", leftovers.Path());
+  if (const auto removed = leftovers.Remove(); !removed) {
+    log_.LogWarn("Failed to remove installation directory {}. Error: {}", leftovers.Path(),
                  removed.error());
   }
 }

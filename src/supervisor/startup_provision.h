@@ -19,6 +19,8 @@ struct Provisions {
   net::Downloader& downloader;
   install::DiskSpace& disk_space;
   install::StorageCleanup& storage_cleanup;
+  install::CorePackage& core_package;
+  install::Msiexec& msiexec;
   install::MsiInstaller& msi_installer;
 };
 

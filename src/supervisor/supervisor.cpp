@@ -203,10 +203,14 @@ int Supervisor::RunWithCom() {
       network_.MakeDownloader(host_, log_, progress_, state_.g_terminateMonitoring);
   install::DiskSpace disk_space(host_.files, log_);
   install::StorageCleanup storage_cleanup(host_.files, host_.clock, log_, processes_);
-  install::MsiInstaller msi_installer(host_, log_, progress_, processes_, *downloader);
+  install::CorePackage core_package(host_.files, host_.installer, log_, *downloader);
+  install::Msiexec msiexec(host_.processes, processes_);
+  install::MsiInstaller msi_installer(host_, log_, progress_, core_package, msiexec);
   const Provisions provisions{.downloader = *downloader,
                               .disk_space = disk_space,
                               .storage_cleanup = storage_cleanup,
+                              .core_package = core_package,
+                              .msiexec = msiexec,
                               .msi_installer = msi_installer};
   Places places;
   if (const auto status = PrepareMonitoring(places, provisions)) return *status;
@@ -297,8 +301,8 @@ void Supervisor::Monitor(const Places& places, const Provisions& provisions) {
                                      *uploader, state_.red_alert_mode);
   GracefulRestart restart(host_.processes, log_, processes_, state_);
   const auto version_service = network_.MakeVersionService(log_);
-  install::SelfUpdate self_update(host_, log_, processes_, provisions.downloader, core_version_,
-                                  state_.g_terminateMonitoring);
+  install::SelfUpdate self_update(host_, log_, processes_, provisions.core_package,
+                                  provisions.msiexec, core_version_, state_.g_terminateMonitoring);
   CoreUpdate update(host_, log_,
                     {.version_service = *version_service,
                      .self_update = self_update,

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "supervisor/core_end_for_update.h"
 #include "tests/install/install_scene.h"
 #include "tests/support/sweep.h"
 
@@ -42,13 +43,12 @@ struct Scene {
   support::SimProcess& Monitor() { return host.processes.At(monitor_pid); }
 
   bool Run() {
-    return update.Run({.expected_version = "1.2.3",
-                       .dump_storage_directory = dump_storage_directory,
-                       .core_directory = kCoreDirectory,
-                       .log_root_directory = log_root_directory,
-                       .core_pid = core_pid,
-                       .hTargetProcess = hTargetProcess,
-                       .hProcDump = hProcDump});
+    return update.Run(
+        {.expected_version = "1.2.3",
+         .dump_storage_directory = dump_storage_directory,
+         .core_directory = kCoreDirectory,
+         .log_root_directory = log_root_directory,
+         .end_core = [this] { return core_end.EndCore(core_pid, hTargetProcess, hProcDump); }});
   }
 
   // How it ended, and what there is now.
@@ -76,7 +76,11 @@ struct Scene {
   PreparedDownload download{host};
   CoreVersion core_version{host.files, log.Sink()};
   std::atomic<bool> terminate{false};
-  SelfUpdate update{host.Bundle(), log.Sink(), processes, download, core_version, terminate};
+  CorePackage core_package{host.files, host.installer, log.Sink(), download};
+  Msiexec msiexec{host.processes, processes};
+  SelfUpdate update{host.Bundle(), log.Sink(),   processes, core_package,
+                    msiexec,       core_version, terminate};
+  supervisor::CoreEndForUpdate core_end{host.processes, log.Sink(), processes};
   std::filesystem::path dump_storage_directory = std::string(kTemp) + "/VELDRAN_VOSK_Dumps";
   std::filesystem::path log_root_directory = "C:/stats";
   platform::ProcessId core_pid = 0;

@@ -77,8 +77,10 @@ struct Work {
   process::ProcessControl processes{host.processes, log.Sink()};
   support::FakeDownloader downloader;
   install::CoreVersion version{host.files, log.Sink()};
-  install::SelfUpdate self_update{host.Bundle(), log.Sink(), processes,
-                                  downloader,    version,    state.g_terminateMonitoring};
+  install::CorePackage package{host.files, host.installer, log.Sink(), downloader};
+  install::Msiexec msiexec{host.processes, processes};
+  install::SelfUpdate self_update{
+      host.Bundle(), log.Sink(), processes, package, msiexec, version, state.g_terminateMonitoring};
   install::DiskSpace disk_space{host.files, log.Sink()};
   std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
   CoreUpdate update{host.Bundle(),

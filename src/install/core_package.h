@@ -1,26 +1,33 @@
-// The Core's installer package: a zip that holds an MSI.
+// The Core's package: a zip that holds an MSI.
 #pragma once
 
 #include <filesystem>
 #include <string>
 
 #include "console/log.h"
+#include "net/downloader.h"
 #include "platform/files.h"
 #include "platform/installer.h"
-#include "zip/zip_reader.h"
 
 namespace vosk::install {
 
-class MsiPackage {
+// Where an installation puts the Core.
+[[nodiscard]] std::filesystem::path InstalledCore();
+
+class CorePackage {
  public:
-  MsiPackage(platform::Files& files, platform::Installer& installer, console::LogSink& log);
+  CorePackage(platform::Files& files, platform::Installer& installer, console::LogSink& log,
+              net::Downloader& downloader);
+
+  // Fetches the latest package. If that fails, the reason is in the log and there is no file.
+  [[nodiscard]] bool Download(const std::filesystem::path& zip_path);
 
   // Takes the MSI out of the zip: on success it lies under its own name in the directory, which is
-  // made when missing. An MSI that lay there before is gone in any case.
+  // created if missing. An MSI that lay there before is gone in any case.
   [[nodiscard]] bool ExtractMsi(const std::filesystem::path& zip_path,
                                 const std::filesystem::path& destination_directory);
 
-  // The version that the MSI would install; empty where it cannot be read.
+  // The version that the MSI would install; empty if it cannot be read.
   [[nodiscard]] std::string GetMsiProductVersion(const std::filesystem::path& msi);
 
  private:
@@ -29,6 +36,7 @@ class MsiPackage {
   platform::Files& files_;
   platform::Installer& installer_;
   console::LogSink& log_;
+  net::Downloader& downloader_;
 };
 
 }  // namespace vosk::install
