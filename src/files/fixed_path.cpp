@@ -7,7 +7,7 @@ namespace {
 
 using Path = std::filesystem::path;
 
-// "X:\" at the start; elsewhere than on Windows that is no root to std::filesystem.
+// "X:\" at the start; except on Windows that is no root to std::filesystem.
 bool StartsAtDriveRoot(const Path& path) {
   const auto& text = path.native();
   if (text.size() < 3 || text[1] != ':' || (text[2] != '/' && text[2] != '\\')) return false;

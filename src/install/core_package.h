@@ -22,12 +22,12 @@ class CorePackage {
   // Fetches the latest package. If that fails, the reason is in the log and there is no file.
   [[nodiscard]] bool Download(const std::filesystem::path& zip_path);
 
-  // Takes the MSI out of the zip: on success it lies under its own name in the directory, which is
-  // created if missing. An MSI that lay there before is gone in any case.
+  // Extracts the MSI from the zip under its own name into the directory, which is created if
+  // missing. An MSI that lay there before is gone in any case.
   [[nodiscard]] bool ExtractMsi(const std::filesystem::path& zip_path,
                                 const std::filesystem::path& destination_directory);
 
-  // The version that the MSI would install; empty if it cannot be read.
+  // Returns the version that the MSI would install; empty if it cannot be read.
   [[nodiscard]] std::string GetMsiProductVersion(const std::filesystem::path& msi);
 
  private:

@@ -20,13 +20,13 @@ class MsiInstaller {
   MsiInstaller(const platform::Host& host, console::LogSink& log,
                console::TransferProgress& progress, CorePackage& package, Msiexec& msiexec);
 
-  // Removes every installed version of the Core, then installs this MSI. True if the Core's
-  // executable is in its place at the end. msiexec's logs go beside the MSI.
-  [[nodiscard]] bool UninstallThenInstall(const std::filesystem::path& msi);
-
   // Downloads the Core's package and installs it, from a work directory in the temporary folder
   // that is gone at the end. Takes minutes; false if there is no new Core.
   [[nodiscard]] bool AutomatedInstall(const std::filesystem::path& temp_directory);
+
+  // Removes every installed version of the Core, then installs this MSI. True if the Core's
+  // executable is in its place at the end. msiexec's logs go beside the MSI.
+  [[nodiscard]] bool UninstallThenInstall(const std::filesystem::path& msi);
 
  private:
   [[nodiscard]] bool Prepare(const WorkDirectory& work);

@@ -249,7 +249,7 @@ std::optional<std::uint32_t> SelfUpdate::RunMsiexec(std::string_view step,
                                                     const std::filesystem::path& log_path,
                                                     std::chrono::seconds limit) {
   log_.LogInfo("Installer: Step {} - Enabling log: {}", step, log_path);
-  // msiexec tells of a log that it cannot write; nothing else depends on it.
+  // msiexec complains of a log that it cannot write; nothing else depends on it.
   static_cast<void>(host_.files.CreateDirectories(log_path.parent_path()));
   static_cast<void>(host_.files.Remove(log_path));
   log_.LogInfo("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments);
