@@ -13,8 +13,6 @@
 namespace vosk::supervisor {
 namespace {
 
-using text::PathToUtf8;
-
 constexpr std::chrono::milliseconds kDiskSpacePause{1000};
 constexpr std::uint64_t kMebibyte = 1'048'576;
 
