@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "identity.h"
-#include "install/work_files.h"
+#include "install/work_directory.h"
 #include "simulation/zip_bytes.h"
 
 namespace vosk::simulation {

@@ -4,7 +4,7 @@
 
 #include <istream>
 
-#include "text/utf.h"
+#include "text/formatters.h"
 
 namespace vosk::install {
 namespace {
@@ -39,7 +39,7 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
     if (!quiet) {
       log_.LogInfo("Attempting to read current core version from: {}", path);
     }
-    const std::string version = ReadFirstLine(path, quiet);
+    std::string version = ReadFirstLine(path, quiet);
     if (!version.empty()) Track(version, quiet);
     return version;
   } catch (const std::exception& problem) {
@@ -49,19 +49,18 @@ std::string CoreVersion::Read(const std::filesystem::path& log_root_directory, b
 }
 
 std::string CoreVersion::ReadFirstLine(const std::filesystem::path& path, bool quiet) {
-  const std::string name = text::PathToUtf8(path);
   const auto exists = files_.Exists(path);
   if (!exists) {
-    Fail(fmt::format("Error checking existence of {}: {}", name, exists.error().text), quiet);
+    Fail(fmt::format("Error checking existence of {}: {}", path, exists.error().text), quiet);
     return {};
   }
   if (!*exists) {
-    Warn(fmt::format("CoreVersion.txt not found at expected location: {}", name), quiet);
+    Warn(fmt::format("CoreVersion.txt not found at expected location: {}", path), quiet);
     return {};
   }
   const auto stream = files_.OpenForReading(path);
   if (!stream) {
-    Fail(fmt::format("Failed to open {} for reading.", name), quiet);
+    Fail(fmt::format("Failed to open {} for reading.", path), quiet);
     return {};
   }
   std::string line;

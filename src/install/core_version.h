@@ -13,19 +13,19 @@ inline constexpr std::string_view kUnknownVersion = "0.0.0";
 // In the Core's stats directory.
 inline constexpr std::string_view kCoreVersionFile = "CoreVersion.txt";
 
-// The trimmed first line of "CoreVersion.txt" in the Core's stats directory; empty where the file
-// is missing, unreadable or blank.
+// Returns the trimmed first line of "CoreVersion.txt" in the Core's stats directory; empty if the
+// file is missing, unreadable or blank.
 [[nodiscard]] std::string ReadCoreVersionFile(platform::Files& files,
                                               const std::filesystem::path& stats_directory);
 
-// The internal version tracker: what is known of the installed Core's version.
+// The internal version tracker: holds what is known of the installed Core's version.
 class CoreVersion {
  public:
   CoreVersion(platform::Files& files, console::LogSink& log);
 
-  // Reads the version file again and tells of a change; a quiet call leaves out the routine lines,
-  // and what it has to complain of where the last call complained of the same.
-  // The version, or nothing where it could not be read: the tracker then keeps what it has.
+  // Reads the version file again and logs a change. A quiet call leaves out the routine lines, and
+  // a complaint if the last call had the same. Returns the version; empty if it could not be read,
+  // and the tracker then keeps what it has.
   std::string Read(const std::filesystem::path& log_root_directory, bool quiet);
 
   // kUnknownVersion until a version has been read.
@@ -34,7 +34,7 @@ class CoreVersion {
 
  private:
   [[nodiscard]] std::string ReadFirstLine(const std::filesystem::path& path, bool quiet);
-  // False where nothing new is to be told.
+  // Whether the problem is to be logged.
   [[nodiscard]] bool IsNews(const std::string& problem, bool quiet);
   void Warn(const std::string& problem, bool quiet);
   void Fail(const std::string& problem, bool quiet);

@@ -1,25 +1,67 @@
 #include "install/msi_installer.h"
 
-#include <fmt/format.h>
-
 #include "identity.h"
 #include "install/related_products.h"
 #include "platform/clock.h"
-#include "text/utf.h"
 
 namespace vosk::install {
 
-using text::PathToUtf8;
-
 MsiInstaller::MsiInstaller(const platform::Host& host, console::LogSink& log,
-                           console::TransferProgress& progress, process::ProcessControl& processes,
-                           net::Downloader& downloader)
-    : host_(host),
-      log_(log),
-      progress_(progress),
-      downloader_(downloader),
-      package_(host.files, host.installer, log),
-      msiexec_(host.files, host.processes, log, processes) {}
+                           console::TransferProgress& progress, CorePackage& package,
+                           Msiexec& msiexec)
+    : host_(host), log_(log), progress_(progress), package_(package), msiexec_(msiexec) {}
+
+bool MsiInstaller::AutomatedInstall(const std::filesystem::path& temp_directory) {
+  log_.LogWarn("VELDRAN Core launch failed or requested. Attempting automated install/update.");
+  const WorkDirectory work(host_.files, temp_directory);
+  if (!Prepare(work)) return false;
+  const bool installed = InstallFromPackage(work);
+  progress_.Reset();
+
+  log_.LogInfo("Installer: Cleaning up temporary files...");
+  if (const auto removed = work.Remove()) {
+    log_.LogInfo("Installer: Temporary directory cleaned up.");
+  } else {
+    log_.LogWarn("Installer: Failed to fully clean up temp directory '{}': {}", work.Path(),
+                 removed.error());
+  }
+  if (!installed) {
+    log_.LogError("Installer: VELDRAN Core installation failed.");
+    return false;
+  }
+  log_.LogInfo("Installer: VELDRAN Core installation process completed successfully.");
+  return true;
+}
+
+bool MsiInstaller::Prepare(const WorkDirectory& work) {
+  if (const auto removed = work.Remove(); !removed) {
+    log_.LogWarn("Installer: Could not remove old temp install dir: {}", removed.error());
+  }
+  if (const auto created = work.Create(); !created) {
+    log_.LogError("Installer: Failed to create temp install directory '{}': {}", work.Path(),
+                  created.error());
+    return false;
+  }
+  log_.LogInfo("Installer: Using temp directory: {}", work.Path());
+  return true;
+}
+
+bool MsiInstaller::InstallFromPackage(const WorkDirectory& work) {
+  const auto zip_path = work.Zip();
+  log_.LogInfo("Installer: Downloading from: {}", identity::kCorePackageUrl);
+  if (!package_.Download(zip_path)) {
+    log_.LogError("Installer: Failed to download VELDRAN Core zip.");
+    return false;
+  }
+  log_.LogInfo("Installer: Download complete: {}", zip_path);
+  progress_.Begin("Extracting");
+  if (!package_.ExtractMsi(zip_path, work.Path())) {
+    log_.LogError("Installer: Failed to extract MSI from zip.");
+    return false;
+  }
+  progress_.Begin("Installing");
+  return UninstallThenInstall(work.Msi());
+}
 
 bool MsiInstaller::UninstallThenInstall(const std::filesystem::path& msi) {
   log_.LogInfo(
@@ -27,7 +69,7 @@ bool MsiInstaller::UninstallThenInstall(const std::filesystem::path& msi) {
       msi);
   if (!IsInstallable(msi)) return false;
   const auto log_directory = msi.parent_path();
-  const auto install_log = log_directory / kInstallLogName;
+  const auto install_log = InstallLogIn(log_directory);
   const bool uninstalled_cleanly = UninstallAll(log_directory);
 
   const auto exit_code = Install(msi, install_log);
@@ -72,28 +114,24 @@ bool MsiInstaller::UninstallAll(const std::filesystem::path& log_directory) {
   log_.LogInfo(
       "Installer: Step 1/2 - Finding and uninstalling existing versions using UpgradeCode: {}",
       identity::kCoreUpgradeCode);
-  const RelatedProducts found = FindRelatedProducts(host_.installer);
-  bool clean = true;
-  for (const std::string& code : found.codes) {
-    if (!Uninstall(code, log_directory)) clean = false;
-  }
-  if (found.end != platform::kNoMoreItems) {
+  const UninstallTally tally = UninstallRelatedProducts(
+      host_.installer,
+      [&](const std::string& product_code) { return Uninstall(product_code, log_directory); });
+  if (tally.end != platform::kNoMoreItems) {
     log_.LogWarn(
         "Installer: MsiEnumRelatedProductsW failed during enumeration with error "
         "code: {}. Uninstall phase might be incomplete.",
-        found.end.value);
-    return false;
-  }
-  if (found.codes.empty()) {
+        tally.end);
+  } else if (tally.found == 0) {
     log_.LogInfo("Installer: No existing related products found using UpgradeCode.");
-  } else if (!clean) {
+  } else if (!tally.clean) {
     log_.LogWarn(
         "Installer: One or more errors occurred during the uninstall phase. Check logs above. "
         "Proceeding with install attempt.");
   } else {
     log_.LogInfo("Installer: Uninstall phase completed for existing versions found.");
   }
-  return clean;
+  return tally.clean;
 }
 
 bool MsiInstaller::Uninstall(const std::string& product_code,
@@ -105,29 +143,30 @@ bool MsiInstaller::Uninstall(const std::string& product_code,
   log_.LogInfo("Installer: Enabling uninstall log: {}", log_path);
   const std::string arguments = UninstallArguments(product_code, log_path);
   log_.LogInfo("Installer: Executing Uninstall Command: msiexec.exe {}", arguments);
-  const auto process = msiexec_.Start(arguments);
-  if (!process) {
+  const auto run = msiexec_.Start(arguments);
+  if (!run) {
     log_.LogError("Installer: ShellExecuteExW failed for Uninstall command for {}. Error: {}",
-                  product_code, process.error());
-    if (process.error() == platform::kCancelled) {
+                  product_code, run.error());
+    if (run.error() == platform::kCancelled) {
       log_.LogWarn("Installer: Uninstall for {} might have been cancelled (UAC Denied?).",
                    product_code);
     }
     return false;
   }
-  log_.LogInfo("Installer: Waiting for Uninstall process{} for {} to complete...",
-               msiexec_.PidText(*process), product_code);
-  // The exit code tells the rest: one that still runs has none but kStillActive.
-  static_cast<void>(host_.processes.WaitFor(*process, kUninstallLimit));
-  return JudgeUninstall(product_code, *process);
+  log_.LogInfo("Installer: Waiting for Uninstall process{} for {} to complete...", run->PidText(),
+               product_code);
+  return AwaitUninstall(product_code, *run);
 }
 
-bool MsiInstaller::JudgeUninstall(const std::string& product_code,
-                                  const platform::ProcessHandle& process) {
-  const auto exit_code = host_.processes.ExitCode(process);
+bool MsiInstaller::AwaitUninstall(const std::string& product_code, const MsiexecRun& run) {
+  auto exit_code = msiexec_.Await(run, kUninstallLimit);
+  // One that takes longer runs on, and its exit code says so.
+  if (!exit_code && exit_code.error().kind != MsiexecFailure::Kind::exit_code_unreadable) {
+    exit_code = msiexec_.ExitCode(run);
+  }
   if (!exit_code) {
     log_.LogWarn("Installer: Failed to get Uninstall exit code for {}. Error: {}", product_code,
-                 exit_code.error());
+                 exit_code.error().error);
     return false;
   }
   log_.LogInfo("Installer: Uninstall for {} finished with exit code: {}", product_code, *exit_code);
@@ -148,41 +187,41 @@ std::optional<std::uint32_t> MsiInstaller::Install(const std::filesystem::path& 
   log_.LogInfo("Installer: Enabling install log: {}", install_log);
   const std::string arguments = InstallArguments(msi, install_log);
   log_.LogInfo("Installer: Executing Install Command: msiexec.exe {}", arguments);
-  const auto process = msiexec_.Start(arguments);
-  if (process) {
-    log_.LogInfo("Installer: Waiting for Install process{} to complete...",
-                 msiexec_.PidText(*process));
-    return AwaitInstall(*process);
+  const auto run = msiexec_.Start(arguments);
+  if (run) {
+    log_.LogInfo("Installer: Waiting for Install process{} to complete...", run->PidText());
+    return AwaitInstall(*run);
   }
-  if (process.error() == platform::kCancelled) {
+  if (run.error() == platform::kCancelled) {
     log_.LogError("Installer: Install execution cancelled (UAC denied?). Error: 1223");
   } else {
-    log_.LogError("Installer: ShellExecuteExW failed for Install command. Error: {}",
-                  process.error());
+    log_.LogError("Installer: ShellExecuteExW failed for Install command. Error: {}", run.error());
   }
   return std::nullopt;
 }
 
-std::uint32_t MsiInstaller::AwaitInstall(const platform::ProcessHandle& process) {
-  const auto outcome = host_.processes.WaitFor(process, kInstallLimit);
-  if (!outcome) {
-    log_.LogError("Installer: WaitForSingleObject failed for Install process. Error: {}",
-                  outcome.error());
-    return platform::kStillActive;
+std::uint32_t MsiInstaller::AwaitInstall(const MsiexecRun& run) {
+  const auto exit_code = msiexec_.Await(run, kInstallLimit);
+  if (exit_code) {
+    log_.LogInfo("Installer: Install process finished with exit code: {}", *exit_code);
+    return *exit_code;
   }
-  if (*outcome == platform::WaitOutcome::timed_out) {
-    log_.LogError("Installer: Install process timed out after 5 minutes. Terminating...");
-    msiexec_.EndOverdue(process);
-    return platform::kStillActive;
+  const MsiexecFailure& failure = exit_code.error();
+  switch (failure.kind) {
+    case MsiexecFailure::Kind::wait_failed:
+      log_.LogError("Installer: WaitForSingleObject failed for Install process. Error: {}",
+                    failure.error);
+      break;
+    case MsiexecFailure::Kind::overdue:
+      log_.LogError("Installer: Install process timed out after 5 minutes. Terminating...");
+      msiexec_.End(run);
+      break;
+    case MsiexecFailure::Kind::exit_code_unreadable:
+      log_.LogWarn("Installer: Failed to get Install exit code after wait. Error: {}",
+                   failure.error);
+      break;
   }
-  const auto exit_code = host_.processes.ExitCode(process);
-  if (!exit_code) {
-    log_.LogWarn("Installer: Failed to get Install exit code after wait. Error: {}",
-                 exit_code.error());
-    return platform::kStillActive;
-  }
-  log_.LogInfo("Installer: Install process finished with exit code: {}", *exit_code);
-  return *exit_code;
+  return platform::kStillActive;
 }
 
 bool MsiInstaller::ConfirmInstall(std::uint32_t exit_code,

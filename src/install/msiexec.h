@@ -6,10 +6,8 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <tl/expected.hpp>
 
-#include "console/log.h"
-#include "install/work_files.h"
-#include "platform/files.h"
 #include "platform/processes.h"
 #include "process/process_control.h"
 
@@ -19,47 +17,57 @@ namespace vosk::install {
 inline constexpr std::uint32_t kInstallSuccess = 0;
 inline constexpr std::uint32_t kUnknownProduct = 1605;
 inline constexpr std::uint32_t kRebootRequired = 3010;
-// What a step that was ended for taking too long counts as.
-inline constexpr std::uint32_t kWaitTimeout = 258;
 
 inline constexpr std::chrono::seconds kUninstallLimit{120};
 inline constexpr std::chrono::seconds kInstallLimit{300};
 // The installer's last writes and its own children get this long after its end.
 inline constexpr std::chrono::milliseconds kPauseAfterInstall{2500};
 
-[[nodiscard]] std::string UninstallArguments(std::string_view product_code,
-                                             const std::filesystem::path& log_path);
+// msiexec's log of an installation, and of the removal of one product.
+[[nodiscard]] std::filesystem::path InstallLogIn(const std::filesystem::path& directory);
+[[nodiscard]] std::filesystem::path UninstallLogIn(const std::filesystem::path& directory,
+                                                   std::string_view product_code);
+
 [[nodiscard]] std::string InstallArguments(const std::filesystem::path& msi,
                                            const std::filesystem::path& log_path);
-// Where an installation puts the Core.
-[[nodiscard]] std::filesystem::path InstalledCore();
+[[nodiscard]] std::string UninstallArguments(std::string_view product_code,
+                                             const std::filesystem::path& log_path);
+
+// An msiexec.exe that was started.
+struct MsiexecRun {
+  platform::ProcessHandle process;
+  platform::ProcessId pid = 0;  // 0: unknown
+
+  // " (PID: 4711)", or nothing if the number is unknown.
+  [[nodiscard]] std::string PidText() const;
+};
+
+// Why a run has no exit code.
+struct MsiexecFailure {
+  enum class Kind { wait_failed, overdue, exit_code_unreadable };
+  Kind kind;
+  platform::Error error;  // none if it is overdue
+};
+using MsiexecOutcome = tl::expected<std::uint32_t, MsiexecFailure>;
 
 class Msiexec {
  public:
-  Msiexec(platform::Files& files, platform::Processes& system_processes, console::LogSink& log,
-          process::ProcessControl& processes);
+  Msiexec(platform::Processes& system_processes, process::ProcessControl& processes);
 
-  // Runs one step and waits for its end, which comes at the limit at the latest. False only where
-  // it could not be started. The exit code is the caller's to judge: kWaitTimeout where the step
-  // had to be ended, the error's number where the wait failed.
-  [[nodiscard]] bool RunStep(std::string_view step, const std::string& arguments,
-                             const std::filesystem::path& log_path, std::chrono::seconds limit,
-                             std::uint32_t& exit_code);
+  // Starts it without waiting. The error is kCancelled if the user refuses.
+  [[nodiscard]] platform::Result<MsiexecRun> Start(const std::string& arguments);
 
-  // Starts it without waiting. The error is kCancelled where the user refuses.
-  [[nodiscard]] platform::Result<platform::ProcessHandle> Start(const std::string& arguments);
-  // " (PID: 4711)", or nothing where the number cannot be had.
-  [[nodiscard]] std::string PidText(const platform::ProcessHandle& process);
-  // Ends a step that takes too long.
-  void EndOverdue(const platform::ProcessHandle& process);
+  // Waits for its end and returns the exit code. An overdue run goes on.
+  [[nodiscard]] MsiexecOutcome Await(const MsiexecRun& run, std::chrono::seconds limit);
+
+  // The exit code as it is now: kStillActive until the end.
+  [[nodiscard]] MsiexecOutcome ExitCode(const MsiexecRun& run);
+
+  // Ends an overdue run.
+  void End(const MsiexecRun& run);
 
  private:
-  void Await(std::string_view step, const platform::ProcessHandle& process,
-             std::chrono::seconds limit, std::uint32_t& exit_code);
-
-  platform::Files& files_;
   platform::Processes& system_processes_;
-  console::LogSink& log_;
   process::ProcessControl& processes_;
 };
 

@@ -1,20 +1,27 @@
 #include "install/related_products.h"
 
+#include <vector>
+
 #include "identity.h"
 
 namespace vosk::install {
 
-RelatedProducts FindRelatedProducts(platform::Installer& installer) {
-  RelatedProducts found;
+UninstallTally UninstallRelatedProducts(platform::Installer& installer,
+                                        const std::function<bool(const std::string&)>& uninstall) {
   const std::string upgrade_code(identity::kCoreUpgradeCode);
-  for (std::uint32_t index = 0;; ++index) {
-    auto code = installer.RelatedProduct(upgrade_code, index);
-    if (!code) {
-      found.end = code.error().code;
-      return found;
-    }
-    found.codes.push_back(std::move(*code));
+  // Listed before anything is removed, since removing one product moves up those that follow it.
+  std::vector<std::string> product_codes;
+  auto code = installer.RelatedProduct(upgrade_code, 0);
+  for (std::uint32_t next = 1; code; ++next) {
+    product_codes.push_back(std::move(*code));
+    code = installer.RelatedProduct(upgrade_code, next);
   }
+  UninstallTally tally{.found = product_codes.size(), .end = code.error().code};
+  tally.clean = tally.end == platform::kNoMoreItems;
+  for (const std::string& product_code : product_codes) {
+    if (!uninstall(product_code)) tally.clean = false;
+  }
+  return tally;
 }
 
 }  // namespace vosk::install

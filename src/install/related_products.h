@@ -1,20 +1,23 @@
+// The installed versions of the Core, as Windows Installer knows them.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string>
-#include <vector>
 
 #include "platform/installer.h"
 
 namespace vosk::install {
 
-struct RelatedProducts {
-  std::vector<std::string> codes;
-  // What ended the enumeration: kNoMoreItems where it is complete.
-  platform::ErrorCode end;
+// How the removal of all of them went.
+struct UninstallTally {
+  std::size_t found = 0;
+  bool clean = true;        // the list was complete, and every product on it was removed
+  platform::ErrorCode end;  // what ended the list: kNoMoreItems if it is complete
 };
 
-// Every installed version of the Core. Listed before anything is removed, since removing one
-// product moves up those that follow it.
-[[nodiscard]] RelatedProducts FindRelatedProducts(platform::Installer& installer);
+// Has `uninstall` remove each of them; it gets the product code and returns false if that failed.
+[[nodiscard]] UninstallTally UninstallRelatedProducts(
+    platform::Installer& installer, const std::function<bool(const std::string&)>& uninstall);
 
 }  // namespace vosk::install

@@ -1,13 +1,7 @@
 #include "install/self_rename.h"
 
-#include <fmt/format.h>
-
-#include "text/utf.h"
-
 namespace vosk::install {
 namespace {
-
-using text::PathToUtf8;
 
 constexpr int kRemovalAttempts = 3;
 constexpr std::chrono::milliseconds kRemovalPause{100};

@@ -16,12 +16,12 @@ class SelfRename {
   SelfRename(platform::Clock& clock, platform::Files& files, platform::System& system,
              console::LogSink& log);
 
-  // Renames the running executable to its name + ".old", which is given back. Nothing where that
-  // failed; the executable then stands where it stood.
+  // Renames the running executable to its name + ".old" and returns that path. Nothing if it
+  // failed; the executable then is where it was.
   [[nodiscard]] std::optional<std::filesystem::path> RenameSelf();
 
-  // Undoes it; what an installer has put in the executable's place meanwhile gives way. False where
-  // the machine may be without an executable.
+  // Undoes it, over whatever an installer has put in the executable's place meanwhile. False if the
+  // machine may be without an executable.
   [[nodiscard]] bool RenameBack(const std::filesystem::path& old_path);
 
  private:

@@ -1,32 +1,29 @@
 #include "install/self_update.h"
 
-#include <fmt/format.h>
-
-#include "identity.h"
-#include "install/tree_removal.h"
-#include "install/work_files.h"
+#include "install/related_products.h"
 #include "net/version_compare.h"
-#include "text/utf.h"
+#include "platform/clock.h"
+#include "platform/files.h"
 
 namespace vosk::install {
 namespace {
 
-using text::PathToUtf8;
+// What a step that was ended for taking too long counts as.
+constexpr std::uint32_t kWaitTimeout = 258;
 
 }  // namespace
 
 SelfUpdate::SelfUpdate(const platform::Host& host, console::LogSink& log,
-                       process::ProcessControl& processes, net::Downloader& downloader,
+                       process::ProcessControl& processes, CorePackage& package, Msiexec& msiexec,
                        CoreVersion& core_version, std::atomic<bool>& g_terminateMonitoring)
     : host_(host),
       log_(log),
-      processes_(processes),
-      downloader_(downloader),
+      package_(package),
+      msiexec_(msiexec),
       core_version_(core_version),
       g_terminateMonitoring_(g_terminateMonitoring),
-      package_(host.files, host.installer, log),
-      msiexec_(host.files, host.processes, log, processes),
-      self_rename_(host.clock, host.files, host.system, log) {}
+      self_rename_(host.clock, host.files, host.system, log),
+      successor_(host, log, processes) {}
 
 bool SelfUpdate::Run(const UpdateRequest& request) {
   log_.LogWarn("--- Starting Update Sequence to Version {} ---", request.expected_version);
@@ -38,23 +35,22 @@ bool SelfUpdate::Run(const UpdateRequest& request) {
         request.dump_storage_directory);
     return false;
   }
-  const auto directory = temp_directory / kWorkDirectoryName;
-  const Work work{directory, directory / kPackageZipName, directory / kMsiName};
+  const WorkDirectory work(host_.files, temp_directory);
   const bool success = RunSteps(request, work);
   if (success) {
     core_version_.Set(request.expected_version);
     log_.LogInfo("Update: Successfully updated internal version tracker to {}",
                  core_version_.Current());
   }
-  log_.LogInfo("Update: Cleaning up temporary install directory: {}", work.directory);
-  if (const auto removed = RemoveTree(host_.files, work.directory, work.directory); !removed) {
+  log_.LogInfo("Update: Cleaning up temporary install directory: {}", work.Path());
+  if (const auto removed = work.Remove(); !removed) {
     log_.LogWarn("Update: Failed to fully cleanup temp directory: {}", removed.error());
   }
   log_.LogInfo("--- Update Sequence Finished (Overall Success: {}) ---", success ? "Yes" : "No");
   return success;
 }
 
-bool SelfUpdate::RunSteps(const UpdateRequest& request, const Work& work) {
+bool SelfUpdate::RunSteps(const UpdateRequest& request, const WorkDirectory& work) {
   if (!PrepareWorkDirectory(work)) return false;
   if (!FetchPackage(work)) return false;
   if (!ValidateVersion(request.expected_version, work)) return false;
@@ -75,29 +71,29 @@ bool SelfUpdate::RunSteps(const UpdateRequest& request, const Work& work) {
   return false;
 }
 
-bool SelfUpdate::PrepareWorkDirectory(const Work& work) {
+bool SelfUpdate::PrepareWorkDirectory(const WorkDirectory& work) {
   log_.LogInfo("Update Step 1/7: Preparing temporary download directory...");
-  if (const auto removed = RemoveTree(host_.files, work.directory, work.directory); !removed) {
+  if (const auto removed = work.Remove(); !removed) {
     log_.LogWarn("Update Warning: Failed to remove old install temp directory: {}",
                  removed.error());
   }
-  if (const auto created = host_.files.CreateDirectories(work.directory); !created) {
+  if (const auto created = work.Create(); !created) {
     log_.LogError(
         "Update Error: Failed to create temp install directory '{}'. Error: {}. Aborting.",
-        work.directory, created.error());
+        work.Path(), created.error());
     return false;
   }
   log_.LogInfo("Update Step 1/7: Temp directory ready.");
   return true;
 }
 
-bool SelfUpdate::FetchPackage(const Work& work) {
+bool SelfUpdate::FetchPackage(const WorkDirectory& work) {
   log_.LogInfo("Update Step 2/7: Downloading and extracting new version...");
-  if (!downloader_.DownloadFile(std::string(identity::kCorePackageUrl), work.zip)) {
+  if (!package_.Download(work.Zip())) {
     log_.LogError("Update: Failed download. Aborting before touching local installation.");
     return false;
   }
-  if (!package_.ExtractMsi(work.zip, work.directory)) {
+  if (!package_.ExtractMsi(work.Zip(), work.Path())) {
     log_.LogError("Update: Failed extraction. Aborting.");
     return false;
   }
@@ -105,13 +101,13 @@ bool SelfUpdate::FetchPackage(const Work& work) {
   return true;
 }
 
-bool SelfUpdate::ValidateVersion(const std::string& expected, const Work& work) {
+bool SelfUpdate::ValidateVersion(const std::string& expected, const WorkDirectory& work) {
   log_.LogInfo("Update Step 3/7: Validating MSI version matches expected version...");
-  const std::string version = package_.GetMsiProductVersion(work.msi);
+  const std::string version = package_.GetMsiProductVersion(work.Msi());
   if (version.empty()) {
     log_.LogError("Update: Could not read ProductVersion from MSI. Aborting.");
     // What cannot be deleted here goes with the work directory.
-    static_cast<void>(host_.files.Remove(work.zip));
+    static_cast<void>(host_.files.Remove(work.Zip()));
     log_.LogWarn("Update: Deleted downloaded ZIP to prevent retry loop.");
     return false;
   }
@@ -138,13 +134,13 @@ bool SelfUpdate::ValidateVersion(const std::string& expected, const Work& work) 
   return true;
 }
 
-void SelfUpdate::DiscardPackage(const Work& work) {
-  if (const auto removed = host_.files.Remove(work.zip)) {
-    log_.LogWarn("Update: Deleted ZIP file: {}", work.zip);
+void SelfUpdate::DiscardPackage(const WorkDirectory& work) {
+  if (const auto removed = host_.files.Remove(work.Zip())) {
+    log_.LogWarn("Update: Deleted ZIP file: {}", work.Zip());
   } else {
     log_.LogError("Update: Failed to delete ZIP: {}", removed.error());
   }
-  static_cast<void>(host_.files.Remove(work.msi));
+  static_cast<void>(host_.files.Remove(work.Msi()));
 }
 
 bool SelfUpdate::TerminateProcesses(const UpdateRequest& request) {
@@ -178,6 +174,121 @@ void SelfUpdate::ClearCoreVersionFile(const std::filesystem::path& log_root_dire
   } catch (const std::exception& problem) {
     log_.LogError("Update: Exception while removing CoreVersion.txt: {}", problem.what());
   }
+}
+
+bool SelfUpdate::Replace(const UpdateRequest& request, const WorkDirectory& work) {
+  UninstallOldVersions(work);
+  if (!InstallNewVersion(work) || !successor_.HandOver(request.core_directory)) return false;
+  g_terminateMonitoring_.store(true);
+  return true;
+}
+
+void SelfUpdate::UninstallOldVersions(const WorkDirectory& work) {
+  log_.LogInfo("Update Step 6b/7: Uninstalling previous VELDRAN Core versions (best effort)...");
+  const UninstallTally tally = UninstallRelatedProducts(
+      host_.installer,
+      [&](const std::string& product_code) { return UninstallOldVersion(product_code, work); });
+  if (tally.end != platform::kNoMoreItems) {
+    log_.LogWarn("Update: MsiEnumRelatedProductsW failed during enumeration: {}", tally.end);
+  }
+  if (!tally.clean) {
+    log_.LogWarn("Update Step 6b/7: Finished uninstall attempt with errors.");
+  } else if (tally.found == 0) {
+    log_.LogInfo("Update Step 6b/7: No previous versions found to uninstall.");
+  } else {
+    log_.LogInfo("Update Step 6b/7: Uninstall attempt finished successfully for found versions.");
+  }
+}
+
+bool SelfUpdate::UninstallOldVersion(const std::string& product_code, const WorkDirectory& work) {
+  log_.LogInfo("Update: Uninstalling ProductCode: {}", product_code);
+  const auto log_path = UninstallLogIn(work.Path(), product_code);
+  const auto exit_code = RunMsiexec("Uninstall", UninstallArguments(product_code, log_path),
+                                    log_path, kUninstallLimit);
+  return exit_code == kInstallSuccess || exit_code == kUnknownProduct;
+}
+
+bool SelfUpdate::InstallNewVersion(const WorkDirectory& work) {
+  log_.LogInfo("Update Step 7/7: Installing new version...");
+  const auto log_path = InstallLogIn(work.Path());
+  const auto exit_code =
+      RunMsiexec("Install", InstallArguments(work.Msi(), log_path), log_path, kInstallLimit);
+  if (!exit_code) {
+    log_.LogError("Update: Failed to execute install command. Aborting update.");
+    return false;
+  }
+  if (!JudgeInstall(*exit_code)) return false;
+  log_.LogInfo("Installer: Pausing briefly after Install completion...");
+  host_.clock.SleepFor(kPauseAfterInstall);
+  const auto core = InstalledCore();
+  if (!host_.files.Exists(core).value_or(false)) {
+    log_.LogError("Update: Core executable NOT FOUND after install at: {}", core);
+    return false;
+  }
+  log_.LogInfo("Update: Core executable verified post-install.");
+  return true;
+}
+
+bool SelfUpdate::JudgeInstall(std::uint32_t exit_code) {
+  if (exit_code != kInstallSuccess && exit_code != kRebootRequired) {
+    log_.LogError(
+        "Update: Installation command failed (Code: {}). Check install log. Aborting "
+        "update.",
+        exit_code);
+    return false;
+  }
+  log_.LogInfo("Update Step 7/7: Installation command reported success (Code: {})", exit_code);
+  if (exit_code == kRebootRequired) {
+    log_.LogWarn("Update: Reboot may be required for Core components.");
+  }
+  return true;
+}
+
+std::optional<std::uint32_t> SelfUpdate::RunMsiexec(std::string_view step,
+                                                    const std::string& arguments,
+                                                    const std::filesystem::path& log_path,
+                                                    std::chrono::seconds limit) {
+  log_.LogInfo("Installer: Step {} - Enabling log: {}", step, log_path);
+  // msiexec complains of a log that it cannot write; nothing else depends on it.
+  static_cast<void>(host_.files.CreateDirectories(log_path.parent_path()));
+  static_cast<void>(host_.files.Remove(log_path));
+  log_.LogInfo("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments);
+  const auto run = msiexec_.Start(arguments);
+  if (!run) {
+    log_.LogError("Installer: ShellExecuteExW failed for {} command. Error: {}", step, run.error());
+    if (run.error() == platform::kCancelled) {
+      log_.LogWarn("Installer: {} step might have been cancelled (UAC Denied?).", step);
+    }
+    return std::nullopt;
+  }
+  log_.LogInfo("Installer: Waiting for {} process{} to complete...", step, run->PidText());
+  return AwaitMsiexec(step, *run, limit);
+}
+
+std::uint32_t SelfUpdate::AwaitMsiexec(std::string_view step, const MsiexecRun& run,
+                                       std::chrono::seconds limit) {
+  const auto exit_code = msiexec_.Await(run, limit);
+  if (exit_code) {
+    log_.LogInfo("Installer: {} process finished with exit code: {}", step, *exit_code);
+    return *exit_code;
+  }
+  const MsiexecFailure& failure = exit_code.error();
+  switch (failure.kind) {
+    case MsiexecFailure::Kind::wait_failed:
+      log_.LogError("Installer: WaitForSingleObject failed for {} process. Error: {}", step,
+                    failure.error);
+      return failure.error.code.value;
+    case MsiexecFailure::Kind::overdue:
+      log_.LogError("Installer: {} process timed out after {} seconds. Terminating...", step,
+                    limit.count());
+      msiexec_.End(run);
+      return kWaitTimeout;
+    case MsiexecFailure::Kind::exit_code_unreadable:
+      log_.LogError("Installer: Failed to get {} exit code after wait. Error: {}", step,
+                    failure.error);
+      break;
+  }
+  return platform::kStillActive;
 }
 
 }  // namespace vosk::install

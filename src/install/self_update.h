@@ -2,28 +2,34 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "console/log.h"
+#include "install/core_package.h"
 #include "install/core_version.h"
-#include "install/msi_package.h"
 #include "install/msiexec.h"
 #include "install/self_rename.h"
-#include "net/downloader.h"
+#include "install/successor.h"
+#include "install/work_directory.h"
 #include "platform/host.h"
 #include "process/process_control.h"
 
 namespace vosk::install {
 
-// What an update is to bring, and what runs at its start.
+// What an update is to bring, and where.
 struct UpdateRequest {
   std::string expected_version;
   std::filesystem::path dump_storage_directory;
   std::filesystem::path core_directory;
   std::filesystem::path log_root_directory;  // empty: not known
-  // Ends the monitor and the Core; returns false if the Core outlived it.
+  // Ends the monitor and the Core; false if the Core outlived it. Called once at most, when the
+  // package has proved good.
   std::function<bool()> end_core;
 };
 
@@ -32,48 +38,47 @@ class SelfUpdate {
   // Sets `g_terminateMonitoring` when a new VOSK has taken over, and when the running one could not
   // be put back in its place.
   SelfUpdate(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes,
-             net::Downloader& downloader, CoreVersion& core_version,
+             CorePackage& package, Msiexec& msiexec, CoreVersion& core_version,
              std::atomic<bool>& g_terminateMonitoring);
 
   // Downloads the package, makes sure of its version, ends what runs, installs and hands over;
-  // takes minutes. False where it failed: the running VOSK is then to go on, and the Core may be
-  // down.
+  // takes minutes. False if it failed: the running VOSK is then to go on, and the Core may be down.
   [[nodiscard]] bool Run(const UpdateRequest& request);
 
  private:
-  struct Work {
-    std::filesystem::path directory;
-    std::filesystem::path zip;
-    std::filesystem::path msi;
-  };
-
-  [[nodiscard]] bool RunSteps(const UpdateRequest& request, const Work& work);
-  [[nodiscard]] bool PrepareWorkDirectory(const Work& work);
-  [[nodiscard]] bool FetchPackage(const Work& work);
-  [[nodiscard]] bool ValidateVersion(const std::string& expected, const Work& work);
-  void DiscardPackage(const Work& work);
+  [[nodiscard]] bool RunSteps(const UpdateRequest& request, const WorkDirectory& work);
+  [[nodiscard]] bool PrepareWorkDirectory(const WorkDirectory& work);
+  [[nodiscard]] bool FetchPackage(const WorkDirectory& work);
+  [[nodiscard]] bool ValidateVersion(const std::string& expected, const WorkDirectory& work);
+  void DiscardPackage(const WorkDirectory& work);
   [[nodiscard]] bool TerminateProcesses(const UpdateRequest& request);
   void ClearCoreVersionFile(const std::filesystem::path& log_root_directory);
 
   // From here on VOSK's executable is out of its place.
-  [[nodiscard]] bool Replace(const UpdateRequest& request, const Work& work);
-  void UninstallOldVersions(const Work& work);
-  [[nodiscard]] bool UninstallOldVersion(const std::string& product_code, const Work& work);
-  [[nodiscard]] bool InstallNewVersion(const Work& work);
+  [[nodiscard]] bool Replace(const UpdateRequest& request, const WorkDirectory& work);
+  void UninstallOldVersions(const WorkDirectory& work);
+  [[nodiscard]] bool UninstallOldVersion(const std::string& product_code,
+                                         const WorkDirectory& work);
+  [[nodiscard]] bool InstallNewVersion(const WorkDirectory& work);
   [[nodiscard]] bool JudgeInstall(std::uint32_t exit_code);
-  [[nodiscard]] bool HandOver(const std::filesystem::path& core_directory);
-  [[nodiscard]] bool NewInstanceAppears();
-  [[nodiscard]] bool LaunchNewInstance(const std::filesystem::path& executable);
+
+  // The exit code, or the number that stands for it if there is none; nothing if msiexec could not
+  // be started.
+  [[nodiscard]] std::optional<std::uint32_t> RunMsiexec(std::string_view step,
+                                                        const std::string& arguments,
+                                                        const std::filesystem::path& log_path,
+                                                        std::chrono::seconds limit);
+  [[nodiscard]] std::uint32_t AwaitMsiexec(std::string_view step, const MsiexecRun& run,
+                                           std::chrono::seconds limit);
 
   platform::Host host_;
   console::LogSink& log_;
-  process::ProcessControl& processes_;
-  net::Downloader& downloader_;
+  CorePackage& package_;
+  Msiexec& msiexec_;
   CoreVersion& core_version_;
   std::atomic<bool>& g_terminateMonitoring_;
-  MsiPackage package_;
-  Msiexec msiexec_;
   SelfRename self_rename_;
+  Successor successor_;
 };
 
 }  // namespace vosk::install

@@ -50,7 +50,7 @@ void MonitoringLoop::RunCycle() {
 }
 
 bool MonitoringLoop::PassDiskGate() {
-  if (services_.disk_keeper.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) {
+  if (services_.disk_space.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) {
     shortage_reported_ = false;
     return true;
   }

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "identity.h"
-#include "text/utf.h"
+#include "install/core_package.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -26,7 +26,7 @@ bool IsCoreAt(const std::filesystem::path& path, platform::Files& files, console
 
 bool FindCore(platform::Files& files, console::LogSink& log, const CoreSearchTexts& texts,
               Places& places) {
-  auto core = text::PathFromUtf8(identity::kDefaultTargetPath);
+  auto core = install::InstalledCore();
   if (!IsCoreAt(core, files, log, texts.at_default)) {
     core = places.supervisor_directory / identity::kCoreExecutable;
     if (!IsCoreAt(core, files, log, texts.at_fallback)) return false;

@@ -12,10 +12,13 @@
 #include "dumps/procdump_acquisition.h"
 #include "dumps/procdump_monitor.h"
 #include "identity.h"
+#include "install/core_package.h"
 #include "install/core_version.h"
-#include "install/disk_keeper.h"
+#include "install/disk_space.h"
 #include "install/msi_installer.h"
+#include "install/msiexec.h"
 #include "install/self_update.h"
+#include "install/storage_cleanup.h"
 #include "net/downloader.h"
 #include "net/version_service.h"
 #include "platform/host.h"
@@ -65,16 +68,19 @@ struct Services {
   dumps::ProcDumpMonitor procdump_monitor{host, log, state.red_alert_mode};
   dumps::ImmediateDump immediate_dump{host, log, state.red_alert_mode};
   install::CoreVersion core_version{host.files, log};
-  install::DiskKeeper disk_keeper{host.files, host.clock, log, processes};
-  install::MsiInstaller msi_installer{host, log, progress, processes, *downloader};
-  install::SelfUpdate self_update{host, log, processes, *downloader, core_version, state.g_terminateMonitoring};
+  install::DiskSpace disk_space{host.files, log};
+  install::StorageCleanup storage_cleanup{host.files, host.clock, log, processes};
+  install::CorePackage core_package{host.files, host.installer, log, *downloader};
+  install::Msiexec msiexec{host.processes, processes};
+  install::MsiInstaller msi_installer{host, log, progress, core_package, msiexec};
+  install::SelfUpdate self_update{host, log, processes, core_package, msiexec, core_version, state.g_terminateMonitoring};
   WatchedCore core{host, log, processes, procdump_monitor, places, state};
   report::HostInfo host_info{host, log, {std::string(identity::kVersion), core_version.Current(), core.Modules()}};
   report::ReportArchive archive{host.files, host.system, host.clock, log, progress};
   ReportSteps report_steps{host.files, host_info, archive, state.red_alert_mode};
   CrashProcessing crash_processing{host.files, log, report_steps, *uploader};
   DiagnosticReport diagnostic_report{host.files, log, immediate_dump, report_steps, *uploader, places};
-  UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_keeper, core_version, core, places, state};
+  UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_space, core_version, core, places, state};
   MenuActions menu{host.console, log, screen, core, core_version, diagnostic_report, update_schedule, state};
   // clang-format on
 };

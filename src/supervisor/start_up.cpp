@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include "console/colours.h"
+#include "files/directory_clearing.h"
 #include "identity.h"
-#include "install/tree_removal.h"
-#include "install/work_files.h"
+#include "install/work_directory.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/system.h"
@@ -118,17 +118,17 @@ StartUp::Step StartUp::AcquireProcDump() {
   if (places_.dump_storage_directory.empty()) {
     log_.LogWarn("Dump storage directory path is invalid, cannot clear contents.");
   } else {
-    services_.disk_keeper.ClearDirectory(places_.dump_storage_directory);
+    files::ClearDirectory(host_.files, host_.clock, log_, places_.dump_storage_directory);
   }
   return {};
 }
 
 void StartUp::RemoveUpdateLeftovers() {
-  const auto leftovers = places_.TempDirectory() / install::kWorkDirectoryName;
-  if (!host_.files.Exists(leftovers).value_or(false)) return;
-  log_.LogInfo("Removing installation directory left behind: {}", leftovers);
-  if (const auto removed = install::RemoveTree(host_.files, leftovers, leftovers); !removed) {
-    log_.LogWarn("Failed to remove installation directory {}. Error: {}", leftovers,
+  install::WorkDirectory leftovers(host_.files, places_.TempDirectory());
+  if (!host_.files.Exists(leftovers.Path()).value_or(false)) return;
+  log_.LogInfo("Removing installation directory left behind: {}", leftovers.Path());
+  if (const auto removed = leftovers.Remove(); !removed) {
+    log_.LogWarn("Failed to remove installation directory {}. Error: {}", leftovers.Path(),
                  removed.error());
   }
 }
@@ -138,14 +138,14 @@ bool StartUp::LocateTarget() {
 }
 
 void StartUp::WaitForDiskSpace() {
-  install::DiskKeeper& keeper = services_.disk_keeper;
+  install::DiskSpace& space = services_.disk_space;
   // Where the Core will be is not settled yet: the current directory's volume stands for it.
   const std::filesystem::path unsettled;
-  for (bool first_pass = true; !keeper.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
+  for (bool first_pass = true; !space.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
     log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
-    const std::uint64_t freed =
-        keeper.CleanUpStorage(places_.dump_storage_directory, places_.TempDirectory());
-    if (keeper.CheckDiskSpace(unsettled, /*verbose=*/false)) {
+    const std::uint64_t freed = services_.storage_cleanup.CleanUpStorage(
+        places_.dump_storage_directory, places_.TempDirectory());
+    if (space.CheckDiskSpace(unsettled, /*verbose=*/false)) {
       log_.LogInfo("Storage cleanup successful! Proceeding with update.");
     } else {
       log_.LogError("Even after freeing {} MB, insufficient space for update. Update aborted.",

@@ -15,14 +15,14 @@ constexpr int kNewer = 1;
 
 UpdateSchedule::UpdateSchedule(platform::Clock& clock, console::LogSink& log,
                                net::VersionService& version_service,
-                               install::SelfUpdate& self_update, install::DiskKeeper& disk_keeper,
+                               install::SelfUpdate& self_update, install::DiskSpace& disk_space,
                                const install::CoreVersion& core_version, WatchedCore& core,
                                const Places& places, SupervisorState& state)
     : clock_(clock),
       log_(log),
       version_service_(version_service),
       self_update_(self_update),
-      disk_keeper_(disk_keeper),
+      disk_space_(disk_space),
       core_version_(core_version),
       core_(core),
       places_(places),
@@ -72,7 +72,7 @@ void UpdateSchedule::UpdateAtStartup(const std::string& latest) {
       "Startup update check: Newer version available! Current: {}, Latest: {}. "
       "Updating before monitoring starts.",
       current, latest);
-  if (!disk_keeper_.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
+  if (!disk_space_.CheckDiskSpace(places_.target_directory, /*verbose=*/true)) {
     log_.LogWarn("Startup update check: Insufficient disk space for update. Skipping.");
     return;
   }
@@ -98,7 +98,7 @@ void UpdateSchedule::CheckPeriodically(SupervisorState::SteadyTime now, bool cor
   if (state_.update_in_progress.load() || state_.restart_in_progress.load()) return;
   const int order = net::CompareVersions(latest, current);
   if (order == net::kUnreadableVersion) return;
-  if (!disk_keeper_.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
+  if (!disk_space_.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) return;
   if (order != kNewer) {
     if (fetched) log_.LogInfo("Current version {} is up-to-date.", current);
     return;

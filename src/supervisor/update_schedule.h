@@ -6,7 +6,7 @@
 
 #include "console/log.h"
 #include "install/core_version.h"
-#include "install/disk_keeper.h"
+#include "install/disk_space.h"
 #include "install/self_update.h"
 #include "net/version_service.h"
 #include "platform/clock.h"
@@ -20,7 +20,7 @@ class UpdateSchedule {
  public:
   UpdateSchedule(platform::Clock& clock, console::LogSink& log,
                  net::VersionService& version_service, install::SelfUpdate& self_update,
-                 install::DiskKeeper& disk_keeper, const install::CoreVersion& core_version,
+                 install::DiskSpace& disk_space, const install::CoreVersion& core_version,
                  WatchedCore& core, const Places& places, SupervisorState& state);
 
   // Once, before the loop. After every outcome VOSK goes on, or ends because its successor runs.
@@ -42,7 +42,7 @@ class UpdateSchedule {
   console::LogSink& log_;
   net::VersionService& version_service_;
   install::SelfUpdate& self_update_;
-  install::DiskKeeper& disk_keeper_;
+  install::DiskSpace& disk_space_;
   const install::CoreVersion& core_version_;
   WatchedCore& core_;
   const Places& places_;

@@ -29,8 +29,8 @@ class WatchedCore {
   using SteadyTime = SupervisorState::SteadyTime;
 
   WatchedCore(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes,
-              dumps::ProcDumpMonitor& procdump_monitor, report::HostInfo& host_info,
-              const Places& places, SupervisorState& state);
+              dumps::ProcDumpMonitor& procdump_monitor, const Places& places,
+              SupervisorState& state);
 
   [[nodiscard]] bool IsHeld() const { return target_pid_ != 0 && hTargetProcess_; }
   [[nodiscard]] bool HasMonitor() const { return static_cast<bool>(hProcDump_); }

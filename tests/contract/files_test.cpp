@@ -5,8 +5,8 @@
 #include <fstream>
 #include <map>
 
-#include "install/fixed_path.h"
-#include "install/tree_removal.h"
+#include "files/fixed_path.h"
+#include "files/tree_removal.h"
 #include "tests/contract/host_under_test.h"
 #include "text/utf.h"
 
@@ -210,13 +210,13 @@ TEST_F(FileContract, ATreeIsRemovedWithinItsLimit) {
   PutBytes(scratch_ / "tree" / "below" / "file", "12345");
   PutBytes(scratch_ / "treetop", "1");
   fs::permissions(scratch_ / "tree" / "below" / "file", fs::perms::owner_read);
-  EXPECT_EQ(text::PathToUtf8(install::VolumeRoot(scratch_)).substr(0, 2), "C:");
-  EXPECT_TRUE(install::VolumeRoot("C:tree").empty());
-  EXPECT_EQ(install::TreeSize(host_.files, scratch_), 6u);
+  EXPECT_EQ(text::PathToUtf8(files::VolumeRoot(scratch_)).substr(0, 2), "C:");
+  EXPECT_TRUE(files::VolumeRoot("C:tree").empty());
+  EXPECT_EQ(files::TreeSize(host_.files, scratch_), 6u);
   for (const fs::path& limit : {scratch_ / "treetop", scratch_ / "tree" / "..", fs::path("tree")}) {
-    EXPECT_EQ(CodeOf(install::RemoveTree(host_.files, scratch_ / "tree", limit)), 87u) << limit;
+    EXPECT_EQ(CodeOf(files::RemoveTree(host_.files, scratch_ / "tree", limit)), 87u) << limit;
   }
-  EXPECT_EQ(CodeOf(install::RemoveTree(host_.files, scratch_ / "tree" / "", scratch_ / "")), 0u);
+  EXPECT_EQ(CodeOf(files::RemoveTree(host_.files, scratch_ / "tree" / "", scratch_ / "")), 0u);
   EXPECT_EQ(Walked(scratch_, WalkDepth::direct_entries), Names{"treetop"});
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "install/core_package.h"
 #include "install/msiexec.h"
 #include "tests/contract/host_under_test.h"
 

@@ -7,7 +7,7 @@
 #include "identity.h"
 #include "install/msi_installer.h"
 #include "install/self_update.h"
-#include "install/work_files.h"
+#include "install/work_directory.h"
 #include "simulation/zip_bytes.h"
 #include "tests/support/checked_host.h"
 #include "tests/support/fake_downloader.h"

@@ -21,9 +21,10 @@ struct Scene {
   Scene(SimulatedHost& on, console::LogSink& log)
       : host(on),
         processes(host.processes, log),
+        core_package(files, host.installer, log, download),
         installer({host.clock, host.console, host.dump_writer, files, host.installer, host.machine,
                    host.processes, host.registry, host.system},
-                  log, progress, processes, download) {
+                  log, progress, core_package, msiexec) {
     Publish({});
     files.before_exists = files.before_create_directories = [this](const auto&) {
       stages.insert(progress.ActivityLabel());
@@ -52,10 +53,12 @@ struct Scene {
   std::set<std::string> stages;  // that were shown on the way
   process::ProcessControl processes;
   PreparedDownload download{host};
+  CorePackage core_package;
+  Msiexec msiexec{host.processes, processes};
   MsiInstaller installer;
 };
 
-// From the package on: what comes before is told of below, what is in it by MsiPackage.
+// From the package on: what comes before is told of below, what is in it by CorePackage.
 TEST(MsiInstaller, TellsOfEveryFault) {
   support::ExpectFaultTranscript(
       "install/msi_installer_faults.txt",

@@ -76,7 +76,10 @@ struct Scene {
   PreparedDownload download{host};
   CoreVersion core_version{host.files, log.Sink()};
   std::atomic<bool> terminate{false};
-  SelfUpdate update{host.Bundle(), log.Sink(), processes, download, core_version, terminate};
+  CorePackage core_package{host.files, host.installer, log.Sink(), download};
+  Msiexec msiexec{host.processes, processes};
+  SelfUpdate update{host.Bundle(), log.Sink(),   processes, core_package,
+                    msiexec,       core_version, terminate};
   std::filesystem::path dump_storage_directory = std::string(kTemp) + "/VELDRAN_VOSK_Dumps";
   std::filesystem::path log_root_directory = "C:/stats";
   platform::ProcessId core_pid = 0;

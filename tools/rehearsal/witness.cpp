@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "identity.h"
-#include "install/work_files.h"
+#include "install/work_directory.h"
 
 namespace vosk::rehearsal {
 

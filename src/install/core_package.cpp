@@ -1,30 +1,35 @@
-#include "install/msi_package.h"
+#include "install/core_package.h"
 
-#include <fmt/format.h>
-
-#include "install/work_files.h"
+#include "identity.h"
+#include "install/work_directory.h"
 #include "text/utf.h"
+#include "zip/zip_reader.h"
 
 namespace vosk::install {
 
-using text::PathToUtf8;
+std::filesystem::path InstalledCore() {
+  return text::PathFromUtf8(identity::kDefaultTargetPath);
+}
 
-MsiPackage::MsiPackage(platform::Files& files, platform::Installer& installer,
-                       console::LogSink& log)
-    : files_(files), installer_(installer), log_(log) {}
+CorePackage::CorePackage(platform::Files& files, platform::Installer& installer,
+                         console::LogSink& log, net::Downloader& downloader)
+    : files_(files), installer_(installer), log_(log), downloader_(downloader) {}
 
-bool MsiPackage::ExtractMsi(const std::filesystem::path& zip_path,
-                            const std::filesystem::path& destination_directory) {
-  const std::string zip_name = PathToUtf8(zip_path);
-  log_.LogInfo("Installer: Attempting to extract MSI from: {}", zip_name);
+bool CorePackage::Download(const std::filesystem::path& zip_path) {
+  return downloader_.DownloadFile(std::string(identity::kCorePackageUrl), zip_path);
+}
+
+bool CorePackage::ExtractMsi(const std::filesystem::path& zip_path,
+                             const std::filesystem::path& destination_directory) {
+  log_.LogInfo("Installer: Attempting to extract MSI from: {}", zip_path);
   zip::ZipReader zip(files_);
   if (const auto opened = zip.Open(zip_path); !opened) {
-    log_.LogError("Installer: Failed init zip reader for {}. Error: {}", zip_name, opened.error());
+    log_.LogError("Installer: Failed init zip reader for {}. Error: {}", zip_path, opened.error());
     return false;
   }
   const auto index = zip.Locate(std::string(kMsiName));
   if (!index) {
-    log_.LogError("Installer: Could not find '{}' in {}", kMsiName, zip_name);
+    log_.LogError("Installer: Could not find '{}' in {}", kMsiName, zip_path);
     return false;
   }
   log_.LogInfo("Installer: Found [{}] at index {}", kMsiName, *index);
@@ -39,19 +44,19 @@ bool MsiPackage::ExtractMsi(const std::filesystem::path& zip_path,
   return true;
 }
 
-bool MsiPackage::MakeRoomFor(const std::filesystem::path& target) {
+bool CorePackage::MakeRoomFor(const std::filesystem::path& target) {
   const auto directory = target.parent_path();
   if (const auto created = files_.CreateDirectories(directory); !created) {
     log_.LogError("Installer: Failed to create extraction directory '{}': {}", directory,
                   created.error());
     return false;
   }
-  // Where the old one cannot go, the extraction fails and tells why.
+  // If the old one cannot go, the extraction fails and says why.
   static_cast<void>(files_.Remove(target));
   return true;
 }
 
-std::string MsiPackage::GetMsiProductVersion(const std::filesystem::path& msi) {
+std::string CorePackage::GetMsiProductVersion(const std::filesystem::path& msi) {
   const auto database = installer_.OpenDatabase(msi);
   if (!database) {
     log_.LogError("GetMsiProductVersion: Failed to open MSI database '{}'. Error: {}", msi,

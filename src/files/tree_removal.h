@@ -1,4 +1,4 @@
-// Removing and measuring directories with everything inside. Links (symbolic links, junctions) are
+// Removes and measures directories with everything inside. Links (symbolic links, junctions) are
 // entries like any other here: they are never followed.
 #pragma once
 
@@ -7,15 +7,16 @@
 
 #include "platform/files.h"
 
-namespace vosk::install {
+namespace vosk::files {
 
 // Removes a file, a link, or a directory with everything inside; a missing path is a success. Both
-// paths are fixed (IsFixedPath) and `path` is `limit` or lies below it, not by way of a link; else
-// nothing is touched. Goes on past what cannot be removed and gives the first of those errors.
+// paths must be fixed (IsFixedPath), and `path` must be `limit` or lie below it, not by way of a
+// link; else nothing is touched. Goes on past what cannot be removed and returns the first of those
+// errors.
 platform::Result<> RemoveTree(platform::Files& files, const std::filesystem::path& path,
                               const std::filesystem::path& limit);
 
-// The bytes of the regular files at or below the path; what cannot be read counts as 0.
+// Returns the bytes of the regular files at or below the path; what cannot be read counts as 0.
 [[nodiscard]] std::uint64_t TreeSize(platform::Files& files, const std::filesystem::path& path);
 
-}  // namespace vosk::install
+}  // namespace vosk::files

@@ -1,4 +1,4 @@
-#include "install/tree_removal.h"
+#include "files/tree_removal.h"
 
 #include <fmt/format.h>
 
@@ -6,10 +6,10 @@
 #include <optional>
 #include <vector>
 
-#include "install/fixed_path.h"
-#include "text/utf.h"
+#include "files/fixed_path.h"
+#include "text/formatters.h"
 
-namespace vosk::install {
+namespace vosk::files {
 namespace {
 
 using platform::Error;
@@ -30,7 +30,7 @@ bool IsRoot(const Path& path) {
   return !path.has_filename() || path.native().back() == ':';
 }
 
-// The part of `path` below `limit`: empty where both are the same, nothing where it lies elsewhere.
+// The part of `path` below `limit`: empty if both are the same, nothing if it lies elsewhere.
 std::optional<Path> PartBelow(const Path& limit, const Path& path) {
   const auto [at_limit, at_path] =
       std::mismatch(limit.begin(), limit.end(), path.begin(), path.end());
@@ -44,12 +44,11 @@ tl::unexpected<Error> Refused(std::string reason) {
   return tl::unexpected(Error{platform::kInvalidParameter, std::move(reason)});
 }
 
-// Whether the removal stays where the caller wants it.
+// Fails if the removal would leave the limit.
 Result<> CheckLimit(platform::Files& files, const Path& path, const Path& limit) {
   const auto below = PartBelow(limit, path);
   if (!below || IsRoot(path)) {
-    return Refused(fmt::format("refused to remove '{}': it does not lie below '{}'",
-                               text::PathToUtf8(path), text::PathToUtf8(limit)));
+    return Refused(fmt::format("refused to remove '{}': it does not lie below '{}'", path, limit));
   }
   Path on_the_way = limit;
   for (const Path& element : below->parent_path()) {
@@ -57,8 +56,7 @@ Result<> CheckLimit(platform::Files& files, const Path& path, const Path& limit)
     const auto link = files.IsLink(on_the_way);
     if (!link && files.Exists(on_the_way) != false) return tl::unexpected(link.error());
     if (link.value_or(false)) {
-      return Refused(fmt::format("refused to remove '{}': '{}' is a link", text::PathToUtf8(path),
-                                 text::PathToUtf8(on_the_way)));
+      return Refused(fmt::format("refused to remove '{}': '{}' is a link", path, on_the_way));
     }
   }
   return {};
@@ -105,8 +103,8 @@ std::vector<Entry> ListTree(platform::Files& files, const Path& path) {
 
 Result<> RemoveTree(platform::Files& files, const Path& path, const Path& limit) {
   if (!IsFixedPath(path) || !IsFixedPath(limit)) {
-    return Refused(fmt::format("refused to remove '{}' below '{}': not an absolute path",
-                               text::PathToUtf8(path), text::PathToUtf8(limit)));
+    return Refused(
+        fmt::format("refused to remove '{}' below '{}': not an absolute path", path, limit));
   }
   const Path root = WithoutTrailingSeparator(path);
   if (auto allowed = CheckLimit(files, root, WithoutTrailingSeparator(limit)); !allowed) {
@@ -132,4 +130,4 @@ std::uint64_t TreeSize(platform::Files& files, const Path& path) {
   return size;
 }
 
-}  // namespace vosk::install
+}  // namespace vosk::files

@@ -1,13 +1,13 @@
-#include "install/fixed_path.h"
+#include "files/fixed_path.h"
 
 #include <algorithm>
 
-namespace vosk::install {
+namespace vosk::files {
 namespace {
 
 using Path = std::filesystem::path;
 
-// "X:\" at the start; elsewhere than on Windows that is no root to std::filesystem.
+// "X:\" at the start; except on Windows that is no root to std::filesystem.
 bool StartsAtDriveRoot(const Path& path) {
   const auto& text = path.native();
   if (text.size() < 3 || text[1] != ':' || (text[2] != '/' && text[2] != '\\')) return false;
@@ -30,4 +30,4 @@ Path WithoutTrailingSeparator(const Path& path) {
   return path.has_filename() ? path : path.parent_path();
 }
 
-}  // namespace vosk::install
+}  // namespace vosk::files

@@ -1,4 +1,4 @@
-#include "install/msi_package.h"
+#include "install/core_package.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,8 @@ void Arrange(SimulatedHost& host) {
 }
 
 std::string Act(SimulatedHost& host, console::LogSink& log) {
-  MsiPackage package(host.files, host.installer, log);
+  PreparedDownload download(host);
+  CorePackage package(host.files, host.installer, log, download);
   const bool extracted = package.ExtractMsi("C:/package.zip", "C:/work");
   const std::filesystem::path msi = std::filesystem::path("C:/work") / kMsiName;
   const std::string version = package.GetMsiProductVersion(msi);
@@ -28,12 +29,12 @@ std::string Act(SimulatedHost& host, console::LogSink& log) {
                      std::filesystem::exists(msi));
 }
 
-TEST(MsiPackage, TellsOfEveryFault) {
-  support::ExpectFaultTranscript("install/msi_package_faults.txt",
+TEST(CorePackage, TellsOfEveryFault) {
+  support::ExpectFaultTranscript("install/core_package_faults.txt",
                                  {.arrange = Arrange, .act = Act});
 }
 
-TEST(MsiPackage, TellsOfEveryOddPackage) {
+TEST(CorePackage, TellsOfEveryOddPackage) {
   support::CheckedHost host;
   support::LogRecorder log(host);
   Arrange(host);
@@ -48,7 +49,7 @@ TEST(MsiPackage, TellsOfEveryOddPackage) {
   support::Variants packages;
   packages.Add("a page, a cut one, an MSI in a folder, an MSI without a version", log.Lines(),
                ends);
-  packages.Expect("install/msi_package_oddities.txt");
+  packages.Expect("install/core_package_oddities.txt");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "install/tree_removal.h"
+#include "files/tree_removal.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include "tests/support/stored_text.h"
 #include "tests/support/transcript.h"
 
-namespace vosk::install {
+namespace vosk::files {
 namespace {
 
 namespace fs = std::filesystem;
@@ -43,7 +43,7 @@ std::string Left() {
 
 TEST(RemoveTree, TellsOfEveryFault) {
   support::ExpectFaultTranscript(
-      "install/remove_tree_faults.txt",
+      "files/remove_tree_faults.txt",
       {.arrange = PutTree, .act = [](SimulatedHost& host, console::LogSink&) {
          const auto size = TreeSize(host.files, "C:/Temp/Work/");
          const std::string outcome = Outcome(host, "C:/Temp/Work/", "C:/Temp/");
@@ -83,8 +83,8 @@ TEST(RemoveTree, TakesOnlyWhatLiesBelowItsLimit) {
   for (const char drive : std::string("@AZ[`az{")) {
     outcomes += Outcome(host, drive + std::string(":/none"), drive + std::string(":/")) + '\n';
   }
-  support::ExpectStoredText("install/remove_tree.txt", outcomes + "left: " + Left() + '\n');
+  support::ExpectStoredText("files/remove_tree.txt", outcomes + "left: " + Left() + '\n');
 }
 
 }  // namespace
-}  // namespace vosk::install
+}  // namespace vosk::files
