@@ -3,7 +3,7 @@
 
 #include <atomic>
 #include <filesystem>
-#include <optional>
+#include <tl/expected.hpp>
 
 #include "console/log.h"
 #include "platform/host.h"
@@ -17,9 +17,9 @@ class ImmediateDump {
   ImmediateDump(const platform::Host& host, console::LogSink& log,
                 const std::atomic<bool>& red_alert_mode);
 
-  // Writes a dump of a live process. Returns its path only if a non-empty file came of it; after a
-  // failed write the partial file stays.
-  [[nodiscard]] std::optional<std::filesystem::path> CreateImmediateDump(
+  // Writes a dump of a live process. Returns its path if a non-empty file came of it, else, as the
+  // error, the path of a partial file that may have stayed; empty if none was begun.
+  [[nodiscard]] tl::expected<std::filesystem::path, std::filesystem::path> CreateImmediateDump(
       platform::ProcessId pid, const std::filesystem::path& dump_directory);
 
  private:

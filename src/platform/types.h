@@ -18,6 +18,7 @@ struct ErrorCode {
 
 inline constexpr ErrorCode kSuccess{0};
 inline constexpr ErrorCode kFileNotFound{2};
+inline constexpr ErrorCode kPathNotFound{3};
 inline constexpr ErrorCode kAccessDenied{5};
 inline constexpr ErrorCode kInvalidHandle{6};
 inline constexpr ErrorCode kNoMoreFiles{18};

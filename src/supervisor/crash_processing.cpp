@@ -35,7 +35,13 @@ void CrashProcessing::ProcessNewDumps(const std::filesystem::path& dump_director
     return;
   }
   log_.LogInfo("Found {} new dump file(s) to process.", dumps.size());
-  for (const auto& dump : dumps) ProcessDump(dump, log_root_directory);
+  for (const auto& dump : dumps) {
+    try {
+      ProcessDump(dump, log_root_directory);
+    } catch (const std::exception& problem) {
+      log_.LogError("Exception while processing dump file {}: {}", dump, problem.what());
+    }
+  }
 }
 
 CrashProcessing::Paths CrashProcessing::FindDumps(const std::filesystem::path& dump_directory) {
@@ -75,7 +81,12 @@ void CrashProcessing::AddIfDump(const std::filesystem::path& path, Paths& dumps)
     log_.LogError("Error checking file type for {}: {}", path, type.error());
     return;
   }
-  if (*type == platform::FileType::regular && path.extension() == ".dmp") dumps.push_back(path);
+  if (*type != platform::FileType::regular || path.extension() != ".dmp") return;
+  if (sent_dumps_.contains(path)) {
+    PutAwaySentDump(path);
+  } else {
+    dumps.push_back(path);
+  }
 }
 
 void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
@@ -100,6 +111,7 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
   if (uploader_.TusUpload(archive)) {
     log_.LogInfo("Successfully uploaded and processed: {}", archive);
     DeleteHostInfo(additional.host_info);
+    if (!dump_deleted) PutAwaySentDump(dump);
   } else {
     KeepUnsentArchive(archive, dump_deleted);
   }
@@ -200,6 +212,22 @@ void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bo
         "Original dump file was not deleted due to earlier error, preserving data redundancy.");
   }
   log_.LogInfo("Host info file preserved for debugging.");
+}
+
+void CrashProcessing::PutAwaySentDump(const std::filesystem::path& dump) {
+  if (!files_.Exists(dump).value_or(true)) return;
+  if (files_.Remove(dump)) {
+    log_.LogInfo("Deleted original dump file after its upload: {}", dump);
+    return;
+  }
+  // As a ".dmp", it would be sent once more.
+  const auto sent = WithSuffix(dump, ".sent");
+  if (const auto renamed = files_.Replace(dump, sent)) {
+    log_.LogInfo("Renamed dump that was sent but cannot be deleted to: {}", sent);
+  } else {
+    sent_dumps_.insert(dump);
+    log_.LogWarn("Failed to put away a dump that was sent: {}. Error: {}", dump, renamed.error());
+  }
 }
 
 void CrashProcessing::DeleteHostInfo(const std::filesystem::path& host_info) {

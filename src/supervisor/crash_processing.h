@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,12 +48,15 @@ class CrashProcessing {
   void KeepUnpackedDump(const std::filesystem::path& dump, const std::filesystem::path& host_info);
   [[nodiscard]] bool DeletePackedDump(const std::filesystem::path& dump);
   void KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted);
+  // Sees to it that a dump that is with the server already is not found again.
+  void PutAwaySentDump(const std::filesystem::path& dump);
   void DeleteHostInfo(const std::filesystem::path& host_info);
 
   platform::Files& files_;
   console::LogSink& log_;
   ReportSteps& steps_;
   report::Uploader& uploader_;
+  std::set<std::filesystem::path> sent_dumps_;  // those that can be neither deleted nor renamed
 };
 
 }  // namespace vosk::supervisor

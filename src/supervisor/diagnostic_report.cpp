@@ -18,6 +18,7 @@ void DiagnosticReport::Submit(platform::ProcessId core_pid) {
   const auto dump = immediate_dump_.CreateImmediateDump(core_pid, places_.dump_storage_directory);
   if (!dump) {
     log_.LogError("Failed to create memory dump for diagnostic report.");
+    DiscardPartialDump(dump.error());
     return;
   }
   log_.LogInfo("Dump created: {}", *dump);
@@ -30,13 +31,40 @@ void DiagnosticReport::Submit(platform::ProcessId core_pid) {
     log_.LogInfo("ZIP archive created: {}", archive);
   } else {
     log_.LogError("Failed to create ZIP archive for diagnostic report.");
+    KeepUnpackedDump(*dump);
   }
-  if (const auto removed = files_.Remove(*dump); !removed) {
-    log_.LogWarn("Could not delete the dump of the diagnostic report: {}. Error: {}", *dump,
+  if (packed) {
+    DeletePackedDump(*dump);
+    Upload(archive);
+  }
+  log_.LogInfo("=====================================");
+}
+
+void DiagnosticReport::DiscardPartialDump(const std::filesystem::path& dump) {
+  // As it is, the next scan would take it for the dump of a crash.
+  if (dump.empty() || !files_.Exists(dump).value_or(true)) return;
+  if (const auto removed = files_.Remove(dump)) {
+    log_.LogInfo("Deleted the incomplete dump of the diagnostic report: {}", dump);
+  } else {
+    log_.LogWarn("Could not delete the dump of the diagnostic report: {}. Error: {}", dump,
                  removed.error());
   }
-  if (packed) Upload(archive);
-  log_.LogInfo("=====================================");
+}
+
+void DiagnosticReport::DeletePackedDump(const std::filesystem::path& dump) {
+  if (const auto removed = files_.Remove(dump); !removed) {
+    log_.LogWarn("Could not delete the dump of the diagnostic report: {}. Error: {}", dump,
+                 removed.error());
+  }
+}
+
+void DiagnosticReport::KeepUnpackedDump(const std::filesystem::path& dump) {
+  const auto kept = WithSuffix(dump, ".failed_zip");
+  if (const auto renamed = files_.Replace(dump, kept)) {
+    log_.LogInfo("Renamed dump after zip failure to: {}", kept);
+  } else {
+    log_.LogError("Failed to rename dump after zip failure '{}'. Error: {}", dump, renamed.error());
+  }
 }
 
 void DiagnosticReport::Upload(const std::filesystem::path& archive) {

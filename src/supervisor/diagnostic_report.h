@@ -23,6 +23,9 @@ class DiagnosticReport {
   void Submit(platform::ProcessId core_pid);
 
  private:
+  void DiscardPartialDump(const std::filesystem::path& dump);
+  void DeletePackedDump(const std::filesystem::path& dump);
+  void KeepUnpackedDump(const std::filesystem::path& dump);
   void Upload(const std::filesystem::path& archive);
 
   platform::Files& files_;

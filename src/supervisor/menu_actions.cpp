@@ -44,6 +44,16 @@ void MenuActions::ReadKeyboard() {
   }
 }
 
+void MenuActions::ReadQuitKey() {
+  if (!console_.KeyWaiting()) return;
+  const int key = console_.ReadKey();
+  if (key == 'Q' || key == 'q') HandleLogKey(key);
+}
+
+void MenuActions::CloseMenuIfOpen() {
+  if (state_.menu_visible) CloseMenu();
+}
+
 void MenuActions::HandleSpecialKey() {
   // The code is taken with its prefix whether it means something here or not: left behind, it would
   // be read as a letter, and that of Page Down is a Q. A letter that looks like the prefix has
@@ -132,6 +142,7 @@ void MenuActions::RunSelectedItem() {
 void MenuActions::Restart() {
   if (!core_.IsHeld()) {
     log_.LogWarn("Menu: Restart requested, but Core not running.");
+    state_.relaunch_not_before = {};
     return;
   }
   log_.LogWarn("Menu: Forced restart of VELDRAN Core requested.");
@@ -171,10 +182,16 @@ void MenuActions::ToggleRedAlert() {
   if (!core_.IsHeld()) return;
   log_.LogInfo("Re-attaching ProcDump monitor with {} dump settings...",
                active ? "FULL MEMORY (-ma)" : "normal (-mc 1064)");
-  if (core_.ReattachMonitor()) {
-    log_.LogInfo("ProcDump monitor re-attached successfully.");
-  } else {
-    log_.LogError("Failed to re-attach ProcDump monitor. Crash dumps may not be captured.");
+  switch (core_.ReattachMonitor()) {
+    case MonitorChange::done:
+      return log_.LogInfo("ProcDump monitor re-attached successfully.");
+    case MonitorChange::at_next_launch:
+      return log_.LogWarn(
+          "The present ProcDump monitor keeps the VELDRAN Core. The new dump settings take effect "
+          "when the Core starts next; menu item 1 restarts it.");
+    case MonitorChange::not_launched:
+      return log_.LogError(
+          "Failed to re-attach ProcDump monitor. Crash dumps may not be captured.");
   }
 }
 

@@ -23,6 +23,10 @@ class MenuActions {
   // Reads a waiting key, if there is one, and acts on it.
   void ReadKeyboard();
 
+  // The same while VOSK can do nothing but wait: only Q is obeyed.
+  void ReadQuitKey();
+  void CloseMenuIfOpen();
+
   // Draws the open menu again if something on it has changed or `redraw` asks for it.
   void RefreshMenu(bool redraw);
 

@@ -3,6 +3,7 @@
 #include "console/colours.h"
 #include "console/uptime.h"
 #include "platform/clock.h"
+#include "supervisor/places.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -14,9 +15,22 @@ constexpr milliseconds kMenuInterval{100};
 constexpr milliseconds kShortageInterval{1000};
 constexpr seconds kStatusReportInterval{15};
 constexpr std::chrono::hours kScheduledRestartInterval{12};
-constexpr milliseconds kDumpWriteWait{2500};
 constexpr milliseconds kRelaunchDelay{5000};
 constexpr seconds kExitPause{15};
+// A state that lasts is told of anew only so often.
+constexpr std::chrono::minutes kShortageReportInterval{15};
+constexpr seconds kLogRootSearchInterval{15};
+// A Core that ends so soon after its launch, again and again, is launched ever more seldom; one
+// that lives so long begins anew.
+constexpr seconds kShortLife{60};
+constexpr std::chrono::minutes kLongLife{10};
+constexpr BackoffPlan kCrashLoop{
+    .free_failures = 5, .first = seconds(10), .longest = std::chrono::minutes(5)};
+// Launches that a repair has not helped, and launches of a Core that cannot be watched.
+constexpr BackoffPlan kRepairs{
+    .free_failures = 1, .first = std::chrono::minutes(1), .longest = std::chrono::hours(1)};
+constexpr BackoffPlan kUnwatched{
+    .free_failures = 5, .first = seconds(10), .longest = std::chrono::minutes(15)};
 
 }  // namespace
 
@@ -26,7 +40,10 @@ MonitoringLoop::MonitoringLoop(Services& services)
       log_(services.log),
       core_(services.core),
       state_(services.state),
-      places_(services.places) {}
+      places_(services.places),
+      repair_backoff_(kRepairs),
+      monitor_backoff_(kUnwatched),
+      crash_loop_backoff_(kCrashLoop) {}
 
 void MonitoringLoop::Run() {
   while (!state_.g_terminateMonitoring.load()) RunCycle();
@@ -40,30 +57,46 @@ void MonitoringLoop::RunCycle() {
   RefreshDisplay();
   // Who is about to end must not take a Core from the successor that an update has brought.
   const bool ending = state_.g_terminateMonitoring.load();
-  if (!ending && !core_.IsHeld()) core_.AttachToRunningCore();
+  const bool out_of_reach = !ending && !core_.IsHeld() && core_.AttachToRunningCore();
   const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
   if (!ending) services_.update_schedule.CheckPeriodically(now, core_runs);
   // A successor that has taken over launches the Core itself.
   if (state_.g_terminateMonitoring.load()) return;
-  if (!core_runs || UpdateEndedCore()) Relaunch();
+  const bool none_runs = core_runs ? UpdateEndedCore() : core_.IsHeld() || !out_of_reach;
+  if (none_runs && clock_.SteadyNow() >= state_.relaunch_not_before) Relaunch();
   clock_.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
 
 bool MonitoringLoop::PassDiskGate() {
+  const SteadyTime now = clock_.SteadyNow();
   if (services_.disk_space.CheckDiskSpace(places_.target_directory, /*verbose=*/false)) {
-    shortage_reported_ = false;
+    if (shortage_reported_) {
+      log_.LogInfo("Storage space is sufficient again. Resuming VOSK Operations.");
+    }
+    shortage_reported_.reset();
     return true;
   }
-  if (!shortage_reported_) {
+  if (!shortage_reported_ || now - *shortage_reported_ >= kShortageReportInterval) {
+    services_.menu.CloseMenuIfOpen();
     log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
+    shortage_reported_ = now;
   }
-  shortage_reported_ = true;
+  services_.menu.ReadQuitKey();
   clock_.SleepFor(kShortageInterval);
   return false;
 }
 
 void MonitoringLoop::ReadCoreVersion() {
-  if (places_.log_root_directory.empty()) return;
+  // The Core makes the folder in its first life, after VOSK has looked for it.
+  if (places_.log_root_directory.empty()) {
+    const SteadyTime now = clock_.SteadyNow();
+    if (now < next_log_root_search_) return;
+    next_log_root_search_ = now + kLogRootSearchInterval;
+    const auto log_root = FindLogRoot(services_.host.system, services_.host.files);
+    if (!log_root) return;
+    log_.LogInfo("Target log root directory found: {}", *log_root);
+    places_.log_root_directory = *log_root;
+  }
   services_.core_version.Read(places_.log_root_directory, /*quiet=*/true);
 }
 
@@ -77,9 +110,10 @@ bool MonitoringLoop::CheckCore(SteadyTime now) {
   if (!core_.IsHeld()) return false;
   if (!core_.IsRunning()) {
     if (state_.update_in_progress.load()) {
-      HandleExpectedEnd();
+      services_.core_end.HandleExpectedEnd();
     } else {
-      HandleCoreEnd();
+      NoteShortLife(now);
+      services_.core_end.HandleCoreEnd();
     }
     return false;
   }
@@ -109,48 +143,6 @@ bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
   return true;
 }
 
-void MonitoringLoop::HandleCoreEnd() {
-  log_.LogWarn("Previously monitored target process (PID {}) has terminated.", core_.Pid());
-  const CoreEnd end = JudgeCoreEnd();
-  core_.CloseEnded();
-  services_.crash_processing.ProcessNewDumps(places_.dump_storage_directory,
-                                             places_.log_root_directory, end);
-  core_.Forget();
-}
-
-void MonitoringLoop::HandleExpectedEnd() {
-  log_.LogInfo("Target process termination detected during update sequence (expected).");
-  if (core_.HasMonitor()) {
-    log_.LogInfo("Closing potentially orphaned ProcDump handle during update.");
-    core_.DropMonitor();
-  }
-  core_.Forget();
-}
-
-CoreEnd MonitoringLoop::JudgeCoreEnd() {
-  CoreEnd end;
-  if (const auto exit_code = core_.ExitCode()) {
-    end.exit_code = *exit_code;
-  } else {
-    log_.LogWarn("Failed to get exit code for terminated PID {}. Error: {}", core_.Pid(),
-                 exit_code.error());
-  }
-  log_.LogInfo("Target process final exit code: {} (0x{:x})", ExitCodeText(end),
-               end.exit_code.value_or(0));
-  end.is_crash =
-      !end.exit_code || (*end.exit_code != 0 && *end.exit_code != platform::kStillActive);
-  if (!end.is_crash) {
-    log_.LogInfo("Target process exited normally (Code 0).");
-    return end;
-  }
-  ++state_.crash_count;
-  log_.LogError("Target process exited abnormally (Code: {}). Assuming crash #{}",
-                ExitCodeText(end), state_.crash_count);
-  log_.LogInfo("Waiting {}ms for dump file generation...", kDumpWriteWait.count());
-  clock_.SleepFor(kDumpWriteWait);
-  return end;
-}
-
 bool MonitoringLoop::UpdateEndedCore() {
   // A Core that outlived the attempt to end it is taken up by the next cycle.
   return !core_.IsHeld() && services_.processes.FindCoreProcesses().empty();
@@ -169,15 +161,51 @@ void MonitoringLoop::Relaunch() {
                  running.front());
     return;
   }
-  if (!core_.Launch()) RepairInstallation();
+  switch (core_.Launch()) {
+    case LaunchOutcome::watched:
+      repair_backoff_.Reset();
+      monitor_backoff_.Reset();
+      break;
+    case LaunchOutcome::unwatched:
+      PutOffLaunch(monitor_backoff_.Fail());
+      break;
+    case LaunchOutcome::not_started:
+      RepairInstallation();
+      break;
+  }
+}
+
+void MonitoringLoop::PutOffLaunch(seconds wait) {
+  // The delay that precedes every launch is part of the wait.
+  if (wait <= kRelaunchDelay) return;
+  state_.relaunch_not_before = clock_.SteadyNow() + wait - kRelaunchDelay;
+  log_.LogWarn("The next launch of VELDRAN Core is due in {}. Menu item 1 launches it at once.",
+               console::FormatUptime(wait));
+}
+
+void MonitoringLoop::NoteShortLife(SteadyTime now) {
+  const auto life = core_.Uptime(now);
+  if (!life || *life >= kLongLife) return crash_loop_backoff_.Reset();
+  if (*life > kShortLife) return;
+  const seconds wait = crash_loop_backoff_.Fail();
+  if (wait.count() == 0) return;
+  log_.LogWarn("VELDRAN Core has ended {} times within {} seconds of its launch.",
+               crash_loop_backoff_.Failures(), kShortLife.count());
+  PutOffLaunch(wait);
 }
 
 void MonitoringLoop::RepairInstallation() {
+  if (!PassDiskGate()) return;
   log_.LogWarn("Attempting automated download and installation/repair of VELDRAN Core...");
   if (services_.msi_installer.AutomatedInstall(places_.TempDirectory())) {
     log_.LogInfo("Automated installation succeeded. Will attempt relaunch next cycle.");
+    if (!FindCore(services_.host.files, log_, kSearchAfterInstallation, places_)) {
+      log_.LogWarn("Target STILL not found after installation attempt.");
+    }
+    PutOffLaunch(repair_backoff_.Fail());
     return;
   }
+  state_.failed = true;
   log_.LogError("Automated installation failed. Cannot relaunch VELDRAN Core automatically.");
   log_.LogError("Please install VELDRAN Core manually and restart the reporter.");
   state_.g_terminateMonitoring.store(true);

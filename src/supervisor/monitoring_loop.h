@@ -4,6 +4,7 @@
 #include <chrono>
 #include <optional>
 
+#include "supervisor/backoff.h"
 #include "supervisor/services.h"
 
 namespace vosk::supervisor {
@@ -31,13 +32,14 @@ class MonitoringLoop {
   void ReportRunning(SteadyTime now);
   // Returns true if the Core has run so long that it is restarted.
   [[nodiscard]] bool RestartWhenDue(SteadyTime now);
-  void HandleCoreEnd();
-  void HandleExpectedEnd();
-  [[nodiscard]] CoreEnd JudgeCoreEnd();
 
   // Whether a failed update has left no Core.
   [[nodiscard]] bool UpdateEndedCore();
   void Relaunch();
+  // The wait counts from now and includes the delay of every launch.
+  void PutOffLaunch(std::chrono::seconds wait);
+  // Puts off the launch of a Core that does not live long enough.
+  void NoteShortLife(SteadyTime now);
   void RepairInstallation();
 
   Services& services_;
@@ -45,10 +47,14 @@ class MonitoringLoop {
   console::LogSink& log_;
   WatchedCore& core_;
   SupervisorState& state_;
-  const Places& places_;
+  Places& places_;
 
   bool core_was_running_ = false;
-  bool shortage_reported_ = false;
+  std::optional<SteadyTime> shortage_reported_;
+  SteadyTime next_log_root_search_{};
+  Backoff repair_backoff_;
+  Backoff monitor_backoff_;
+  Backoff crash_loop_backoff_;
   std::optional<SteadyTime> last_status_report_;
 };
 

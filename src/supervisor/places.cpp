@@ -40,4 +40,13 @@ std::filesystem::path LogRootBelow(const std::filesystem::path& roaming_app_data
   return roaming_app_data / "VELDRAN" / "stats" / "TestNet";
 }
 
+std::optional<std::filesystem::path> FindLogRoot(platform::System& system, platform::Files& files) {
+  const auto roaming = system.RoamingAppDataPath();
+  if (!roaming) return std::nullopt;
+  auto log_root = LogRootBelow(*roaming);
+  const auto type = files.TypeOf(log_root);
+  if (!type || *type != platform::FileType::directory) return std::nullopt;
+  return log_root;
+}
+
 }  // namespace vosk::supervisor

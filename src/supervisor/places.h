@@ -2,10 +2,12 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "console/log.h"
 #include "platform/files.h"
+#include "platform/system.h"
 
 namespace vosk::supervisor {
 
@@ -33,6 +35,14 @@ struct CoreSearchTexts {
   SearchTexts at_fallback;
 };
 
+inline constexpr CoreSearchTexts kSearchAfterInstallation{
+    .at_default = {.checking = "Re-checking default path: ",
+                   .found = "Target found at default location after installation.",
+                   .missing = ""},
+    .at_fallback = {.checking = "Re-checking fallback path: ",
+                    .found = "Target found at fallback location after installation.",
+                    .missing = ""}};
+
 // Looks for the Core at its default place, then beside VOSK, and makes the first one found the
 // target. Returns false, with the target as it was, if it is in neither place.
 [[nodiscard]] bool FindCore(platform::Files& files, console::LogSink& log,
@@ -40,5 +50,8 @@ struct CoreSearchTexts {
 
 // The Core's stats directory below the roaming application data.
 [[nodiscard]] std::filesystem::path LogRootBelow(const std::filesystem::path& roaming_app_data);
+// The same if it is there; nothing if it is not, or out of reach.
+[[nodiscard]] std::optional<std::filesystem::path> FindLogRoot(platform::System& system,
+                                                               platform::Files& files);
 
 }  // namespace vosk::supervisor

@@ -26,6 +26,7 @@
 #include "report/archive/report_archive.h"
 #include "report/host_info/host_info.h"
 #include "report/upload/uploader.h"
+#include "supervisor/core_end.h"
 #include "supervisor/crash_processing.h"
 #include "supervisor/diagnostic_report.h"
 #include "supervisor/menu_actions.h"
@@ -80,7 +81,8 @@ struct Services {
   ReportSteps report_steps{host.files, host_info, archive, state.red_alert_mode};
   CrashProcessing crash_processing{host.files, log, report_steps, *uploader};
   DiagnosticReport diagnostic_report{host.files, log, immediate_dump, report_steps, *uploader, places};
-  UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_space, core_version, core, places, state};
+  CoreEndHandling core_end{host.clock, log, core, crash_processing, places, state};
+  UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_space, core_version, core, core_end, places, state};
   MenuActions menu{host.console, log, screen, core, core_version, diagnostic_report, update_schedule, state};
   // clang-format on
 };

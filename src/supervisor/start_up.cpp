@@ -17,9 +17,15 @@ namespace vosk::supervisor {
 namespace {
 
 constexpr std::chrono::milliseconds kDiskSpacePause{1000};
+// A disk that stays full is cleaned again only so often; each time fills a page of the log.
+constexpr std::chrono::minutes kCleanupInterval{15};
 constexpr std::uint64_t kMebibyte = 1'048'576;
 constexpr std::string_view kRule = "-------------------------------------------------------";
 static_assert(kRule.size() == 55);
+
+bool IsMissing(const platform::Error& error) {
+  return error == platform::kFileNotFound || error == platform::kPathNotFound;
+}
 
 constexpr CoreSearchTexts kFirstSearch{
     .at_default = {.checking = "Checking for target at default path: ",
@@ -28,13 +34,6 @@ constexpr CoreSearchTexts kFirstSearch{
     .at_fallback = {.checking = "Checking fallback path: ",
                     .found = "Using target executable from fallback location.",
                     .missing = "Target executable not found at fallback path: "}};
-constexpr CoreSearchTexts kSearchAfterInstallation{
-    .at_default = {.checking = "Re-checking default path: ",
-                   .found = "Target found at default location after installation.",
-                   .missing = ""},
-    .at_fallback = {.checking = "Re-checking fallback path: ",
-                    .found = "Target found at fallback location after installation.",
-                    .missing = ""}};
 
 }  // namespace
 
@@ -51,7 +50,7 @@ bool StartUp::Run() {
   HostInfoSelfTest(host_.clock, host_.files, log_, [this](const std::filesystem::path& path) {
     return services_.host_info.GenerateHostInfoFile(path);
   }).Run(places_.dump_storage_directory);
-  WaitForDiskSpace();
+  if (!WaitForDiskSpace()) return false;
   if (!target_found && !InstallTarget()) {
     const auto message = fmt::format(
         "Initialization failed: Target executable '{}' not found at default or fallback location, "
@@ -137,23 +136,38 @@ bool StartUp::LocateTarget() {
   return FindCore(host_.files, log_, kFirstSearch, places_);
 }
 
-void StartUp::WaitForDiskSpace() {
+bool StartUp::WaitForDiskSpace() {
   install::DiskSpace& space = services_.disk_space;
   // Where the Core will be is not settled yet: the current directory's volume stands for it.
   const std::filesystem::path unsettled;
-  for (bool first_pass = true; !space.CheckDiskSpace(unsettled, first_pass); first_pass = false) {
-    log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
-    const std::uint64_t freed = services_.storage_cleanup.CleanUpStorage(
-        places_.dump_storage_directory, places_.TempDirectory());
-    if (space.CheckDiskSpace(unsettled, /*verbose=*/false)) {
-      log_.LogInfo("Storage cleanup successful! Proceeding with update.");
-    } else {
-      log_.LogError("Even after freeing {} MB, insufficient space for update. Update aborted.",
-                    freed / kMebibyte);
+  std::optional<SupervisorState::SteadyTime> last_cleanup;
+  while (!space.CheckDiskSpace(unsettled, /*verbose=*/!last_cleanup)) {
+    const auto now = host_.clock.SteadyNow();
+    const bool first_pass = !last_cleanup;
+    if (first_pass || now - *last_cleanup >= kCleanupInterval) {
+      last_cleanup = now;
+      if (CleanUpStorage()) return true;
+      if (first_pass) log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
     }
-    if (first_pass) log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
     host_.clock.SleepFor(kDiskSpacePause);
+    services_.menu.ReadQuitKey();
+    if (services_.state.g_terminateMonitoring.load()) return false;
   }
+  if (last_cleanup) log_.LogInfo("Storage space is sufficient again. Resuming VOSK Operations.");
+  return true;
+}
+
+bool StartUp::CleanUpStorage() {
+  log_.LogWarn("Insufficient space for update. Attempting storage cleanup...");
+  const std::uint64_t freed = services_.storage_cleanup.CleanUpStorage(
+      places_.dump_storage_directory, places_.TempDirectory());
+  if (services_.disk_space.CheckDiskSpace({}, /*verbose=*/false)) {
+    log_.LogInfo("Storage cleanup successful! Proceeding with update.");
+    return true;
+  }
+  log_.LogError("Even after freeing {} MB, insufficient space for update. Update aborted.",
+                freed / kMebibyte);
+  return false;
 }
 
 bool StartUp::InstallTarget() {
@@ -190,7 +204,7 @@ void StartUp::LocateLogRoot() {
     log_.LogWarn(
         "Target log root directory does not exist or is not accessible: {}{}. Logs may not be "
         "included in crash reports.",
-        log_root, type ? "" : fmt::format(" Error: {}", type.error()));
+        log_root, type || IsMissing(type.error()) ? "" : fmt::format(" Error: {}", type.error()));
   } catch (const std::exception& problem) {
     log_.LogError("Exception constructing log root path from AppData: {}", problem.what());
     log_.LogWarn("Could not determine log root directory path. Logs will not be included.");

@@ -14,7 +14,8 @@ class StartUp {
   explicit StartUp(Services& services);
 
   // Finds, fetches or installs what the monitoring needs and fills in the places. Returns false if
-  // the monitoring cannot begin; the operator then knows why, from the log and from a box.
+  // the monitoring cannot begin; the operator then knows why, from the log and from a box, or has
+  // ended it.
   [[nodiscard]] bool Run();
 
  private:
@@ -28,8 +29,11 @@ class StartUp {
   // Removes what an update that was cut short has left in the temporary folder.
   void RemoveUpdateLeftovers();
   [[nodiscard]] bool LocateTarget();
-  // Waits, cleaning up meanwhile, until there is room; for ever if need be.
-  void WaitForDiskSpace();
+  // Waits, cleaning up meanwhile, until there is room; for ever if need be. Returns false if the
+  // operator has ended it.
+  [[nodiscard]] bool WaitForDiskSpace();
+  // Returns whether there is room now.
+  [[nodiscard]] bool CleanUpStorage();
   // Returns false, with the reason in the log, if there is no Core afterwards either.
   [[nodiscard]] bool InstallTarget();
   // Where the Core keeps its statistics and logs; stays empty, with a warning, if it is out of

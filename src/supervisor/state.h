@@ -15,6 +15,10 @@ struct SupervisorState {
   // What the version service said last, and when it was asked; empty: it could not be asked.
   std::string last_fetched_version;
   SteadyTime last_update_check_time{};
+  // The Core is not launched before this; zero: as soon as it is down.
+  SteadyTime relaunch_not_before{};
+  // What VOSK ended for was not meant: whoever started it may start it again.
+  bool failed = false;
 
   std::atomic<bool> g_terminateMonitoring{false};
   std::atomic<bool> red_alert_mode{false};

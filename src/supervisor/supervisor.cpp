@@ -79,11 +79,13 @@ int Supervisor::Run(const std::vector<std::string>& arguments) {
   const AtScopeEnd uninitialize_com([&] {
     if (com) host_.system.UninitializeCom();
   });
-  if (!StartUp(services_).Run()) return kFailure;
+  if (!StartUp(services_).Run()) {
+    return services_.state.g_terminateMonitoring.load() ? kSuccess : kFailure;
+  }
   services_.update_schedule.CheckAtStartup();
   MonitoringLoop(services_).Run();
   ShutDown();
-  return kSuccess;
+  return services_.state.failed ? kFailure : kSuccess;
 }
 
 void Supervisor::PrepareConsole() {

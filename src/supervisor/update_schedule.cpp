@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "console/uptime.h"
 #include "net/version_compare.h"
 #include "platform/clock.h"
 
@@ -10,6 +11,9 @@ namespace {
 
 constexpr std::chrono::minutes kUpdateCheckInterval{5};
 constexpr int kNewer = 1;
+// A failed update is repeated in the next cycle, then ever more seldom.
+constexpr BackoffPlan kRepeats{
+    .free_failures = 1, .first = std::chrono::minutes(5), .longest = std::chrono::hours(6)};
 
 }  // namespace
 
@@ -17,7 +21,8 @@ UpdateSchedule::UpdateSchedule(platform::Clock& clock, console::LogSink& log,
                                net::VersionService& version_service,
                                install::SelfUpdate& self_update, install::DiskSpace& disk_space,
                                const install::CoreVersion& core_version, WatchedCore& core,
-                               const Places& places, SupervisorState& state)
+                               CoreEndHandling& core_end, const Places& places,
+                               SupervisorState& state)
     : clock_(clock),
       log_(log),
       version_service_(version_service),
@@ -25,8 +30,10 @@ UpdateSchedule::UpdateSchedule(platform::Clock& clock, console::LogSink& log,
       disk_space_(disk_space),
       core_version_(core_version),
       core_(core),
+      core_end_(core_end),
       places_(places),
-      state_(state) {}
+      state_(state),
+      backoff_(kRepeats) {}
 
 std::string UpdateSchedule::FetchVersion() {
   state_.last_fetched_version = version_service_.FetchVersion();
@@ -79,6 +86,7 @@ void UpdateSchedule::UpdateAtStartup(const std::string& latest) {
   if (!RunSequence(latest)) {
     log_.LogWarn(
         "Startup update: Update sequence did not fully succeed. Proceeding with current version.");
+    PutOff(latest);
   } else if (state_.g_terminateMonitoring.load()) {
     log_.LogInfo("Startup update: New VOSK launched. Exiting this instance.");
   }
@@ -103,6 +111,7 @@ void UpdateSchedule::CheckPeriodically(SupervisorState::SteadyTime now, bool cor
     if (fetched) log_.LogInfo("Current version {} is up-to-date.", current);
     return;
   }
+  if (latest == failed_version_ && now < next_attempt_) return;
   log_.LogInfo("Sufficient disk space available. Proceeding with update.");
   log_.LogWarn("Newer version detected! Current: {}, Latest: {}. Initiating self-update sequence.",
                current, latest);
@@ -110,6 +119,7 @@ void UpdateSchedule::CheckPeriodically(SupervisorState::SteadyTime now, bool cor
   core_.ValidateBeforeUpdate(core_runs);
   if (!RunSequence(latest)) {
     log_.LogError("Update sequence did not complete successfully or failed to launch new VOSK.");
+    PutOff(latest);
   }
 }
 
@@ -126,9 +136,26 @@ void UpdateSchedule::ForceReinstall() {
     return;
   }
   log_.LogInfo("Menu: Latest version reported by network: {}", latest);
+  failed_version_.clear();
   if (!RunSequence(latest)) {
     log_.LogError("Menu: Force reinstall failed. Will continue with current installation.");
   }
+}
+
+void UpdateSchedule::PutOff(const std::string& version) {
+  if (version != failed_version_) backoff_.Reset();
+  failed_version_ = version;
+  const auto wait = backoff_.Fail();
+  next_attempt_ = clock_.SteadyNow() + wait;
+  if (wait.count() == 0 || state_.g_terminateMonitoring.load()) return;
+  log_.LogWarn("Updating to version {} has failed {} times. The next attempt is due in {}.",
+               version, backoff_.Failures(), console::FormatUptime(wait));
+}
+
+bool UpdateSchedule::EndCore() {
+  // A Core that has ended by itself meanwhile has something to report.
+  if (core_.IsHeld() && !core_.IsRunning()) core_end_.HandleCoreEnd();
+  return core_.EndForUpdate();
 }
 
 bool UpdateSchedule::RunSequence(const std::string& version) {
@@ -138,11 +165,13 @@ bool UpdateSchedule::RunSequence(const std::string& version) {
       .dump_storage_directory = places_.dump_storage_directory,
       .core_directory = places_.target_directory,
       .log_root_directory = places_.log_root_directory,
-      .end_core = [this] { return core_.EndForUpdate(); },
+      .end_core = [this] { return EndCore(); },
   });
   state_.update_in_progress.store(false);
   // A Core that the sequence has let go of is looked for, or launched, by the next cycle.
   if (!core_.IsHeld()) core_.Forget();
+  // VOSK.exe could not be put back in its place.
+  if (!success && state_.g_terminateMonitoring.load()) state_.failed = true;
   return success;
 }
 

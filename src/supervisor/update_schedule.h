@@ -10,6 +10,8 @@
 #include "install/self_update.h"
 #include "net/version_service.h"
 #include "platform/clock.h"
+#include "supervisor/backoff.h"
+#include "supervisor/core_end.h"
 #include "supervisor/places.h"
 #include "supervisor/state.h"
 #include "supervisor/watched_core.h"
@@ -21,7 +23,8 @@ class UpdateSchedule {
   UpdateSchedule(platform::Clock& clock, console::LogSink& log,
                  net::VersionService& version_service, install::SelfUpdate& self_update,
                  install::DiskSpace& disk_space, const install::CoreVersion& core_version,
-                 WatchedCore& core, const Places& places, SupervisorState& state);
+                 WatchedCore& core, CoreEndHandling& core_end, const Places& places,
+                 SupervisorState& state);
 
   // Once, before the loop. After every outcome VOSK goes on, or ends because its successor runs.
   void CheckAtStartup();
@@ -37,6 +40,9 @@ class UpdateSchedule {
   [[nodiscard]] std::string FetchVersion();
   void UpdateAtStartup(const std::string& latest);
   [[nodiscard]] bool RunSequence(const std::string& version);
+  [[nodiscard]] bool EndCore();
+  // Decides, after a failure, when this version is tried again.
+  void PutOff(const std::string& version);
 
   platform::Clock& clock_;
   console::LogSink& log_;
@@ -45,8 +51,13 @@ class UpdateSchedule {
   install::DiskSpace& disk_space_;
   const install::CoreVersion& core_version_;
   WatchedCore& core_;
+  CoreEndHandling& core_end_;
   const Places& places_;
   SupervisorState& state_;
+
+  std::string failed_version_;
+  Backoff backoff_;
+  SupervisorState::SteadyTime next_attempt_{};
 };
 
 }  // namespace vosk::supervisor

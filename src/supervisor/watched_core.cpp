@@ -21,10 +21,22 @@ constexpr milliseconds kSettlingPause{2000};
 // fill the log.
 constexpr seconds kLongestMonitorRetryDelay = std::chrono::hours(1);
 
+// How long a monitor has to stay before it replaces another, and before its forerunners' ends are
+// forgotten.
+constexpr milliseconds kMonitorSettling{2000};
+constexpr seconds kSettledMonitor = std::chrono::minutes(1);
+
+// A Core that refuses to be opened is told of anew only so often.
+constexpr std::chrono::minutes kRefusalReportInterval{15};
+
 constexpr milliseconds kMonitorExitWait{1000};
 constexpr milliseconds kCoreExitWait{3000};
 constexpr milliseconds kMonitorExitWaitInUpdate{2500};
 constexpr milliseconds kCoreExitWaitInUpdate{5000};
+
+constexpr std::uint32_t kAccessForUpdate = platform::access::kSynchronize |
+                                           platform::access::kQueryInformation |
+                                           platform::access::kTerminate;
 
 // The exit codes of a process that VOSK ends: as wanted, and because something is over or wrong.
 constexpr std::uint32_t kEndedOnPurpose = 0;
@@ -45,11 +57,21 @@ WatchedCore::WatchedCore(const platform::Host& host, console::LogSink& log,
 
 std::optional<std::chrono::steady_clock::duration> WatchedCore::Uptime(SteadyTime now) const {
   if (target_launch_time_ == SteadyTime{}) return std::nullopt;
-  return now - target_launch_time_;
+  // An action of the operator may have launched it later than the cycle began.
+  return std::max(now - target_launch_time_, std::chrono::steady_clock::duration(0));
 }
 
 bool WatchedCore::IsRunning() {
-  return IsHeld() && processes_.IsProcessAlive(target_pid_);
+  if (!IsHeld()) return false;
+  // The handle knows better than an exit code, which any Core may end with, or a refused look.
+  const auto outcome = host_.processes.WaitFor(hTargetProcess_, milliseconds(0));
+  if (outcome) return *outcome == platform::WaitOutcome::timed_out;
+  return processes_.IsProcessAlive(target_pid_);
+}
+
+bool WatchedCore::HasEnded(const platform::ProcessHandle& process) {
+  const auto outcome = host_.processes.WaitFor(process, milliseconds(0));
+  return outcome && *outcome == platform::WaitOutcome::finished;
 }
 
 platform::Result<std::uint32_t> WatchedCore::ExitCode() const {
@@ -73,38 +95,55 @@ void WatchedCore::Forget() {
   captured_modules_.clear();
 }
 
-void WatchedCore::AttachToRunningCore() {
+bool WatchedCore::AttachToRunningCore() {
   const process::ProcessList running = processes_.FindCoreProcesses();
-  if (running.empty()) return;
+  if (running.empty()) return false;
   const platform::ProcessId pid = running.front();
-  if (running.size() > 1) {
-    log_.LogWarn("Multiple instances of '{}' found. Monitoring first detected (PID: {}).",
-                 text::WideToUtf8(identity::kCoreExecutable), pid);
-  }
-  log_.LogInfo("Found existing instance of target (PID: {}).", pid);
-  if (!OpenRunningCore(pid)) return;
-  if (!AttachMonitor()) {
-    log_.LogError("Failed launch ProcDump for existing PID {}.", pid);
-    log_.LogError("Detaching from existing process.");
-    Forget();
-  }
-}
-
-bool WatchedCore::OpenRunningCore(platform::ProcessId pid) {
+  const SteadyTime now = host_.clock.SteadyNow();
+  if (pid != refused_.pid) refused_ = {.pid = pid};
+  if (now < refused_.next_monitor) return true;
   auto process = host_.processes.Open(
       platform::access::kSynchronize | platform::access::kQueryLimitedInformation, pid);
+  // A Core that stays out of reach is asked for in every cycle, but not told of.
+  const bool told = !process && refused_.times > 0 && now < refused_.next_line;
+  if (!told) {
+    if (running.size() > 1) {
+      log_.LogWarn("Multiple instances of '{}' found. Monitoring first detected (PID: {}).",
+                   text::WideToUtf8(identity::kCoreExecutable), pid);
+    }
+    log_.LogInfo("Found existing instance of target (PID: {}).", pid);
+  }
   if (!process) {
+    ++refused_.times;
+    if (told) return true;
     log_.LogError("Found running PID {}, but failed to open handle. Error: {}. Cannot monitor.",
                   pid, process.error());
-    return false;
+    refused_.next_line = now + kRefusalReportInterval;
+    return true;
   }
-  Hold(std::move(*process), pid);
-  log_.LogInfo("Successfully attached to existing PID {}. Starting monitoring.", pid);
-  log_.LogInfo("Captured {} runtime modules from existing process", CaptureModules());
+  Adopt(std::move(*process), pid);
   return true;
 }
 
-bool WatchedCore::Launch() {
+void WatchedCore::Adopt(platform::ProcessHandle process, platform::ProcessId pid) {
+  Hold(std::move(process), pid);
+  log_.LogInfo("Successfully attached to existing PID {}. Starting monitoring.", pid);
+  log_.LogInfo("Captured {} runtime modules from existing process", CaptureModules());
+  if (AttachMonitor()) {
+    if (refused_.times > 0) {
+      log_.LogInfo("PID {} is monitored after {} attempts that failed.", pid, refused_.times);
+    }
+    refused_ = {};
+    return;
+  }
+  log_.LogError("Failed launch ProcDump for existing PID {}.", pid);
+  log_.LogError("Detaching from existing process.");
+  Forget();
+  ++refused_.times;
+  refused_.next_monitor = host_.clock.SteadyNow() + refused_.monitor_backoff.Fail();
+}
+
+LaunchOutcome WatchedCore::Launch() {
   const std::string command_line = text::PathToUtf8(places_.target_path);
   log_.LogInfo("Executing Command Line: {}", command_line);
   log_.LogInfo("Working Directory: {}", places_.target_directory);
@@ -113,29 +152,30 @@ bool WatchedCore::Launch() {
                                         .console = platform::ConsoleOfChild::new_console});
   if (!started) {
     log_.LogError("Failed to launch target process: {}.", started.error());
-    return false;
+    return LaunchOutcome::not_started;
   }
   log_.LogInfo("VELDRAN Core relaunched successfully.");
   Hold(std::move(started->handle), started->pid);
-  WatchLaunchedCore();
-  return true;
+  return WatchLaunchedCore() ? LaunchOutcome::watched : LaunchOutcome::unwatched;
 }
 
-void WatchedCore::WatchLaunchedCore() {
+bool WatchedCore::WatchLaunchedCore() {
   host_.clock.SleepFor(kSettlingPause);
   log_.LogInfo("Captured {} runtime modules from target process", CaptureModules());
   log_.LogInfo("New Target Process PID: {}{}{}", log_.Colour(console::kMagenta), target_pid_,
                log_.Colour(console::kReset));
   if (AttachMonitor()) {
     log_.LogInfo("ProcDump monitor started for new target PID {}", target_pid_);
-    return;
+    return true;
   }
   log_.LogError("Successfully relaunched target PID {}, but FAILED to launch ProcDump monitor!",
                 target_pid_);
   log_.LogWarn("Crash dump generation will NOT occur.");
   log_.LogError("Terminating the newly launched target process.");
-  processes_.TerminateProcessL(hTargetProcess_, kEndedForGood);
+  // A Core that lingers would be adopted by the next cycle.
+  End(hTargetProcess_, kEndedForGood, kCoreExitWait);
   Forget();
+  return false;
 }
 
 std::size_t WatchedCore::CaptureModules() {
@@ -145,8 +185,13 @@ std::size_t WatchedCore::CaptureModules() {
   return captured_modules_.size();
 }
 
+platform::ProcessHandle WatchedCore::LaunchMonitor() {
+  monitor_launched_at_ = host_.clock.SteadyNow();
+  return procdump_monitor_.LaunchProcDumpMonitor(target_pid_, places_.dump_storage_directory);
+}
+
 bool WatchedCore::AttachMonitor() {
-  HoldMonitor(procdump_monitor_.LaunchProcDumpMonitor(target_pid_, places_.dump_storage_directory));
+  HoldMonitor(LaunchMonitor());
   return HasMonitor();
 }
 
@@ -155,6 +200,8 @@ void WatchedCore::WatchMonitor(SteadyTime now) {
     const auto exit_code = host_.processes.ExitCode(hProcDump_);
     if (!exit_code || *exit_code == platform::kStillActive) {
       monitor_lost_at_.reset();
+      // What kept the monitors before this one from staying is over.
+      if (now - monitor_launched_at_ >= kSettledMonitor) monitor_retry_delay_ = kMonitorLossGrace;
       return;
     }
     log_.LogWarn(
@@ -170,15 +217,23 @@ void WatchedCore::WatchMonitor(SteadyTime now) {
   static_cast<void>(AttachMonitor());
 }
 
-bool WatchedCore::ReattachMonitor() {
-  DropMonitor();
-  return AttachMonitor();
+MonitorChange WatchedCore::ReattachMonitor() {
+  platform::ProcessHandle monitor = LaunchMonitor();
+  if (!monitor) return MonitorChange::not_launched;
+  // A process has one debugger: the new monitor leaves at once if the old one keeps the Core.
+  const auto outcome = host_.processes.WaitFor(monitor, kMonitorSettling);
+  const bool left = outcome && *outcome == platform::WaitOutcome::finished;
+  if (left && HasMonitor()) return MonitorChange::at_next_launch;
+  HoldMonitor(std::move(monitor));
+  return left ? MonitorChange::not_launched : MonitorChange::done;
 }
 
 void WatchedCore::End(platform::ProcessHandle& process, std::uint32_t exit_code,
                       milliseconds limit) {
-  processes_.TerminateProcessL(process, exit_code);
-  static_cast<void>(host_.processes.WaitFor(process, limit));
+  if (!HasEnded(process)) {
+    processes_.TerminateProcessL(process, exit_code);
+    static_cast<void>(host_.processes.WaitFor(process, limit));
+  }
   process.Reset();
 }
 
@@ -220,7 +275,7 @@ void WatchedCore::ValidateBeforeUpdate(bool core_runs) {
   }
   // Despite "Aborting update", neither path aborts: the update checks for itself.
   if (!hTargetProcess_ && !ReopenForUpdate()) return;
-  if (processes_.IsProcessAlive(target_pid_)) {
+  if (IsRunning()) {
     log_.LogInfo("Pre-Update: Target process PID {} confirmed running.", target_pid_);
     ValidateMonitor();
     return;
@@ -235,10 +290,7 @@ bool WatchedCore::ReopenForUpdate() {
   log_.LogWarn(
       "Pre-Update Warning: hTargetProcess handle is invalid. Attempting to re-open PID: {}",
       target_pid_);
-  auto process =
-      host_.processes.Open(platform::access::kSynchronize | platform::access::kQueryInformation |
-                               platform::access::kTerminate,
-                           target_pid_);
+  auto process = host_.processes.Open(kAccessForUpdate, target_pid_);
   if (!process) {
     log_.LogError(
         "Pre-Update Error: Failed to re-open handle for target PID {}. Error: {}. Aborting update.",
@@ -278,6 +330,7 @@ void WatchedCore::EndMonitorForUpdate() {
     return;
   }
   log_.LogInfo("Terminating ProcDump (PID: {})...", host_.processes.Id(hProcDump_).value_or(0));
+  if (HasEnded(hProcDump_)) return DropMonitor();
   const auto terminated = processes_.TerminateProcessL(hProcDump_, kEndedForGood);
   if (!terminated) {
     log_.LogWarn("TerminateProcess failed for ProcDump (Error: {}). Might already be stopped.",
@@ -293,10 +346,36 @@ void WatchedCore::EndMonitorForUpdate() {
 
 bool WatchedCore::EndForUpdate() {
   EndMonitorForUpdate();
-  if (!IsHeld()) {
+  // At start-up a Core may run that nobody holds yet.
+  const process::ProcessList running =
+      IsHeld() ? process::ProcessList{target_pid_} : processes_.FindCoreProcesses();
+  if (running.empty()) {
     log_.LogInfo("No active Core process to terminate.");
     return true;
   }
+  for (const platform::ProcessId pid : running) {
+    if (!IsHeld() && !HoldForUpdate(pid)) return false;
+    if (IsHeld() && !EndCoreForUpdate()) return false;
+  }
+  log_.LogInfo("Update Step 4/7: Core process termination confirmed.");
+  return true;
+}
+
+bool WatchedCore::HoldForUpdate(platform::ProcessId pid) {
+  auto process = host_.processes.Open(kAccessForUpdate, pid);
+  if (process) {
+    Hold(std::move(*process), pid);
+    return true;
+  }
+  // A process that has gone meanwhile is what we want.
+  if (process.error() == platform::kInvalidParameter) return true;
+  log_.LogError(
+      "Update Error: Failed to open running VELDRAN Core (PID: {}). Error: {}. Aborting update.",
+      pid, process.error());
+  return false;
+}
+
+bool WatchedCore::EndCoreForUpdate() {
   const platform::ProcessId pid = target_pid_;
   log_.LogInfo("Terminating VELDRAN Core (PID: {})...", pid);
   const auto terminated = processes_.TerminateProcessL(hTargetProcess_, kEndedForGood);
@@ -312,27 +391,27 @@ bool WatchedCore::EndForUpdate() {
   const auto outcome = host_.processes.WaitFor(hTargetProcess_, kCoreExitWaitInUpdate);
   const bool ended =
       outcome ? *outcome == platform::WaitOutcome::finished : !processes_.IsProcessAlive(pid);
-  hTargetProcess_.Reset();
+  Forget();
   if (!ended) {
     log_.LogError(
         "Update Error: Target Core process (PID: {}) did not terminate within timeout! Aborting "
         "update.",
         pid);
-    return false;
   }
-  log_.LogInfo("Update Step 4/7: Core process termination confirmed.");
-  return true;
+  return ended;
 }
 
 void WatchedCore::EndAtShutdown() {
   if (hProcDump_) {
     log_.LogInfo("Terminating active ProcDump monitor process during shutdown...");
-    processes_.TerminateProcessL(hProcDump_, kEndedOnPurpose);
+    if (!HasEnded(hProcDump_)) processes_.TerminateProcessL(hProcDump_, kEndedOnPurpose);
     hProcDump_.Reset();
   }
   if (hTargetProcess_) {
     log_.LogInfo("Terminating monitored target process (if still running) during shutdown...");
-    processes_.TerminateProcessL(hTargetProcess_, kEndedOnPurpose);
+    if (!HasEnded(hTargetProcess_)) {
+      processes_.TerminateProcessL(hTargetProcess_, kEndedOnPurpose);
+    }
     hTargetProcess_.Reset();
   }
 }

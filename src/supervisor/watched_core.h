@@ -13,6 +13,7 @@
 #include "platform/processes.h"
 #include "process/process_control.h"
 #include "report/host_info/process_module.h"
+#include "supervisor/backoff.h"
 #include "supervisor/places.h"
 #include "supervisor/state.h"
 
@@ -21,6 +22,9 @@ namespace vosk::supervisor {
 // A monitor ends a moment before the Core whose crash it has written down; only one that is gone
 // for longer has left the Core unwatched.
 inline constexpr std::chrono::seconds kMonitorLossGrace{5};
+
+enum class LaunchOutcome { watched, unwatched, not_started };
+enum class MonitorChange { done, at_next_launch, not_launched };
 
 // Nobody else holds the handles of the two processes. A Core is held from the moment at which it is
 // attached to or launched until it is forgotten; every failure is logged where it happens.
@@ -43,19 +47,20 @@ class WatchedCore {
   [[nodiscard]] bool IsRunning();
   [[nodiscard]] platform::Result<std::uint32_t> ExitCode() const;
 
-  // Takes up a Core that runs already, with a monitor of its own, or leaves it alone.
-  void AttachToRunningCore();
-  // Launches the target and has it watched; a Core that cannot be watched is ended again. Returns
-  // false only if it could not be started at all.
-  [[nodiscard]] bool Launch();
+  // Takes up a Core that runs already, with a monitor of its own, or leaves it alone. Returns
+  // whether a Core runs.
+  [[nodiscard]] bool AttachToRunningCore();
+  // Launches the target and has it watched; a Core that cannot be watched is ended again.
+  [[nodiscard]] LaunchOutcome Launch();
   // From now on this is the Core to watch, and this its monitor.
   void Hold(platform::ProcessHandle process, platform::ProcessId pid);
   void HoldMonitor(platform::ProcessHandle monitor) { hProcDump_ = std::move(monitor); }
 
   // Attaches a fresh monitor if the old one has ended although its Core goes on.
   void WatchMonitor(SteadyTime now);
-  // Lets go of the monitor and attaches one with the present dump settings.
-  [[nodiscard]] bool ReattachMonitor();
+  // Attaches a monitor with the present dump settings; the old one is let go of only if the new one
+  // stays. Takes two seconds.
+  [[nodiscard]] MonitorChange ReattachMonitor();
   // Lets go of the monitor without ending it.
   void DropMonitor() { hProcDump_.Reset(); }
 
@@ -64,7 +69,7 @@ class WatchedCore {
   void InitiateGracefulRestart(std::string_view reason);
   // Makes sure, before an update, of what is held. `core_runs` as the cycle has found it.
   void ValidateBeforeUpdate(bool core_runs);
-  // Ends both for an update. Returns false if the Core outlived it.
+  // Ends both for an update, and every Core that runs unheld. Returns false if a Core outlived it.
   [[nodiscard]] bool EndForUpdate();
   // Ends both without waiting for them.
   void EndAtShutdown();
@@ -75,15 +80,21 @@ class WatchedCore {
   void Forget();
 
  private:
-  [[nodiscard]] bool OpenRunningCore(platform::ProcessId pid);
+  void Adopt(platform::ProcessHandle process, platform::ProcessId pid);
+  // Whether the process is known to have ended.
+  [[nodiscard]] bool HasEnded(const platform::ProcessHandle& process);
+  [[nodiscard]] platform::ProcessHandle LaunchMonitor();
   [[nodiscard]] bool AttachMonitor();
   std::size_t CaptureModules();
-  void WatchLaunchedCore();
+  [[nodiscard]] bool WatchLaunchedCore();
 
   [[nodiscard]] bool ReopenForUpdate();
   void ValidateMonitor();
   void EndMonitorForUpdate();
-  // Asks for the end and waits for it, up to the limit.
+  // Holds a Core that runs unheld, unless it has gone. Returns false if it cannot be opened.
+  [[nodiscard]] bool HoldForUpdate(platform::ProcessId pid);
+  [[nodiscard]] bool EndCoreForUpdate();
+  // Asks a process that still lives for its end and waits for it, up to the limit.
   void End(platform::ProcessHandle& process, std::uint32_t exit_code,
            std::chrono::milliseconds limit);
 
@@ -99,8 +110,20 @@ class WatchedCore {
   platform::ProcessHandle hProcDump_;
   SteadyTime target_launch_time_{};  // zero: no Core
   report::ProcessModules captured_modules_;
+  SteadyTime monitor_launched_at_{};
   std::optional<SteadyTime> monitor_lost_at_;
   std::chrono::seconds monitor_retry_delay_ = kMonitorLossGrace;
+
+  // A Core that runs, but could not be adopted.
+  struct Refused {
+    platform::ProcessId pid = 0;
+    int times = 0;
+    SteadyTime next_line{};
+    SteadyTime next_monitor{};
+    Backoff monitor_backoff{
+        {.first = std::chrono::seconds(5), .longest = std::chrono::minutes(15)}};
+  };
+  Refused refused_;
 };
 
 }  // namespace vosk::supervisor

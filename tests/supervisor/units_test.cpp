@@ -4,10 +4,8 @@
 
 #include "simulation/servers.h"
 #include "supervisor/host_info_self_test.h"
-#include "supervisor/update_schedule.h"
-#include "supervisor/watched_core.h"
+#include "supervisor/services.h"
 #include "tests/support/checked_host.h"
-#include "tests/support/fake_downloader.h"
 #include "tests/support/variants.h"
 
 namespace vosk::supervisor {
@@ -56,7 +54,8 @@ TEST(HostInfoSelfTest, TellsHowItWent) {
 // package, so that every update ends early.
 struct Work {
   Work() {
-    version.Set("1.2.2");
+    services.log.OpenLogFile();
+    services.core_version.Set("1.2.2");
     servers.latest_version = "1.2.3";
     core = host.processes.Add(u"VELDRAN Core.exe").pid;
     monitor = host.processes.Add(u"procdump64.exe").pid;
@@ -67,30 +66,15 @@ struct Work {
     return std::move(*host.processes.Open(0x001F'FFFF, pid));
   }
   void End(platform::ProcessId pid) { host.processes.End(host.processes.At(pid), 7); }
+  [[nodiscard]] support::LogText Lines() const {
+    const support::LogText all = simulation::LogOf(host);
+    return {all.begin() + 2, all.end()};
+  }
 
   CheckedHost host;
   support::SimServers servers{host};
-  support::LogRecorder log{host};
-  SupervisorState state;
-  Places places;
-  process::ProcessControl processes{host.processes, log.Sink()};
-  support::FakeDownloader downloader;
-  install::CoreVersion version{host.files, log.Sink()};
-  install::CorePackage core_package{host.files, host.installer, log.Sink(), downloader};
-  install::Msiexec msiexec{host.processes, processes};
-  install::SelfUpdate self_update{host.Bundle(),
-                                  log.Sink(),
-                                  processes,
-                                  core_package,
-                                  msiexec,
-                                  version,
-                                  state.g_terminateMonitoring};
-  install::DiskSpace disk_space{host.files, log.Sink()};
-  std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
-  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode};
-  WatchedCore watched{host.Bundle(), log.Sink(), processes, procdump_monitor, places, state};
-  UpdateSchedule update{host.clock, log.Sink(), *service, self_update, disk_space,
-                        version,    watched,    places,   state};
+  Services services{host.Bundle(), servers};
+  WatchedCore& watched = services.core;
   platform::ProcessId core = 0;
   platform::ProcessId monitor = 0;
 };
@@ -106,18 +90,19 @@ TEST(UpdateSchedule, TellsWhatItFindsBeforeAnUpdate) {
          work.watched.Hold({}, work.core);
          work.host.processes.At(work.core).open_error = platform::kAccessDenied;
        }},
-      {"a restart goes on", [](Work& work) { work.state.restart_in_progress = true; }},
-      {"an update goes on", [](Work& work) { work.state.update_in_progress = true; }},
+      {"a restart goes on", [](Work& work) { work.services.state.restart_in_progress = true; }},
+      {"an update goes on", [](Work& work) { work.services.state.update_in_progress = true; }},
       {"no room", [](Work& work) { work.host.files.free_space = 1; }}};
   support::Variants variants;
   for (const auto& [name, change] : rows) {
     Work work;
     change(work);
     work.host.clock.SleepFor(std::chrono::minutes(5));
-    work.update.CheckPeriodically(work.host.clock.SteadyNow(), /*core_runs=*/true);
-    work.update.ForceReinstall();
+    work.services.update_schedule.CheckPeriodically(work.host.clock.SteadyNow(),
+                                                    /*core_runs=*/true);
+    work.services.update_schedule.ForceReinstall();
     variants.Add(
-        name, work.log.Lines(),
+        name, work.Lines(),
         fmt::format("Core {}, {}held; monitor {}held", work.watched.Pid(),
                     work.watched.IsHeld() ? "" : "not ", work.watched.HasMonitor() ? "" : "not "));
   }
@@ -128,7 +113,7 @@ TEST(WatchedCore, LeavesAloneWhatItDoesNotKnow) {
   Work work;
   work.watched.Forget();
   work.watched.InitiateGracefulRestart("a test");
-  EXPECT_EQ(work.log.Lines(),
+  EXPECT_EQ(work.Lines(),
             support::LogText{"[WARN] InitiateGracefulRestart called but no target process is "
                              "running/monitored."});
   EXPECT_TRUE(work.watched.HasMonitor());
