@@ -32,6 +32,8 @@ class DumpLedger {
   explicit DumpLedger(SimClock& clock) : clock_(clock) {}
   // The bytes of the next dump, which is taken to be written to the path now.
   [[nodiscard]] std::string Write(const std::filesystem::path& path, std::size_t size);
+  // The last dump is none that anybody has to keep.
+  void DisownLast() { written_.pop_back(); }
   [[nodiscard]] const std::vector<WrittenDump>& Written() const { return written_; }
 
  private:

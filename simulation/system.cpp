@@ -65,7 +65,8 @@ Result<platform::DumpFileHandle> SimDumpWriter::CreateDumpFile(const std::filesy
 Result<> SimDumpWriter::WriteDump(const platform::ProcessHandle& process, platform::ProcessId pid,
                                   const platform::DumpFileHandle& file, std::uint32_t dump_type) {
   const std::string subject = fmt::format("{} type {:#x}", pid, dump_type);
-  return choke_.Perform("dump_writer.WriteDump", subject, [&]() -> Result<> {
+  const std::size_t written_before = ledger_.Written().size();
+  auto written = choke_.Perform("dump_writer.WriteDump", subject, [&]() -> Result<> {
     const auto target =
         processes_.Reach(process, platform::access::kQueryInformation).and_then([&](SimProcess*) {
           return processes_.Reach(process, platform::access::kReadMemory);
@@ -78,6 +79,9 @@ Result<> SimDumpWriter::WriteDump(const platform::ProcessHandle& process, platfo
         << ledger_.Write(open->second, full ? 3 << 20 : 20'000);
     return {};
   });
+  // A writer that reports a failure has not promised a dump.
+  if (!written && ledger_.Written().size() > written_before) ledger_.DisownLast();
+  return written;
 }
 
 void SimDumpWriter::CloseHandleValue(platform::HandleValue value) {

@@ -44,19 +44,20 @@ ImmediateDump::ImmediateDump(const platform::Host& host, console::LogSink& log,
                              const std::atomic<bool>& red_alert_mode)
     : host_(host), log_(log), red_alert_mode_(red_alert_mode) {}
 
-tl::expected<std::filesystem::path, std::filesystem::path> ImmediateDump::CreateImmediateDump(
+tl::expected<std::filesystem::path, FailedDump> ImmediateDump::CreateImmediateDump(
     platform::ProcessId pid, const std::filesystem::path& dump_directory) {
   log_.LogInfo("Creating immediate process dump for PID {} using MiniDumpWriteDump...", pid);
   if (!IsPresent(dump_directory)) {
     if (const auto created = host_.files.CreateDirectories(dump_directory); !created) {
       log_.LogError("Failed to create dump directory: {}", created.error());
-      return tl::unexpected(std::filesystem::path());
+      return tl::unexpected(FailedDump{});
     }
   }
   const std::tm now = host_.clock.ToLocal(host_.clock.WallNow());
   auto path = dump_directory / fmt::format("VELDRAN_Core_{:%y%m%d_%H%M%S}.dmp", now);
   log_.LogInfo("Dump file path: {}", path);
-  if (!WriteDump(pid, path) || !CheckDump(path)) return tl::unexpected(path);
+  if (!WriteDump(pid, path)) return tl::unexpected(FailedDump{.path = path});
+  if (!CheckDump(path)) return tl::unexpected(FailedDump{.path = path, .written = true});
   return path;
 }
 

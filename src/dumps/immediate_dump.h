@@ -11,15 +11,21 @@
 
 namespace vosk::dumps {
 
+// What is left of a dump that failed.
+struct FailedDump {
+  std::filesystem::path path;  // empty: none was begun
+  // The system has written it, but the file cannot be looked at.
+  bool written = false;
+};
+
 class ImmediateDump {
  public:
   // `red_alert_mode` is read at each dump; it asks for one of the whole memory.
   ImmediateDump(const platform::Host& host, console::LogSink& log,
                 const std::atomic<bool>& red_alert_mode);
 
-  // Writes a dump of a live process. Returns its path if a non-empty file came of it, else, as the
-  // error, the path of a partial file that may have stayed; empty if none was begun.
-  [[nodiscard]] tl::expected<std::filesystem::path, std::filesystem::path> CreateImmediateDump(
+  // Writes a dump of a live process. Returns its path if a non-empty file came of it.
+  [[nodiscard]] tl::expected<std::filesystem::path, FailedDump> CreateImmediateDump(
       platform::ProcessId pid, const std::filesystem::path& dump_directory);
 
  private:

@@ -18,7 +18,7 @@ void DiagnosticReport::Submit(platform::ProcessId core_pid) {
   const auto dump = immediate_dump_.CreateImmediateDump(core_pid, places_.dump_storage_directory);
   if (!dump) {
     log_.LogError("Failed to create memory dump for diagnostic report.");
-    DiscardPartialDump(dump.error());
+    PutAwayFailedDump(dump.error());
     return;
   }
   log_.LogInfo("Dump created: {}", *dump);
@@ -40,9 +40,11 @@ void DiagnosticReport::Submit(platform::ProcessId core_pid) {
   log_.LogInfo("=====================================");
 }
 
-void DiagnosticReport::DiscardPartialDump(const std::filesystem::path& dump) {
+void DiagnosticReport::PutAwayFailedDump(const dumps::FailedDump& failed) {
   // As it is, the next scan would take it for the dump of a crash.
+  const std::filesystem::path& dump = failed.path;
   if (dump.empty() || !files_.Exists(dump).value_or(true)) return;
+  if (failed.written && files_.SizeOf(dump) != 0) return KeepUnpackedDump(dump);
   if (const auto removed = files_.Remove(dump)) {
     log_.LogInfo("Deleted the incomplete dump of the diagnostic report: {}", dump);
   } else {

@@ -23,7 +23,7 @@ class DiagnosticReport {
   void Submit(platform::ProcessId core_pid);
 
  private:
-  void DiscardPartialDump(const std::filesystem::path& dump);
+  void PutAwayFailedDump(const dumps::FailedDump& failed);
   void DeletePackedDump(const std::filesystem::path& dump);
   void KeepUnpackedDump(const std::filesystem::path& dump);
   void Upload(const std::filesystem::path& archive);

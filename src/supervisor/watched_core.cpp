@@ -131,7 +131,8 @@ void WatchedCore::Adopt(platform::ProcessHandle process, platform::ProcessId pid
   log_.LogInfo("Captured {} runtime modules from existing process", CaptureModules());
   if (AttachMonitor()) {
     if (refused_.times > 0) {
-      log_.LogInfo("PID {} is monitored after {} attempts that failed.", pid, refused_.times);
+      log_.LogInfo("PID {} is monitored now. Attempts that failed before: {}.", pid,
+                   refused_.times);
     }
     refused_ = {};
     return;
