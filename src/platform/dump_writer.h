@@ -12,7 +12,7 @@ inline constexpr std::uint32_t kDumpWithThreadInfo = 0x1000;
 
 class DumpWriter : public HandleCloser {
  public:
-  // Creates or empties the file for writing and shares it with nobody.
+  // Creates or empties the file for writing and does not share it.
   virtual Result<DumpFileHandle> CreateDumpFile(const std::filesystem::path& path) = 0;
   // Writes a minidump of a live process, without exception, streams or callback. The error may be
   // a plain number or an HRESULT, as the system chooses.

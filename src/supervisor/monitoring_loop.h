@@ -21,7 +21,7 @@ class MonitoringLoop {
   using SteadyTime = SupervisorState::SteadyTime;
 
   void RunCycle();
-  // Returns false if the cycle has to be left out for want of room.
+  // Returns false if the cycle has to be skipped for lack of disk space.
   [[nodiscard]] bool PassDiskGate();
   void ReadCoreVersion();
   void RefreshDisplay();
@@ -35,7 +35,7 @@ class MonitoringLoop {
   void HandleExpectedEnd();
   [[nodiscard]] CoreEnd JudgeCoreEnd();
 
-  // Whether a failed update has left no Core.
+  // Returns whether a failed update has left no Core.
   [[nodiscard]] bool UpdateEndedCore();
   void Relaunch();
   void RepairInstallation();

@@ -22,7 +22,7 @@ struct Places {
 };
 
 // What the log says while the Core is looked for; the path follows each text but `found`. An empty
-// `missing` says nothing.
+// `missing` is not logged.
 struct SearchTexts {
   std::string_view checking;
   std::string_view found;
@@ -38,7 +38,7 @@ struct CoreSearchTexts {
 [[nodiscard]] bool FindCore(platform::Files& files, console::LogSink& log,
                             const CoreSearchTexts& texts, Places& places);
 
-// The Core's stats directory below the roaming application data.
+// Returns the Core's stats directory below the roaming application data.
 [[nodiscard]] std::filesystem::path LogRootBelow(const std::filesystem::path& roaming_app_data);
 
 }  // namespace vosk::supervisor

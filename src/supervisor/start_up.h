@@ -18,7 +18,7 @@ class StartUp {
   [[nodiscard]] bool Run();
 
  private:
-  // The text of a failure ends the start-up.
+  // An error, which is its text, ends the start-up.
   using Step = tl::expected<void, std::string>;
 
   [[nodiscard]] Step FixDirectories();
@@ -30,10 +30,10 @@ class StartUp {
   [[nodiscard]] bool LocateTarget();
   // Waits, cleaning up meanwhile, until there is room; for ever if need be.
   void WaitForDiskSpace();
-  // Returns false, with the reason in the log, if there is no Core afterwards either.
+  // Returns false if there is still no Core afterwards; the reason is logged.
   [[nodiscard]] bool InstallTarget();
-  // Where the Core keeps its statistics and logs; stays empty, with a warning, if it is out of
-  // reach.
+  // Finds where the Core keeps its statistics and logs. If that is out of reach, the place stays
+  // empty and a warning is logged.
   void LocateLogRoot();
   void DetermineCoreVersion();
   void LogMonitoringBanner();

@@ -17,8 +17,8 @@ using std::chrono::seconds;
 
 // How long a fresh Core gets before a monitor is attached to it.
 constexpr milliseconds kSettlingPause{2000};
-// If another debugger holds the Core, every monitor leaves at once; asking is cheap, but must not
-// fill the log.
+// If another debugger holds the Core, every monitor ends at once; trying again is cheap, but must
+// not fill the log.
 constexpr seconds kLongestMonitorRetryDelay = std::chrono::hours(1);
 
 constexpr milliseconds kMonitorExitWait{1000};
@@ -26,7 +26,7 @@ constexpr milliseconds kCoreExitWait{3000};
 constexpr milliseconds kMonitorExitWaitInUpdate{2500};
 constexpr milliseconds kCoreExitWaitInUpdate{5000};
 
-// The exit codes of a process that VOSK ends: as wanted, and because something is over or wrong.
+// The exit codes that VOSK ends a process with: on purpose, and because something is over or wrong.
 constexpr std::uint32_t kEndedOnPurpose = 0;
 constexpr std::uint32_t kEndedForGood = 1;
 
@@ -60,7 +60,7 @@ void WatchedCore::Hold(platform::ProcessHandle process, platform::ProcessId pid)
   target_pid_ = pid;
   hTargetProcess_ = std::move(process);
   target_launch_time_ = host_.clock.SteadyNow();
-  // What kept monitors from the last Core need not keep them from this one.
+  // If the last Core could not be monitored, this one may still be.
   monitor_lost_at_.reset();
   monitor_retry_delay_ = kMonitorLossGrace;
 }
@@ -199,7 +199,7 @@ void WatchedCore::InitiateGracefulRestart(std::string_view reason) {
   log_.LogWarn("Initiating graceful restart: {}", reason);
   state_.restart_in_progress.store(true);
   log_.LogInfo("Restart: Terminating current VELDRAN Core (PID: {}) and ProcDump...", target_pid_);
-  // The monitor first: it must not take the Core's end for a crash.
+  // The monitor is ended first: it must not take the Core's end for a crash.
   if (hProcDump_) End(hProcDump_, kEndedOnPurpose, kMonitorExitWait);
   End(hTargetProcess_, kEndedOnPurpose, kCoreExitWait);
   log_.LogInfo("Restart: Resetting monitoring state.");

@@ -18,8 +18,8 @@
 
 namespace vosk::supervisor {
 
-// A monitor ends a moment before the Core whose crash it has written down; only one that is gone
-// for longer has left the Core unwatched.
+// A monitor that has written a crash dump ends a moment before its Core; only if it is gone for
+// longer, the Core is unwatched.
 inline constexpr std::chrono::seconds kMonitorLossGrace{5};
 
 // Nobody else holds the handles of the two processes. A Core is held from the moment at which it is
@@ -34,16 +34,17 @@ class WatchedCore {
 
   [[nodiscard]] bool IsHeld() const { return target_pid_ != 0 && hTargetProcess_; }
   [[nodiscard]] bool HasMonitor() const { return static_cast<bool>(hProcDump_); }
-  // 0: no Core. An ended Core keeps its PID until it is forgotten.
+  // Returns 0 if there is no Core. An ended Core keeps its PID until it is forgotten.
   [[nodiscard]] platform::ProcessId Pid() const { return target_pid_; }
-  // Since the launch, or since attaching to a Core that ran before; none if there is no Core.
+  // Returns the time since the launch, or since attaching to a Core that ran before; nothing if
+  // there is no Core.
   [[nodiscard]] std::optional<std::chrono::steady_clock::duration> Uptime(SteadyTime now) const;
-  // What the Core's runtime consists of, for reports on its crash; guarded by the console lock.
+  // Returns the Core's runtime modules, for reports on its crash; guarded by the console lock.
   [[nodiscard]] const report::ProcessModules& Modules() const { return captured_modules_; }
   [[nodiscard]] bool IsRunning();
   [[nodiscard]] platform::Result<std::uint32_t> ExitCode() const;
 
-  // Takes up a Core that runs already, with a monitor of its own, or leaves it alone.
+  // Attaches to a Core that already runs, with a fresh monitor, or leaves it alone.
   void AttachToRunningCore();
   // Launches the target and has it watched; a Core that cannot be watched is ended again. Returns
   // false only if it could not be started at all.
@@ -62,7 +63,7 @@ class WatchedCore {
   // Ends the monitor, then the Core, and forgets both; the end is not counted as a crash. The
   // reason is for the log.
   void InitiateGracefulRestart(std::string_view reason);
-  // Makes sure, before an update, of what is held. `core_runs` as the cycle has found it.
+  // Checks the held processes before an update. `core_runs` is what the cycle has found.
   void ValidateBeforeUpdate(bool core_runs);
   // Ends both for an update. Returns false if the Core outlived it.
   [[nodiscard]] bool EndForUpdate();
@@ -71,7 +72,7 @@ class WatchedCore {
   // Closes the handle of a Core that has ended and ends its monitor. The PID and the modules stay
   // for the report on it.
   void CloseEnded();
-  // There is no Core any more. The monitor is let go of separately.
+  // Forgets the Core; the monitor is let go of separately.
   void Forget();
 
  private:
@@ -83,7 +84,7 @@ class WatchedCore {
   [[nodiscard]] bool ReopenForUpdate();
   void ValidateMonitor();
   void EndMonitorForUpdate();
-  // Asks for the end and waits for it, up to the limit.
+  // Terminates the process and waits for its end, up to the limit.
   void End(platform::ProcessHandle& process, std::uint32_t exit_code,
            std::chrono::milliseconds limit);
 

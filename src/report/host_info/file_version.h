@@ -10,7 +10,7 @@ namespace vosk::report {
 
 [[nodiscard]] std::string FormatFileVersion(const platform::FileVersion& version);
 
-// Returns the version of a file; "Unknown" if it bears none, an error in angle brackets, which is
+// Returns the version of a file, "Unknown" if it has none, or an error in angle brackets, which is
 // also logged, if it cannot be read.
 [[nodiscard]] std::string FileVersionText(const std::filesystem::path& path,
                                           platform::Machine& machine, console::LogSink& log);

@@ -16,11 +16,11 @@ using platform::ProcessHandle;
 using platform::Result;
 
 struct ModuleListing {
-  ProcessHandle reopened;  // empty unless the handle at hand may not read
+  ProcessHandle reopened;  // empty if the handle at hand may read
   std::vector<ModuleId> modules;
 };
 
-// A Core that ran before VOSK is held by a handle that is good for waiting only.
+// If the Core ran before VOSK, its handle allows waiting only.
 Result<ModuleListing> ListModules(Processes& processes, const ProcessHandle& process) {
   constexpr std::uint32_t kReading =
       platform::access::kQueryInformation | platform::access::kReadMemory;

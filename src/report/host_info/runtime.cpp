@@ -67,7 +67,7 @@ Result<RegistryKey> OpenKey(const SectionContext& context, const std::string& pa
   return context.registry.Open(path, platform::registry_access::kRead);
 }
 
-// Whether a line was written: there is none for what is not installed.
+// Returns whether a line was written: there is none if nothing is installed.
 bool WriteRedistributable(const SectionContext& context, const Redistributable& redistributable) {
   const auto& [path, label] = redistributable;
   const auto key = OpenKey(context, path);
