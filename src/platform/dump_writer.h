@@ -6,7 +6,7 @@
 
 namespace vosk::platform {
 
-// What a minidump holds beside threads and modules (the system's MINIDUMP_TYPE).
+// What a minidump holds besides threads and modules (the system's MINIDUMP_TYPE).
 inline constexpr std::uint32_t kDumpWithFullMemory = 0x0002;
 inline constexpr std::uint32_t kDumpWithThreadInfo = 0x1000;
 

@@ -7,7 +7,7 @@
 
 namespace vosk::supervisor {
 
-// What the supervisor remembers beside the Core itself. Plain data.
+// What the supervisor remembers besides the Core itself. Plain data.
 struct SupervisorState {
   using SteadyTime = std::chrono::steady_clock::time_point;
 

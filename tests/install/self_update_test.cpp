@@ -199,8 +199,8 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
        {"VOSK.exe is held", held(32, 10)}});
 }
 
-// Whatever single call fails: never without an executable unless the operator is told and the
-// supervisor ends, never two supervisors that go on, no handle kept of what was ended.
+// Whatever single call fails: if the executable is missing, the operator is told and the supervisor
+// ends; never do two supervisors go on, and no handle of an ended process is kept.
 TEST(SelfUpdate, SurvivesEveryFault) {
   for (const bool install_fails : {false, true}) {
     support::SweepFaults([install_fails](SimulatedHost& host) {

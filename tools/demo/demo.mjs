@@ -62,7 +62,7 @@ async function stopKept() {
 const recordsIn = async (folder) =>
   (await readdir(folder).catch(() => [])).filter((name) => name.endsWith('.upload.json'));
 
-// VOSK packs the Core's logs only when their directory exists at its start.
+// VOSK packs the Core's logs only if their directory exists at its start.
 async function runCoreOnce(machine) {
   await orderCore(siteFolder, 'wait 1000\nexit 0');
   const core = await startCore(machine, siteFolder);

@@ -29,7 +29,7 @@ constexpr Duration kTaskRestart = 10s;
 constexpr Duration kRestartAfterGivingUp = 60s;
 constexpr std::uint32_t kAccessViolation = 0xC0000005;
 
-// Keys as the C runtime gives them; an arrow is a prefix and a code.
+// Keys as the C runtime returns them; an arrow is a prefix and a code.
 constexpr int kEnter = 13;
 constexpr int kArrow = 224;
 constexpr int kDown = 80;

@@ -19,9 +19,11 @@ std::vector<Command> TakeCommands(unsigned long pid);
 
 // exit N    ends at once with exit code N
 // crash     dies of an access violation
-// hang does nothing any more, but does not end protect denies everyone the right to terminate this
-// process from now on wait N sleeps N milliseconds, then goes on with the next line watched goes on
-// with the next line once a debugger is attached Returns false for a line that is none of these.
+// hang      does nothing any more, but does not end
+// protect   denies everyone the right to terminate this process from now on
+// wait N    sleeps N milliseconds, then goes on with the next line
+// watched   goes on with the next line once a debugger is attached
+// Returns false if the line is none of these.
 bool Obey(const Command& command);
 
 }  // namespace vosk::tools

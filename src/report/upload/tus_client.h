@@ -25,7 +25,7 @@ class TusClient : public Uploader {
   bool TusUpload(const std::filesystem::path& file_path) override;
 
   // Returns how many bytes of an upload the server holds: 0 if it does not know it, -1 on failure.
-  // The handle's method, body and headers are set anew and reset afterwards.
+  // The handle's method, body and headers are set and reset afterwards.
   [[nodiscard]] std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url,
                                                 TusResponse& response);
 
