@@ -13,12 +13,12 @@ namespace vosk::dumps {
 
 class ImmediateDump {
  public:
-  // `red_alert_mode` is read at each dump; it asks for one of the whole memory.
+  // `red_alert_mode` is read at each dump; if set, the dump holds the whole memory.
   ImmediateDump(const platform::Host& host, console::LogSink& log,
                 const std::atomic<bool>& red_alert_mode);
 
-  // Writes a dump of a live process. Returns its path only if a non-empty file came of it; after a
-  // failed write the partial file stays.
+  // Writes a dump of a live process. Returns its path only if the file is not empty; after a failed
+  // write the partial file stays.
   [[nodiscard]] std::optional<std::filesystem::path> CreateImmediateDump(
       platform::ProcessId pid, const std::filesystem::path& dump_directory);
 

@@ -12,7 +12,7 @@ namespace vosk::dumps {
 
 class ProcDumpMonitor {
  public:
-  // `red_alert_mode` is read at each launch; it asks for dumps of the whole memory.
+  // `red_alert_mode` is read at each launch; if set, dumps hold the whole memory.
   ProcDumpMonitor(const platform::Host& host, console::LogSink& log,
                   const std::atomic<bool>& red_alert_mode);
 

@@ -1,4 +1,4 @@
-// Emptying a directory.
+// Empties a directory.
 #pragma once
 
 #include <filesystem>

@@ -1,5 +1,5 @@
-// Absolute paths without "." or "..". The answers are the same on every machine: a drive's root is
-// one outside Windows, too.
+// Absolute paths without "." or "..". The answers are the same on every machine: a drive's root
+// counts as a root outside Windows, too.
 #pragma once
 
 #include <filesystem>

@@ -24,8 +24,8 @@ class CoreVersion {
   CoreVersion(platform::Files& files, console::LogSink& log);
 
   // Reads the version file again and logs a change. A quiet call does not log the routine lines,
-  // nor a problem that the last call has met, too. Returns the version, empty if it could not be
-  // read; the tracker then keeps the one it has.
+  // nor a problem that the last call had, too. Returns the version, empty if it could not be read;
+  // the tracker then keeps the one it has.
   std::string Read(const std::filesystem::path& log_root_directory, bool quiet);
 
   // Returns kUnknownVersion until a version has been read.

@@ -20,7 +20,7 @@ struct VersionServicePatience {
   long seconds_in_all = 15;
 };
 
-// Asks over HTTPS and blocks until the answer has come or its patience ends.
+// Asks over HTTPS and blocks until the answer has come or the time is up.
 class HttpVersionService : public VersionService {
  public:
   HttpVersionService(std::string url, console::LogSink& log, VersionServicePatience patience = {});

@@ -18,8 +18,8 @@ struct WalkFailure {
 // Returns whether the list had no entry at all, which some callers do not take for a failure.
 [[nodiscard]] bool IsEmptyList(const WalkFailure& failure);
 
-// Calls `visit` with every running process. Returns the failure, if any; a list without any entry
-// is one, too. Processes before a failure were visited.
+// Calls `visit` with every running process. Returns the failure, if any; an empty list is a
+// failure, too. Processes before the failure were visited.
 std::optional<WalkFailure> WalkProcesses(
     platform::Processes& processes,
     const std::function<void(const platform::ProcessEntry&)>& visit);

@@ -18,7 +18,7 @@ class StartUp {
   [[nodiscard]] bool Run();
 
  private:
-  // An error, which is its text, ends the start-up.
+  // The error is a text; it ends the start-up.
   using Step = tl::expected<void, std::string>;
 
   [[nodiscard]] Step FixDirectories();

@@ -16,7 +16,7 @@ using platform::ProcessHandle;
 using platform::Result;
 
 struct ModuleListing {
-  ProcessHandle reopened;  // empty if the handle at hand may read
+  ProcessHandle reopened;  // empty if the given handle may read
   std::vector<ModuleId> modules;
 };
 
@@ -50,7 +50,7 @@ ProcessModules CaptureProcessModules(const ProcessHandle& process, Processes& pr
   const ProcessHandle& reader = listing->reopened ? listing->reopened : process;
   ProcessModules captured;
   for (const ModuleId module : listing->modules) {
-    // A module without a path was unloaded since it was listed.
+    // A module without a path was unloaded after it was listed.
     const auto path = processes.ModulePath(reader, module);
     if (!path) continue;
     std::string name = text::PathToUtf8(path->filename());

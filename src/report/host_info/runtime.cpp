@@ -108,7 +108,7 @@ Result<std::vector<std::string>> SubKeys(platform::Registry& registry, const Reg
   }
 }
 
-// A key that is missing or cannot be read counts as nothing installed.
+// If a key is missing or cannot be read, that counts as not installed.
 std::optional<std::uint32_t> NumberBelow(const SectionContext& context, const std::string& key_path,
                                          const std::string& name) {
   const auto key = OpenKey(context, key_path);

@@ -75,7 +75,7 @@ std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
 
   stream.read(buffer, static_cast<std::streamsize>(size * count));
   if (!stream.good() && !stream.eof()) {
-    // For a debugger only: the log gets the error that libcurl makes of it.
+    // For a debugger only: the log shows the error that libcurl makes of it.
     [[maybe_unused]] const std::string reason = fmt::format(
         "read_callback: File read error occurred. State flags: good={:d}, eof={:d}, fail={:d}, "
         "bad={:d}",

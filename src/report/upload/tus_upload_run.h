@@ -41,7 +41,8 @@ class TusUploadRun {
   [[nodiscard]] bool AcceptChunk();
   void LogOffsetOfAnswer(std::int64_t server_offset);
   [[nodiscard]] bool MayRetry(const TusAnswer& answer);
-  // Goes on from the server's offset, or after a pause if that is the local one.
+  // Goes on from the server's offset; pauses first if that is the local one. Returns false if it is
+  // unknown or smaller.
   [[nodiscard]] bool AgreeOnOffset();
   // The texts are format strings for the path, the last one for the path and the reason.
   void DeleteLocal(const char* deleted, const char* failed, const char* exception);
