@@ -46,7 +46,7 @@ void RunOnce(const Scenario& scenario, const std::optional<FaultRule>& rule, Dur
   const testing::ScopedFakeTestPartResultReporter reporter(
       testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &outcome.results);
   CheckedHost host;
-  // Drawing takes most of a run's time, and least in a low window.
+  // Drawing takes most of a run's time, so the window is low.
   host.console.info.bottom = 3;
   if (rule && from == Duration(0)) host.choke.faults.Add(*rule);
   if (rule && from > Duration(0)) {

@@ -45,8 +45,8 @@ class Life {
   void OperatorQuits();
   // Chooses an item of the menu, counted from 1.
   void OperatorChooses(int item);
-  // If no VOSK.exe is left, somebody notices and puts one there after this time. Otherwise the life
-  // would end there.
+  // If no VOSK.exe is left, somebody notices and puts one there after this time. Without this call
+  // the life ends there.
   void PutVoskBackAfter(Duration time) { put_back_after_ = time; }
   // Adds faults from FaultsFromText; they count and hit calls between these times.
   void Add(const std::vector<Fault>& faults, Duration from = Duration(0),
