@@ -53,7 +53,7 @@ class Connection {
     StopUnless(send(socket_, text.data(), text.size(), 0) >= 0, "send");
   }
 
-  // Reads up to the empty line; what follows it belongs to the body.
+  // Reads up to the empty line; everything after it belongs to the body.
   bool ReadHead() {
     head_ = std::move(rest_);
     rest_.clear();

@@ -15,7 +15,7 @@ class DiscardingServer {
   DiscardingServer(const DiscardingServer&) = delete;
   DiscardingServer& operator=(const DiscardingServer&) = delete;
 
-  // Its creation endpoint.
+  // Returns the server's creation endpoint.
   [[nodiscard]] const std::string& Url() const { return url_; }
 
  private:

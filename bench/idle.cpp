@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int kHours = 11;  // the Core is restarted after twelve
-// Lines of the simulated system's trace differ in length.
+// The lines of the simulated system's trace differ in length, so the heap moves a little.
 constexpr double kMostGrowthKilobytes = 16;
 
 struct Reading {

@@ -13,8 +13,8 @@ struct Times {
   double processor = 0;  // seconds of this process, user and system
 };
 
-// Medians of all rounds. `ratio` is that of ours to theirs within each round, which a machine that
-// grows busy in between disturbs least.
+// Medians of all rounds. `ratio` compares ours to theirs within each round, which suffers least if
+// the machine becomes busy.
 struct Comparison {
   Times ours;
   Times theirs;

@@ -30,7 +30,7 @@ double PeakMegabytes() {
   Stop("this system does not tell a process's peak memory");
 }
 
-// Packs and uploads in a fresh process; the peak above the idle program in megabytes, and its zip.
+// Packs and uploads in a fresh process; returns the peak above the idle program, in megabytes.
 double RunInFreshProcess(const std::filesystem::path& directory, const std::filesystem::path& dump,
                          const std::string& url) {
   const std::string self = std::filesystem::read_symlink("/proc/self/exe");

@@ -23,7 +23,7 @@ std::size_t ReadFromFile(char* buffer, std::size_t size, std::size_t count, void
   return std::fread(buffer, size, count, static_cast<std::FILE*>(file));
 }
 
-// The same PATCH requests with one handle, one list of headers for each and nothing around them.
+// Sends the same PATCH requests with one handle, a list of headers for each and nothing else.
 void UploadWithLibcurlAlone(const std::string& url, const std::string& path, long buffer_bytes) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"),
                                                              &std::fclose);

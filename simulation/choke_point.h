@@ -1,4 +1,4 @@
-// The one place that every operation of the simulated system passes.
+// The one place that every operation of the simulated system passes through.
 #pragma once
 
 #include <cstdint>
@@ -15,48 +15,48 @@
 namespace vosk::simulation {
 
 // Unwinds a product that ran past its budget. Not a std::exception, so that the product's own
-// handlers for those do not take it.
+// handlers for those do not catch it.
 struct BudgetExceeded {
   std::string reason;
 };
 
-// Unwinds a VOSK that has just ended without knowing it. No std::exception either.
+// Unwinds a VOSK that has just been ended. Not a std::exception either.
 struct VoskEnded {
   FaultKind how = FaultKind::killed;
 };
 
 class ChokePoint {
  public:
-  // Counts and traces an operation and says whether it has to fail. Throws where VOSK ends here;
-  // what it still asks for while it unwinds fails and has no effect.
+  // Counts and traces an operation and returns whether it has to fail. Throws if VOSK ends here;
+  // operations during the unwinding fail and have no effect.
   std::optional<Fault> Announce(std::string_view operation, const std::string& subject = {});
 
   // Counts and traces an operation that can neither fail nor unwind.
   void Note(std::string_view operation, const std::string& subject) noexcept;
 
-  // Announces an operation and gives its effect's outcome, or the fault's.
+  // Announces an operation and returns its effect's outcome, or the fault's.
   template <typename Effect>
   auto Perform(std::string_view operation, const std::string& subject, Effect effect)
       -> decltype(effect());
 
-  // Notes the reason and unwinds; does nothing while something else already unwinds.
+  // Notes the reason and unwinds; does nothing during another unwinding.
   void ExceedBudget(const std::string& reason);
   void SetCallBudget(std::uint64_t calls) { call_budget_ = calls; }
 
-  // The last operations, oldest first: "interface.operation subject".
+  // Returns the last operations, oldest first: "interface.operation subject".
   [[nodiscard]] const std::deque<std::string>& Trace() const { return trace_; }
-  // Covers every operation since the start, also those that the trace has forgotten.
+  // Covers every operation since the start, even those that are no longer in the trace.
   [[nodiscard]] std::size_t TraceDigest() const { return digest_; }
   [[nodiscard]] std::uint64_t Calls() const { return calls_; }
-  // Whether VOSK has ended and unwinds.
+  // Returns whether VOSK has ended and is unwinding.
   [[nodiscard]] bool VoskHasEnded() const { return ended_.has_value(); }
-  // From here on operations are those of a new VOSK.
+  // From here on, operations are those of a new VOSK.
   void BeginAnew() { ended_.reset(); }
 
-  // Why the run was broken off; empty where it was not.
+  // Returns why the run was broken off; empty if it was not.
   [[nodiscard]] const std::string& Excess() const { return excess_; }
 
-  // Ends VOSK here and now, whatever it does: throws.
+  // Ends VOSK at once by throwing.
   [[noreturn]] void EndVosk(FaultKind how);
   // Called with every operation that VOSK asks for, before it takes place.
   std::function<void(std::string_view operation, const std::string& subject)> on_operation;
@@ -72,7 +72,7 @@ class ChokePoint {
   std::optional<FaultKind> ended_;
 };
 
-// The outcome that reports an error, whatever the form of the operation's answer.
+// Returns the outcome that reports an error, whatever the type of the operation's result.
 template <typename Outcome>
 Outcome FailedOutcome(std::string_view operation, std::uint32_t code) {
   if constexpr (std::is_same_v<Outcome, int>) {
@@ -80,7 +80,7 @@ Outcome FailedOutcome(std::string_view operation, std::uint32_t code) {
   } else if constexpr (std::is_same_v<Outcome, platform::PrivilegeAdjustment>) {
     return {.accepted = false, .last_error = {code}};
   } else {
-    // Calls on files bring the system's words for the error, others its number alone.
+    // Errors of calls on files hold the system's words, others only the number.
     const platform::ErrorCode number{code};
     return tl::unexpected(platform::Error(number, TellsInWords(operation) ? ErrorText(code) : ""));
   }

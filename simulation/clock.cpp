@@ -16,7 +16,7 @@ constexpr std::chrono::system_clock::time_point kWallStart{
 constexpr auto kZone = 1h;
 // How long the machine has been up: a steady time is never zero.
 constexpr auto kUpTime = 100h;
-// No wait of VOSK's that stands for something is as short as this.
+// Only the pauses of VOSK's loop are as short as this.
 constexpr Duration kLoopPause{500};
 
 }  // namespace
@@ -85,9 +85,9 @@ void SimClock::Advance(Duration limit, const std::function<bool()>& done) {
   while (!done || !done()) {
     const auto next = happenings_.begin();
     if (next == happenings_.end() || next->first > deadline) {
-      // Later where something on the way took time itself.
+      // It may be later already, if something on the way took time.
       MoveTo(deadline);
-      // Seen only now, after all of the wait.
+      // This is noticed only now, after the whole wait.
       if (something_happened) Wake();
       return;
     }

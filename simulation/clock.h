@@ -1,4 +1,4 @@
-// Virtual time: it moves only in sleeps and waits, and whatever is due on the way happens then.
+// Virtual time: it moves only in sleeps and waits, and whatever is due in between happens then.
 #pragma once
 
 #include <chrono>
@@ -21,31 +21,31 @@ class SimClock : public platform::Clock {
   std::tm ToLocal(std::chrono::system_clock::time_point time) override;
   void SleepFor(std::chrono::milliseconds duration) override;
 
-  // Virtual time since the host was made.
+  // Returns the virtual time since the host was made.
   [[nodiscard]] Duration Elapsed() const { return elapsed_; }
-  // The wall time, asked by the machine itself.
+  // Returns the wall time, for the machine itself.
   [[nodiscard]] std::chrono::system_clock::time_point MachineTime() const;
-  // The local time now, for names of files that the simulated programs write.
+  // Returns the local time, for the names of files that the simulated programs write.
   [[nodiscard]] std::tm LocalNow();
-  // Something that a scenario wants to happen.
+  // Plans something that a scenario wants to happen.
   void At(Duration time, std::function<void()> happening);
-  // Something that a program of the machine will do; the power's end ends it as well.
+  // Plans something that a program of the machine will do; a power cut cancels it.
   void After(Duration delay, std::function<void()> happening);
-  // Called when time has moved on, with how much.
+  // Called when time has moved on, with the difference.
   std::function<void(Duration)> on_advance;
-  // Moves time on by `limit`, or only until `done` holds after something happened.
+  // Moves time on by `limit`, or until something happened and `done` is true.
   void Advance(Duration limit, const std::function<bool()>& done = {});
   void PowerIsGone();
   void SetBudget(Duration budget) { budget_ = budget; }
-  // Somebody sets the machine's clock; the steady time goes on as it was.
+  // Sets the machine's clock; the steady time goes on unchanged.
   void StepWallClock(Duration by) { wall_step_ += by; }
-  // Quiet stretches pass in leaps: where nothing has happened for half a minute, a sleep of half a
-  // second or less lasts up to this long, but not beyond what is due next. As if VOSK had not been
-  // given the processor meanwhile. Zero, the default, leaps nowhere.
+  // Quiet stretches pass in leaps: if nothing has happened for half a minute, a sleep of half a
+  // second or less lasts up to this long, but ends when something is due, as if VOSK had not been
+  // given the processor meanwhile. With zero, the default, there are no leaps.
   void SetLeap(Duration leap) { leap_ = leap; }
-  // Something happened just now, so that the next half minute passes in full.
+  // Notes that something happened, so that the next half minute passes in full.
   void Wake() { awake_until_ = elapsed_ + kWakefulness; }
-  // The time that has passed in leaps.
+  // Returns the time that has passed in leaps.
   [[nodiscard]] Duration Leapt() const { return leapt_; }
 
  private:

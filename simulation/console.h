@@ -1,4 +1,4 @@
-// The console of the simulated system: what stands behind the standard streams, and the keyboard.
+// The console of the simulated system: the standard streams and the keyboard.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@ namespace vosk::simulation {
 
 enum class StreamTarget { console, redirected, missing };
 
-// The text attributes of a console that VOSK finds: grey on black.
+// The text attributes that VOSK finds on the console: grey on black.
 inline constexpr std::uint16_t kFoundAttributes = 7;
 
 struct WrittenText {
@@ -41,20 +41,20 @@ class SimConsole : public platform::Console {
   void Redirect(platform::StandardStream stream, StreamTarget target) {
     State(stream).target = target;
   }
-  // Everything written to one stream, or to both as they came.
+  // Returns everything written to one stream, or to both in order.
   [[nodiscard]] std::string TextOf(platform::StandardStream stream) const;
   [[nodiscard]] std::string Text() const;
   [[nodiscard]] const std::vector<WrittenText>& Written() const { return written_; }
   void Forget() { written_.clear(); }
-  // The window goes with its program; the next one finds a fresh one.
+  // Closes the window with its program; the next program finds a fresh one.
   void Close();
-  // Called with everything written, in place of keeping it.
+  // If set, gets everything written, which is then not kept.
   std::function<void(std::string_view)> on_write;
   // Called when the cursor is set.
   std::function<void(int column, int row)> on_cursor;
   [[nodiscard]] std::uint32_t ModeOf(platform::StandardStream stream) { return State(stream).mode; }
 
-  // How the console was found, and what a test may change before or during a run.
+  // The console's state as VOSK finds it; a test may change it before or during a run.
   platform::ConsoleInfo info{
       .left = 0, .top = 0, .right = 119, .bottom = 29, .attributes = kFoundAttributes};
   bool understands_escapes = true;

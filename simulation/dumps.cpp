@@ -9,11 +9,11 @@ namespace {
 
 constexpr std::string_view kSignature = "MDMP\x93\xa7";
 
-// Follows the signature.
+// The label follows the signature.
 struct Label {
   std::uint64_t number = 0;
   std::uint64_t size = 0;
-  std::uint64_t digest = 0;  // of all that follows the label
+  std::uint64_t digest = 0;  // of everything after the label
 };
 constexpr std::size_t kHead = kSignature.size() + sizeof(Label);
 

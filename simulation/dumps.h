@@ -1,4 +1,5 @@
-// The dumps of the simulated system. Each knows itself, so that it is recognised wherever it ends.
+// The dumps of the simulated system. Each holds its number, so that it is recognised wherever it
+// ends.
 #pragma once
 
 #include <cstdint>
@@ -12,11 +13,11 @@
 namespace vosk::simulation {
 
 struct DumpId {
-  std::uint32_t number = 0;  // 0: no dump of this machine
+  std::uint32_t number = 0;  // 0: not a dump of this machine
   bool whole = false;        // all of it is there, unchanged
 };
 
-// What stands in a dump: recognisable, and worth packing.
+// Returns the bytes of a dump: recognisable, and worth packing.
 [[nodiscard]] std::string DumpBytes(std::size_t size, std::uint32_t number = 0);
 [[nodiscard]] DumpId DumpIdOf(std::string_view bytes);
 
@@ -30,7 +31,7 @@ struct WrittenDump {
 class DumpLedger {
  public:
   explicit DumpLedger(SimClock& clock) : clock_(clock) {}
-  // The bytes of the next dump, which is taken to be written to the path now.
+  // Returns the bytes of the next dump, which counts as written to the path now.
   [[nodiscard]] std::string Write(const std::filesystem::path& path, std::size_t size);
   // The last dump is none that anybody has to keep.
   void DisownLast() { written_.pop_back(); }

@@ -10,8 +10,8 @@ namespace {
 
 using Codes = std::vector<std::uint32_t>;
 
-// The codes with which an operation plausibly fails. One that is not listed has no error channel,
-// or its failure is no business of its callers.
+// The codes with which an operation plausibly fails. An operation that is not listed cannot report
+// errors, or its callers need not care.
 const std::map<std::string_view, Codes> kPlausibleCodes = {
     {"console.SetOutputCodePage", {87}},
     {"console.Mode", {6}},
@@ -88,7 +88,7 @@ const std::map<std::string_view, Codes> kPlausibleCodes = {
     {"system.InitializeCom", {0x8007000E, 0x80010106}},
 };
 
-// For all others, failing after their effect is the same as failing.
+// For all other operations, failing after the effect is the same as failing.
 bool LeavesAnEffect(std::string_view operation) {
   static constexpr std::string_view kLasting[] = {
       "console.SetOutputCodePage",
@@ -116,7 +116,7 @@ bool LeavesAnEffect(std::string_view operation) {
 }
 
 bool ChangesTheMachine(std::string_view operation) {
-  // Besides what leaves an effect: archives grow while their sources are read.
+  // Besides operations with an effect: archives grow while their sources are read.
   static constexpr std::string_view kOthers[] = {
       "clock.SleepFor",           "files.OpenForAppending", "files.OpenForReading",
       "files.OpenTextForWriting", "files.OpenForWriting",   "system.ShowErrorBox",
@@ -131,7 +131,7 @@ bool InScope(const FaultRule& rule, std::string_view operation) {
   return operation.starts_with(rule.scope) && operation[rule.scope.size()] == '.';
 }
 
-// The code with which the rule can hit the operation, or nothing when it leaves it alone.
+// Returns the code with which the rule can hit the operation, or nothing if it cannot.
 std::optional<std::uint32_t> CodeFor(const FaultRule& rule, std::string_view operation) {
   if (!InScope(rule, operation)) return std::nullopt;
   if (EndsVosk(rule.kind)) {

@@ -1,4 +1,4 @@
-// Which call of the simulated system fails, and how; and where VOSK or everything ends.
+// Which call of the simulated system fails, and how; and at which call VOSK or everything ends.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@ enum class FaultKind {
   power_cut,           // everything ends
 };
 
-// VOSK and the power end at calls that change the machine or let time pass: between two of those it
-// does not matter where.
+// VOSK and the power end at calls that change the machine or let time pass: between two of those
+// the place does not matter.
 [[nodiscard]] constexpr bool EndsVosk(FaultKind kind) {
   return kind == FaultKind::killed || kind == FaultKind::power_cut;
 }
@@ -38,7 +38,7 @@ struct Fault {
   std::uint32_t code = 0;
 };
 
-// A call that was hit, or that a rule which hits none could have hit.
+// A call that was hit, or that could have been hit by a rule that only lists calls.
 struct FiredFault {
   std::string operation;
   std::string subject;
@@ -64,10 +64,9 @@ class FaultPlan {
   std::vector<FiredFault> listed_;
 };
 
-// The system's number for "no error" up to the few that faults and the simulated system use, in the
-// system's words.
+// Returns the system's words for a number, as far as faults and the simulated system use it.
 [[nodiscard]] std::string ErrorText(std::uint32_t code);
-// Whether the operation gives those words with its error, and not its number alone.
+// Returns whether the operation's error holds those words and not only the number.
 [[nodiscard]] bool TellsInWords(std::string_view operation);
 
 }  // namespace vosk::simulation

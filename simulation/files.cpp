@@ -16,7 +16,7 @@ using platform::Result;
 
 namespace {
 
-// The system's number for what the build machine reports.
+// Returns the system's number for an error of the build machine.
 std::uint32_t CodeOf(const std::error_code& error, const fs::path& path) {
   std::error_code ignored;
   if (error == std::errc::no_such_file_or_directory) {
@@ -39,7 +39,7 @@ tl::unexpected<Error> Failed(const std::error_code& error, const fs::path& path)
   return Failed(CodeOf(error, path));
 }
 
-// Reads as a file does up to half of it, then breaks.
+// Reads the first half of a file, then breaks.
 class BreakingBuffer : public std::filebuf {
  public:
   void BreakAt(std::streamoff offset) { break_at_ = offset; }
@@ -131,7 +131,7 @@ std::vector<fs::path> SortedEntries(const fs::path& directory, std::error_code& 
 
 }  // namespace
 
-// Gives the entries by name, as the system's own file system does.
+// Returns the entries sorted by name, as the system's own file system does.
 class SimWalk : public platform::DirectoryWalk {
  public:
   SimWalk(SimFiles& files, std::vector<fs::path> entries, platform::WalkDepth depth)
@@ -169,7 +169,7 @@ class SimWalk : public platform::DirectoryWalk {
   SimFiles& files_;
   platform::WalkDepth depth_;
   std::vector<fs::path> ahead_;  // the next one is the last
-  fs::path to_enter_;            // the directory that was given last
+  fs::path to_enter_;            // the directory that was returned last
 };
 
 void SimFiles::Hold(const fs::path& path, Sharing sharing) {
@@ -290,7 +290,7 @@ Result<> SimFiles::CreateDirectories(const fs::path& path) {
     std::error_code error;
     fs::create_directories(path, error);
     if (!error && fs::is_directory(path)) return {};
-    return Failed(183);  // a file stands where a directory is wanted
+    return Failed(183);  // a file is in the directory's place
   });
 }
 

@@ -40,31 +40,31 @@ class SimFiles : public platform::Files {
   platform::Result<std::unique_ptr<std::ostream>> OpenTextForWriting(
       const std::filesystem::path& path) override;
 
-  // Another process holds the file: it lets others do what the flags say, and nothing else.
+  // Another process holds the file: it allows others what the flags say, and nothing else.
   struct Sharing {
     bool read = false;
     bool remove = false;
   };
   void Hold(const std::filesystem::path& path, Sharing sharing);
-  // Whoever held the file may have written it.
+  // Lets go of the file, which its holder may have written.
   void Release(const std::filesystem::path& path);
-  // The file was written just now, by the simulated clock.
+  // Marks the file as written just now, by the simulated clock.
   void Stamp(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
-  // Whether VOSK, which writes just now, has ended and reaches the disk no more.
+  // Returns whether VOSK has ended: what it still writes no longer reaches the disk.
   [[nodiscard]] bool WriterHasEnded() const { return choke_.VoskHasEnded(); }
   [[nodiscard]] bool MayRemove(const std::filesystem::path& path) const;
 
-  // Whether a file is the image of a running process, which may be renamed only.
+  // Returns whether a file is the image of a running process: it may only be renamed.
   std::function<bool(const std::filesystem::path&)> runs;
   // While set, nothing can be written to any open stream.
   bool disk_full = false;
-  // What is free on each volume, in bytes, and on those that differ, by their root ("D:/").
+  // The free bytes on each volume, and on volumes that differ, by their root ("D:/").
   std::uint64_t free_space = std::uint64_t{100} << 30;
   std::map<std::filesystem::path, std::uint64_t> free_space_of = {};
-  // Called with what is written to any open stream, before it is.
+  // Called with the bytes for any open stream before they are written.
   std::function<void(const std::filesystem::path&, std::string_view)> on_write;
-  // While set, what is written to this file is not kept: logs of years.
+  // While set, what is written to this file is not kept; logs of years are too long.
   std::filesystem::path discarded = {};
   std::filesystem::path current_directory = "C:/VOSK";
 

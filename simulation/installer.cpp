@@ -33,7 +33,7 @@ std::string BytesOf(const fs::path& path) {
   return bytes.str();
 }
 
-// What stands in double quotes after the mark; empty where the mark is missing.
+// Returns the text in double quotes after the mark; empty if the mark is missing.
 std::string QuotedAfter(const std::string& command_line, const std::string& mark) {
   const std::size_t at = command_line.find(mark + '"');
   if (at == std::string::npos) return {};
@@ -147,7 +147,7 @@ Result<std::string> SimInstaller::RelatedProduct(const std::string& upgrade_code
   });
 }
 
-// The work is done when the time for it is over, so that who ends it early ends it undone.
+// The work is done at the end of its time, so that nothing has changed if it is ended early.
 void SimInstaller::RunMsiexec(SimProcess& self) {
   if (hangs) return;
   const bool installs = self.command_line.find(" /i ") != std::string::npos;
@@ -195,7 +195,7 @@ std::uint32_t SimInstaller::RemoveProduct(const std::string& product_code) {
   std::uint32_t exit_code = 0;
   for (const std::string& name : product->package.files) {
     std::error_code ignored;
-    // A file in use goes when the machine starts again.
+    // A file in use is removed when the machine restarts.
     if (!files_.MayRemove(product->directory / name)) {
       exit_code = kRebootRequired;
     } else {

@@ -15,9 +15,9 @@ namespace vosk::simulation {
 
 struct SimPackage {
   std::string product_code = {};
-  std::string version = {};  // empty: the package names none
+  std::string version = {};  // empty: the package has none
   std::string upgrade_code = std::string(identity::kCoreUpgradeCode);
-  // What installing puts into the target directory.
+  // The files that installing puts into the target directory.
   std::vector<std::string> files = {"VELDRAN Core.exe", "VOSK.exe"};
   std::uint32_t install_exit_code = 0;  // nothing is installed unless 0 or 3010
   Duration install_time{8'000};
@@ -44,15 +44,15 @@ class SimInstaller : public platform::Installer {
                                                std::uint32_t index) override;
   void CloseHandleValue(platform::HandleValue value) override;
 
-  // The bytes of an MSI file that is this package.
+  // Returns the bytes of an MSI file that is this package.
   std::string MakePackage(SimPackage package);
   // Installs at once, as if long ago.
   void Install(const SimPackage& package, const std::filesystem::path& directory);
-  // What an installed file holds, so that tests can tell which package it is from.
+  // Returns what an installed file holds, so that tests know which package it is from.
   [[nodiscard]] static std::string FileOf(const SimPackage& package);
 
   std::vector<SimProduct> products;                  // in the order of enumeration
-  std::optional<std::uint32_t> uninstall_exit_code;  // in place of removing anything
+  std::optional<std::uint32_t> uninstall_exit_code;  // if set, nothing is removed
   Duration uninstall_time{3'000};
   bool hangs = false;  // msiexec.exe never ends by itself
   // Called when msiexec.exe has installed a product.

@@ -5,7 +5,7 @@
 namespace vosk::simulation {
 namespace {
 
-// "2025-03-01 09:00:00 [WARN] text" without its date and time.
+// Returns "2025-03-01 09:00:00 [WARN] text" without its date and time.
 std::string WithoutStamp(const std::string& line) {
   constexpr std::size_t kStamp = 20;
   return line.size() > kStamp && line[kStamp] == '[' && line[4] == '-' ? line.substr(kStamp) : line;

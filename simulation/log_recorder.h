@@ -11,16 +11,17 @@ namespace vosk::simulation {
 
 using LogText = std::vector<std::string>;
 
-// The lines of VOSK.log without date and time ("[WARN] ..."); lines without a stamp as they stand.
+// Returns the lines of VOSK.log without date and time ("[WARN] ..."); lines without a stamp are
+// unchanged.
 [[nodiscard]] LogText LogOf(const SimulatedHost& host);
 
-// A log sink over the simulated host, its file opened; for one service by itself.
+// A log sink on the simulated host with an open file, for tests of a single service.
 class LogRecorder {
  public:
   explicit LogRecorder(SimulatedHost& host);
 
   [[nodiscard]] console::LogSink& Sink() { return sink_; }
-  // What was logged since the sink was made.
+  // Returns what was logged since the sink was made.
   [[nodiscard]] LogText Lines() const;
 
   bool menu_visible = false;

@@ -82,7 +82,7 @@ class SimNetwork : public NetworkSession {
 
   Result<std::vector<NetworkAdapter>> Adapters(std::uint32_t& buffer_bytes) override {
     using Answer = Result<std::vector<NetworkAdapter>>;
-    // A call that fails before it has looked says nothing of the size.
+    // A call that fails early does not return the size.
     const std::uint32_t offered = std::exchange(buffer_bytes, 0);
     const std::string subject = fmt::format("{} bytes", offered);
     return machine_.choke_.Perform("machine.Network.Adapters", subject, [&]() -> Answer {

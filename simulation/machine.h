@@ -1,4 +1,4 @@
-// What the simulated machine is made of: plain data that a test changes as it likes.
+// The simulated machine's hardware and version: plain data that a test changes as it likes.
 #pragma once
 
 #include <map>
@@ -12,7 +12,7 @@ namespace vosk::simulation {
 
 struct SimGraphicsAdapter {
   platform::GraphicsDescription description;
-  // The best Direct3D 11 feature level; none: its driver makes no device.
+  // The best Direct3D 11 feature level; none: its driver creates no device.
   std::optional<std::uint32_t> feature_level = 0xb100;
 };
 
@@ -33,11 +33,10 @@ class SimMachine : public platform::Machine {
       .total_physical = 16ull << 30, .available_physical = 9ull << 30, .load_percent = 43};
   std::uint32_t logical_processors = 8;
   std::vector<SimGraphicsAdapter> graphics;
-  // The newest feature level that the system has heard of.
+  // The newest feature level that the system knows.
   std::uint32_t newest_feature_level = 0xc100;
   std::vector<platform::NetworkAdapter> network;
-  // What one network adapter takes in the buffer, and what each call wants more than the one
-  // before.
+  // The bytes that one network adapter takes in the buffer, and the growth from call to call.
   std::uint32_t bytes_for_adapter = 600;
   std::uint32_t growth_between_calls = 0;
   std::filesystem::path system_directory = "C:/Windows/System32";
@@ -49,7 +48,7 @@ class SimMachine : public platform::Machine {
                                    .service_pack = {}};
   std::uint32_t product_code = 0x30;
 
-  // Everything given out and not yet dropped.
+  // Returns how many parts were handed out and not yet released.
   [[nodiscard]] int OpenParts() const { return open_parts_; }
 
  private:
@@ -60,7 +59,7 @@ class SimMachine : public platform::Machine {
   int open_parts_ = 0;
 };
 
-// An adapter that leads into a network, up, with one address of each family.
+// Returns an adapter that leads into a network, is up and has one address of each family.
 [[nodiscard]] platform::NetworkAdapter EthernetAdapter(std::uint32_t index, std::u16string name,
                                                        std::string ipv4);
 [[nodiscard]] platform::NetworkAdapter LoopbackAdapter();

@@ -31,14 +31,14 @@ bool IsFile(const std::string& path) {
   return std::filesystem::is_regular_file(text::PathFromUtf8(path), ignored);
 }
 
-// 0 where there is no such file.
+// Returns 0 if there is no such file.
 std::uint64_t InodeOf(const std::filesystem::path& file) {
   struct stat status {};
   return ::stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-// The executable that a command line names: up to the closing quote, else the shortest run of words
-// that is a file.
+// Returns the executable that a command line names: up to the closing quote, or else the shortest
+// run of words that is a file.
 std::optional<std::string> ExecutableOf(const std::string& command_line) {
   if (command_line.starts_with('"')) {
     const std::string quoted = command_line.substr(1, command_line.find('"', 1) - 1);
@@ -184,7 +184,7 @@ Result<ProcessHandle> SimProcesses::Open(std::uint32_t access_mask, ProcessId pi
   const std::string subject = fmt::format("{} {:#x}", pid, access_mask);
   return choke_.Perform("processes.Open", subject, [&]() -> Result<ProcessHandle> {
     const auto process = table_.find(pid);
-    // An ended process is there for as long as anybody holds a handle of it.
+    // An ended process exists as long as anybody holds a handle of it.
     if (process == table_.end() ||
         (!process->second.running && process->second.open_handles == 0)) {
       return tl::unexpected(platform::kInvalidParameter);

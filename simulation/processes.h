@@ -16,25 +16,25 @@ enum class OnTerminate { dies, dies_late, access_denied, ignores };
 
 struct SimModule {
   std::filesystem::path path;
-  bool unloads = false;  // as soon as it was listed
+  bool unloads = false;  // as soon as it is listed
 };
 
 struct SimProcess {
   platform::ProcessId pid = 0;
   std::u16string executable_name;
-  // How it was started; empty for what ran before.
+  // How it was started; empty if it ran before.
   std::string command_line = {};
   std::optional<std::filesystem::path> working_directory = {};
   platform::ConsoleOfChild console = platform::ConsoleOfChild::inherited;
 
   OnTerminate on_terminate = OnTerminate::dies;
-  Duration dies_after{8'000};  // where it dies late
+  Duration dies_after{8'000};  // if it dies late
   bool survives_taskkill = false;
   std::optional<platform::ErrorCode> open_error = {};  // for everybody who opens it
 
   std::vector<SimModule> modules = {};
   platform::ProcessId debugger = 0;
-  std::uint64_t image = 0;  // its executable's inode, whatever that is called meanwhile
+  std::uint64_t image = 0;  // its executable's inode, even if that was renamed meanwhile
 
   bool running = true;
   std::uint32_t exit_code = platform::kStillActive;
@@ -42,7 +42,8 @@ struct SimProcess {
   std::vector<std::function<void()>> on_end = {};
 };
 
-// What a program does when it is started: it may schedule its own end, watch others, write files.
+// The actions of a program when it is started: it may schedule its own end, watch others, write
+// files.
 using Program = std::function<void(SimProcess& self)>;
 
 class SimProcesses : public platform::Processes {
@@ -73,32 +74,33 @@ class SimProcesses : public platform::Processes {
                                                 std::uint64_t privilege) override;
   void CloseHandleValue(platform::HandleValue value) override;
 
-  // Adds a process; without a command line one that somebody else started.
+  // Adds a process; without a command line, somebody else started it.
   SimProcess& Add(std::u16string executable_name, std::string command_line = {});
-  // Tells what runs when the executable of that file name is started. Without a program it runs
+  // Sets what runs when the executable of that file name is started. Without a program it runs
   // until somebody ends it. The executable's file has to exist as well, unless the program is
   // started elevated.
   void SetProgram(const std::string& file_name, Program program);
   void End(SimProcess& process, std::uint32_t exit_code);
-  // The power goes: everything ends, and nobody is told.
+  // Cuts the power: everything ends without notice.
   void EndAll();
-  // VOSK has ended; its handles are closed. The next one is this process, or a new one.
+  // Ends VOSK and closes its handles. The next VOSK is this process, or a new one.
   void EndOwn(std::uint32_t exit_code) { End(At(own_pid_), exit_code); }
   void BeginOwn(platform::ProcessId pid = 0);
-  // Whether a running process was started from this file.
+  // Returns whether a running process was started from this file.
   [[nodiscard]] bool RunsFrom(const std::filesystem::path& file) const;
   // Called when a process has started or ended.
   std::function<void(const SimProcess&)> on_change;
-  // Lives of years forget processes that ended long ago.
+  // If set, processes that ended long ago are forgotten, for lives of years.
   bool forgets_the_ended = false;
   [[nodiscard]] SimProcess& At(platform::ProcessId pid) { return table_.at(pid); }
-  // The running processes of that executable, by ascending PID.
+  // Returns the running processes of that executable, by ascending PID.
   [[nodiscard]] std::vector<SimProcess*> Running(std::u16string_view executable_name);
-  // Every process ever, by ascending PID; PIDs are not used again.
+  // Returns every process ever, by ascending PID; PIDs are not used again.
   [[nodiscard]] const std::map<platform::ProcessId, SimProcess>& Table() const { return table_; }
   [[nodiscard]] std::size_t OpenHandles() const { return handles_.size(); }
   [[nodiscard]] int OpenSnapshots() const { return open_snapshots_; }
-  // The process behind a handle, or why these rights do not reach it; one of `any_right` is enough.
+  // Returns the process behind a handle, or an error if the handle lacks the rights; one of
+  // `any_right` is enough.
   platform::Result<SimProcess*> Reach(const platform::ProcessHandle& process,
                                       std::uint32_t any_right);
 
@@ -107,7 +109,7 @@ class SimProcesses : public platform::Processes {
   void ForgetTheEnded();
   platform::Result<SimProcess*> ReachModules(const platform::ProcessHandle& process);
   struct OpenHandle {
-    platform::ProcessId pid = 0;  // 0: the own token
+    platform::ProcessId pid = 0;  // 0: VOSK's own token
     std::uint32_t rights = 0;
   };
   platform::HandleValue NewHandle(platform::ProcessId pid, std::uint32_t rights);

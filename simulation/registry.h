@@ -31,13 +31,13 @@ class SimRegistry : public platform::Registry {
 
   // --- Setting the scene, past the choke point ---------------------------------------------
 
-  // Makes the key with its parents; keys and values have names in any letter case.
+  // Creates the key with its parents; names match in any letter case.
   void PutKey(const std::string& key_path);
   void PutText(const std::string& key_path, const std::string& name, const std::string& text);
   void PutNumber(const std::string& key_path, const std::string& name, std::uint32_t number);
   void PutValue(const std::string& key_path, const std::string& name,
                 const platform::RegistryValue& value);
-  // From now on nobody may open the key with more rights than these; 0 for none at all.
+  // From now on nobody may open the key with more rights than these; 0 allows none.
   void Restrict(const std::string& key_path, std::uint32_t rights);
 
   // --- Looking at it -----------------------------------------------------------------------
@@ -54,21 +54,21 @@ class SimRegistry : public platform::Registry {
     std::uint32_t rights = 0;
   };
   platform::RegistryKey NewHandle(const std::string& path, std::uint32_t rights);
-  // The open key, where its handle has this right.
+  // Returns the open key, if its handle has this right.
   platform::Result<OpenKey*> Reach(const platform::RegistryKey& key, std::uint32_t right);
   [[nodiscard]] std::string Subject(const platform::RegistryKey& key,
                                     const std::string& name) const;
   [[nodiscard]] bool Permits(const std::string& path, std::uint32_t access_mask) const;
 
   ChokePoint& choke_;
-  std::map<std::string, Values> keys_ = {{"", {}}};  // by path, and values by name, in lower case
+  std::map<std::string, Values> keys_ = {{"", {}}};  // by path, values by name; in lower case
   std::map<std::string, std::string> spelled_;       // a key's own name as it was first written
   std::map<std::string, std::uint32_t> restricted_;
   std::map<platform::HandleValue, OpenKey> open_;
   platform::HandleValue next_handle_ = 0x20000;
 };
 
-// A text as it is stored: UTF-16 with its terminator.
+// Returns a text as it is stored: UTF-16 with its terminator.
 [[nodiscard]] platform::RegistryValue TextValue(const std::string& text);
 [[nodiscard]] platform::RegistryValue NumberValue(std::uint32_t number);
 

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// An archive opened for reading; without entries where it is none.
+// An archive opened for reading; it has no entries if the file is no archive.
 class Archive {
  public:
   explicit Archive(const fs::path& path) {

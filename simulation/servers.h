@@ -14,8 +14,8 @@ namespace vosk::simulation {
 
 struct ReceivedReport {
   std::string name;                  // the archive's file name
-  std::vector<std::string> entries;  // the names of what it holds
-  std::vector<DumpId> dumps;         // the dumps in it, by what they hold
+  std::vector<std::string> entries;  // the names of its entries
+  std::vector<DumpId> dumps;         // the dumps in it, by their contents
 };
 
 class SimServers : public supervisor::Network {
@@ -31,21 +31,21 @@ class SimServers : public supervisor::Network {
                                                   const std::atomic<bool>& terminate) override;
   std::unique_ptr<net::VersionService> MakeVersionService(console::LogSink& log) override;
 
-  // Lets a package that holds the Core and VOSK be downloaded. The version service is not told.
+  // Offers a package with the Core and VOSK for download. The version service does not change.
   void PublishPackage(const SimPackage& package);
 
-  // The file names of what has arrived, in that order.
+  // Returns the file names of the arrived reports, in order.
   [[nodiscard]] std::vector<std::string> ReceivedNames() const;
 
   std::string initialize_error;
-  // What can be downloaded, by its address.
+  // The downloads by their address.
   std::map<std::string, std::string, std::less<>> downloads;
-  // What the version service says; empty: it does not answer.
+  // The version service's answer; empty: it does not answer.
   std::string latest_version;
   bool server_up = true;
   bool version_service_up = true;
   bool downloads_up = true;
-  // How long one transfer takes, and how long VOSK tries where nobody answers.
+  // How long one transfer takes, and how long VOSK tries if nobody answers.
   Duration transfer_time{0};
   Duration refusal_time{0};
 
@@ -59,13 +59,13 @@ class SimServers : public supervisor::Network {
   friend class SimUploader;
   friend class SimDownloader;
   friend class SimVersionService;
-  // Counts a request and lets the time pass that it takes; whether it succeeds.
+  // Counts a request and lets its time pass; returns whether it succeeds.
   bool Request(std::string_view operation, bool server_answers);
 
   SimulatedHost& host_;
 };
 
-// The dumps that an archive holds, by what is in them; none of a file that is no archive.
+// Returns the dumps in an archive, by their contents; none if the file is no archive.
 [[nodiscard]] std::vector<DumpId> DumpsInArchive(const std::filesystem::path& archive);
 
 }  // namespace vosk::simulation

@@ -21,7 +21,7 @@ using platform::ProcessId;
 
 namespace {
 
-// In memory where the machine offers that: sweeps make thousands of these.
+// Made in memory if the machine offers that: sweeps make thousands of these.
 fs::path MakeTemporaryDirectory() {
   const fs::path in_memory = "/dev/shm";
   const bool usable = ::access(in_memory.c_str(), W_OK) == 0;
@@ -30,7 +30,7 @@ fs::path MakeTemporaryDirectory() {
   return name;
 }
 
-// What stands between the last two double quotes.
+// Returns the text between the last two double quotes.
 std::string LastQuoted(const std::string& command_line) {
   const std::size_t end = command_line.rfind('"');
   if (end == std::string::npos || end == 0) return {};
@@ -162,7 +162,7 @@ void SimulatedHost::PowerIsGone(AfterPowerCut unsettled) {
   for (const auto& [path, state] : Survey()) {
     const auto before = settled_.find(path);
     if (before != settled_.end() && before->second == state) continue;
-    if (path.filename() == identity::kLogFileName) continue;  // loses lines at its end at most
+    if (path.filename() == identity::kLogFileName) continue;  // may only lose lines at its end
     fs::resize_file(path, unsettled == AfterPowerCut::empty ? 0 : state.first / 2);
   }
 }
@@ -181,8 +181,8 @@ SimulatedHost::FileStates SimulatedHost::Survey() const {
     if (!entry.is_regular_file()) continue;
     struct stat status {};
     if (::lstat(entry.path().c_str(), &status) != 0) continue;
-    // A file written anew has another inode or time of change (the build machine's; that of the
-    // last write is the simulated clock's); which of them does not matter.
+    // A file written anew has another inode or another time of change. That time is the build
+    // machine's; only the time of the last write is the simulated clock's.
     const auto version = static_cast<std::uint64_t>(status.st_ino) * 1'000'003 +
                          static_cast<std::uint64_t>(status.st_ctim.tv_sec) * 1'000'000'007 +
                          static_cast<std::uint64_t>(status.st_ctim.tv_nsec);
@@ -225,8 +225,8 @@ bool SimulatedHost::AttachDebugger(ProcessId debugger, ProcessId target_pid) {
   return true;
 }
 
-// Attaches to the process of the command line, writes dumps when that dies of an exception, and
-// ends with it.
+// Attaches to the process on the command line, writes dumps if it dies of an exception, and ends
+// with it.
 void SimulatedHost::RunMonitor(SimProcess& self, const MonitorBehaviour& behaviour) {
   ProcessId target_pid = 0;
   const std::size_t option = self.command_line.find(" -e ");

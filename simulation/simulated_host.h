@@ -25,11 +25,11 @@ struct MonitorBehaviour {
   int dumps_per_crash = 1;
   std::size_t dump_size = 40'000;
   Duration writing_time{1000};                     // from the end of the Core to the finished dump
-  bool leaves_at_once = false;                     // as it does where it cannot attach
-  std::uint32_t smallest_exception = 0x8000'0000;  // exit codes below are no unhandled exception
+  bool leaves_at_once = false;                     // as it does if it cannot attach
+  std::uint32_t smallest_exception = 0x8000'0000;  // lower exit codes are no unhandled exceptions
 };
 
-// What a power cut leaves of a file that was written shortly before it.
+// What a power cut leaves of a file that was written shortly before.
 enum class AfterPowerCut { whole, cut_short, empty };
 
 class SimulatedHost {
@@ -45,22 +45,22 @@ class SimulatedHost {
 
   // --- Setting the scene -------------------------------------------------------------------
 
-  // Something that happens at a time counted from the start.
+  // Plans something for a time counted from the start.
   void At(Duration time, std::function<void(SimulatedHost&)> happening);
-  // Puts an executable's file there and tells what runs when it is started.
+  // Creates an executable's file and sets what runs when it is started.
   void InstallProgram(const std::filesystem::path& executable, Program program = {});
-  // The Core, running until something ends it, at the default place or at another.
+  // Installs a Core that runs until something ends it, at the default place or at another.
   void InstallCore();
   void InstallCore(const std::filesystem::path& executable, Program program = {});
-  // procdump64.exe beside VOSK.exe.
+  // Puts procdump64.exe beside VOSK.exe.
   void InstallMonitor(MonitorBehaviour behaviour = {});
-  // A program that ends by itself.
+  // Returns a program that ends by itself.
   [[nodiscard]] Program LivesFor(Duration life, std::uint32_t exit_code);
   // Writes a file with its missing parents, past the choke point.
   void PutFile(const std::filesystem::path& path, const std::string& bytes);
-  // A Core with a log and a monitor, as an operator's machine has them.
+  // Installs a Core with a log and a monitor, as an operator's machine has them.
   void Furnish(MonitorBehaviour monitor = {});
-  // What a Windows 11 tells of itself in its registry.
+  // Fills the registry with the values that describe a Windows 11.
   void FurnishWindows();
   void FailNext(std::string operation, std::uint32_t code, int times = 1);
 
@@ -70,26 +70,26 @@ class SimulatedHost {
   void CoreExits(std::uint32_t exit_code);
   void DumpAppears(const std::string& name, const std::string& bytes);
   void KeyPressed(int key) { console.keys.push_back(key); }
-  // VOSK has ended (see VoskEnded, or by itself): what the system takes back from a process is
-  // taken back. With the power everything else ends as well, and what was written since the last
-  // `Settle` is whole, cut short or empty.
+  // VOSK has ended (see VoskEnded, or by itself): the system takes back its handles. After a power
+  // cut everything else ends, too, and files written since the last `Settle` are whole, cut short
+  // or empty.
   void VoskIsGone(std::uint32_t exit_code);
   void PowerIsGone(AfterPowerCut unsettled);
-  // What stands on the disk now outlives a power cut.
+  // What is on the disk now will survive a power cut.
   void Settle();
-  // A new VOSK begins: a process that already runs, or one of its own.
+  // Starts a new VOSK: a process that already runs, or a new one.
   void VoskBegins(platform::ProcessId pid = 0);
 
   // --- Looking at it -----------------------------------------------------------------------
 
-  // Every handle, snapshot or part left open, COM out of balance, the console not as it was found:
-  // a sentence for each.
+  // Returns a sentence for each handle, snapshot or part left open, for COM out of balance and for
+  // a console that is not as it was found.
   [[nodiscard]] std::vector<std::string> Leftovers() const;
 
   [[nodiscard]] static std::string ReadFile(const std::filesystem::path& path);
   [[nodiscard]] std::filesystem::path DumpDirectory() const;
   [[nodiscard]] std::filesystem::path LogFile() const;
-  // The names in a directory, sorted; none where it does not exist.
+  // Returns the names in a directory, sorted; none if it does not exist.
   [[nodiscard]] static std::vector<std::string> NamesIn(const std::filesystem::path& directory);
 
   ChokePoint choke;
@@ -108,7 +108,7 @@ class SimulatedHost {
   bool AttachDebugger(platform::ProcessId debugger, platform::ProcessId target_pid);
   void RunMonitor(SimProcess& self, const MonitorBehaviour& behaviour);
   void WriteCrashDumps(const std::string& directory, const MonitorBehaviour& behaviour);
-  // Size and number of the version of each file below the root.
+  // The size and the version's number of each file below the root.
   using FileStates = std::map<std::filesystem::path, std::pair<std::uintmax_t, std::uint64_t>>;
   [[nodiscard]] FileStates Survey() const;
 

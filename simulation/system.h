@@ -35,7 +35,7 @@ class SimSystem : public platform::System {
   std::filesystem::path roaming_path = "C:/Users/op/AppData/Roaming";
   std::string computer_name = "RIG-7";
   std::vector<ShownBox> boxes;
-  int com_initialisations = 0;  // those not yet undone
+  int com_initialisations = 0;  // those that were not undone yet
 
  private:
   ChokePoint& choke_;

@@ -10,7 +10,7 @@ struct ZipMember {
   std::string bytes;
 };
 
-// The bytes of a zip with these members.
+// Returns the bytes of a zip with these members.
 [[nodiscard]] std::string ZipBytes(const std::vector<ZipMember>& members);
 
 }  // namespace vosk::simulation

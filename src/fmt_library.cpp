@@ -1,5 +1,5 @@
-// The part of fmt that need not be compiled again in every file. Debian has fmt for this machine
-// only, and our builds are to differ in nothing.
+// Compiles fmt's own code once instead of in every file. Debian has the library for this machine
+// only, and all our builds should use the same code.
 #include <fmt/format-inl.h>
 
 FMT_BEGIN_NAMESPACE

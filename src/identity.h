@@ -1,6 +1,5 @@
-// Who VOSK is and whom it serves. Every name, place and address of a site stands here; the
-// addresses are set when VOSK is built (cmake -D VOSK_COLLECTION_URL=...), nothing is read at run
-// time.
+// Every name, place and address of a site is here. The addresses are set when VOSK is built (cmake
+// -D VOSK_COLLECTION_URL=...); nothing is read at run time.
 #pragma once
 
 #include <string_view>
@@ -11,7 +10,7 @@ inline constexpr std::string_view kVersion = "3.3";
 inline constexpr std::u16string_view kSupervisorExecutable = u"VOSK.exe";
 inline constexpr std::u16string_view kCoreExecutable = u"VELDRAN Core.exe";
 
-// Where the Core's installer puts the Core, and VOSK beside it.
+// The directory in which the Core's installer puts the Core and VOSK.
 inline constexpr std::string_view kInstallDirectory =
     R"(C:\Program Files\VELDRAN Inc\VELDRAN Core)";
 inline constexpr std::string_view kDefaultTargetPath =
@@ -22,7 +21,7 @@ inline constexpr std::string_view kDumpStorageName = "VELDRAN_VOSK_Dumps";
 
 // The TUS creation endpoint of the crash-collection server.
 extern const std::string_view kCollectionUrl;
-// Answers with the latest version of the Core.
+// The service that returns the latest version of the Core.
 extern const std::string_view kVersionServiceUrl;
 // The zip that holds the Core's installer.
 extern const std::string_view kCorePackageUrl;

@@ -54,7 +54,7 @@ test('no file passes 400 lines, no function 60', () => {
 });
 
 // Layout is clang-format's: a function (a test as well) begins at column one, its body opens with
-// a line that ends in " {", and "}" at column one closes it. A table has a "=" before that.
+// a line that ends in " {", and "}" at column one closes it. A table has a "=" before the brace.
 function functions(lines) {
   const found = [];
   let head = -1;
@@ -81,7 +81,7 @@ test('a unit is a .h and a .cpp of the same name', () => {
   const strays = sources.filter((path) => path.endsWith('.cpp') && !withoutHeader.includes(path))
     .filter((path) => {
       const header = path.replace(/cpp$/, 'h');
-      // A file of the Windows side stands behind the interface of the same name.
+      // A file of the Windows side implements the interface of the same name.
       return !tracked.includes(header) && !tracked.includes(header.replace('/windows/', '/'));
     });
   assert.deepEqual(strays, []);
@@ -101,7 +101,7 @@ test('a unit is a .h and a .cpp of the same name', () => {
 });
 
 test('state has owners', () => {
-  // Neither singletons nor variables that outlive everybody.
+  // There are neither singletons nor variables that outlive everybody.
   const strays = sources.filter((path) => /^\s*static [^(]*\binstance\b|^(static|extern) (?!const)[\w:<>]+ \w+(;| =|\{)/m.test(read(path)));
   assert.deepEqual(strays, []);
 });

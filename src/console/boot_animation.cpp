@@ -40,14 +40,14 @@ constexpr std::array<std::string_view, 5> kCapitals = {
     "  ███    █████  ██████  ██  ██",
 };
 
-// Inside the frame.
+// The columns inside the frame.
 constexpr int kBoxWidth = 62;
 constexpr int kBoxMargin = 2;
 constexpr int kSettingsColumn = 40;
-// With fewer rows, what stands below the box would be lost.
+// With fewer rows, the texts below the box would be lost.
 constexpr int kLeastRowsWithBox = 14;
 
-// The frames in which a text of the picture turns from random glyphs into itself.
+// The frames during which a text emerges from random glyphs.
 struct Interval {
   int first;
   int last;
@@ -61,7 +61,7 @@ constexpr Interval kHintTime{19, kBootFrames - 1};
 static_assert(kFirstPhraseFrame + kFramesBetweenPhrases * (kShownPhrases - 1) + kFramesOfPhrase <
               kBootFrames);
 
-// What a small window gives up first.
+// A small window loses the rows of the lowest ranks first.
 namespace rank {
 constexpr int kBlank = 0;
 constexpr int kOldestPhrase = 1;
@@ -73,13 +73,13 @@ constexpr int kTitle = 14;
 constexpr int kBox = 20;
 }  // namespace rank
 
-// One frame while it is being made.
+// Builds one frame.
 class Frame {
  public:
   Frame(int number, int columns, std::mt19937& random)
       : number_(number), columns_(columns), random_(random) {}
 
-  // A row with one text on it, `indent` columns from the left.
+  // Adds a row with one text, `indent` columns from the left.
   void AddText(int rank, std::string_view style, std::string_view text, Interval time,
                int indent = kBoxMargin) {
     StyledLine line(columns_);
@@ -108,7 +108,7 @@ class Frame {
   Picture picture_;
 };
 
-// The text, with ever fewer of its characters hidden behind random glyphs.
+// Adds the text; from frame to frame, random glyphs hide fewer of its characters.
 void Frame::AddEmerging(StyledLine& line, std::string_view style, std::string_view text,
                         Interval time) {
   if (number_ < time.first) return;

@@ -47,13 +47,13 @@ bool IsBetween(char c, char first, char last) {
   return c >= first && c <= last;
 }
 
-// Moves past the bytes of a kind; stops at the end of the text.
+// Returns the position after the bytes from `first` to `last`; stops at the end of the text.
 std::size_t SkipBetween(std::string_view text, std::size_t at, char first, char last) {
   while (at < text.size() && IsBetween(text[at], first, last)) ++at;
   return at;
 }
 
-// A string sequence (a window title, for one) runs up to a bell or to ESC "\".
+// A string sequence (a window title, for example) ends with a bell or with ESC "\".
 std::size_t SkipStringSequence(std::string_view text, std::size_t at) {
   while (at < text.size()) {
     const char c = text[at++];
@@ -63,8 +63,8 @@ std::size_t SkipStringSequence(std::string_view text, std::size_t at) {
   return at;
 }
 
-// The position after the escape sequence whose ESC stands at `at`. What cannot belong to a sequence
-// ends it and stays in the text.
+// Returns the position after the escape sequence that starts at `at`. A byte that cannot belong to
+// the sequence ends it and stays in the text.
 std::size_t SkipSequence(std::string_view text, std::size_t at) {
   if (++at == text.size()) return at;
   if (std::string_view("]PX^_").find(text[at]) != std::string_view::npos) {

@@ -6,14 +6,15 @@
 
 namespace vosk::console {
 
-// The text alone: escape sequences and control characters are gone, tabs and line ends have become
-// blanks, malformed UTF-8 has become U+FFFD.
+// Returns the text without escape sequences and control characters. Tabs and line ends become
+// blanks, malformed UTF-8 becomes U+FFFD.
 [[nodiscard]] std::string PlainText(std::string_view text);
 
-// The columns that plain text takes: two for East Asian wide characters, none for combining marks.
+// Returns how many columns plain text takes: two for East Asian wide characters, none for combining
+// marks.
 [[nodiscard]] int DisplayWidth(std::string_view text);
 
-// The longest beginning of plain text that takes no more columns than that.
+// Returns the longest beginning of plain text that fits into that many columns.
 [[nodiscard]] std::string_view ClipToWidth(std::string_view text, int columns);
 
 }  // namespace vosk::console

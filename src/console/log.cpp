@@ -127,7 +127,7 @@ void LogSink::WriteToConsole(std::string_view level, const std::string& line) {
   if (!info) {
     console_.Write(stream, fmt::format("{}\n", line));
   } else {
-    // The row above the status bar; the line end scrolls the region.
+    // This is the row above the status bar; the line end scrolls the region.
     console_.Write(stream, fmt::format("\x1b[{};1H{}\n", info->bottom - info->top, line));
   }
   RedrawStatusBar();

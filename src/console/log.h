@@ -29,11 +29,11 @@ class LogSink {
           platform::Clock& clock, const bool& menu_visible);
   ~LogSink();
 
-  // Opens VOSK.log in the temporary directory for appending. Failures go to standard error and
-  // leave the file part of every later write out.
+  // Opens VOSK.log in the temporary directory for appending. A failure is reported on standard
+  // error; the log then goes on without its file.
   void OpenLogFile();
 
-  // Switches escape sequences on for both standard streams and sets the colour flag when either
+  // Switches escape sequences on for both standard streams and sets the colour flag if either
   // accepted them. Returns the flag's previous value.
   bool EnableVirtualTerminal();
 
@@ -46,7 +46,7 @@ class LogSink {
   void LogWarn(std::u16string_view message);
   void LogError(std::u16string_view message);
 
-  // The same with arguments, which may be paths and errors of the system as well.
+  // The same with arguments, which may also be paths and errors of the system.
   template <typename Arg, typename... Args>
   void LogInfo(fmt::format_string<const Arg&, const Args&...> format, const Arg& arg,
                const Args&... args) {
@@ -63,20 +63,20 @@ class LogSink {
     LogFormatted("ERROR", format, fmt::make_format_args(arg, args...));
   }
 
-  // One transient line of a transfer: it shows even over the menu and is not kept as a recent line.
+  // Shows a transient line of a transfer, even over the menu; it does not become a recent line.
   void LogProgress(std::string_view text);
 
   // Called under the console lock after every console line; set once.
   void SetRedrawHook(std::function<void()> redraw) { redraw_ = std::move(redraw); }
-  // Asks for a fresh status bar, where there is one.
+  // Redraws the status bar, if there is one.
   void RedrawStatusBar();
 
-  // Remembers that standard output is there to position a cursor on.
+  // Remembers whether a cursor can be positioned on standard output.
   void SetConsoleOutputValid(bool valid) { console_output_valid_ = valid; }
   [[nodiscard]] bool ConsoleOutputValid() const { return console_output_valid_; }
 
   [[nodiscard]] bool ColourEnabled() const { return colour_flag_.load(); }
-  // The sequence itself, or nothing where the console does not understand it.
+  // Returns the sequence, or nothing if the console does not understand it.
   [[nodiscard]] std::string_view Colour(std::string_view sequence) const {
     return ColourEnabled() ? sequence : std::string_view{};
   }
@@ -84,9 +84,9 @@ class LogSink {
   // Serialises everything that goes to the console. Recursive: a log line redraws the status bar
   // while it holds the lock.
   [[nodiscard]] std::recursive_mutex& ConsoleLock() { return console_lock_; }
-  // How many lines have been logged in all; tells whether the recent lines are new.
+  // Returns how many lines have been logged in all; a new number means new recent lines.
   [[nodiscard]] std::uint64_t LinesLogged() const { return lines_logged_; }
-  // The last lines, oldest first, as they stand on the console; guarded by the console lock.
+  // Returns the last lines, oldest first, as the console shows them; guarded by the console lock.
   [[nodiscard]] const std::deque<std::string>& RecentLogLines() const { return recent_log_lines_; }
 
  private:

@@ -14,8 +14,8 @@
 namespace vosk::console {
 namespace {
 
-// What a small window gives up first: the older of the recent lines, then blanks, and so on. An
-// item ranks lower the farther it is from the selected one.
+// A small window loses the older recent lines first, then blanks, and so on. An item ranks lower
+// the farther it is from the selected one.
 namespace rank {
 constexpr int kOldestRecentLine = 0;
 constexpr int kBlank = 100;

@@ -1,4 +1,4 @@
-// The control menu, which stands in the log's place while it is open.
+// The control menu, which replaces the log on the console while it is open.
 #pragma once
 
 #include <deque>
@@ -17,8 +17,8 @@ struct MenuContents {
   const std::deque<std::string>& recent_lines;  // oldest first, with or without escape sequences
 };
 
-// The menu for a window of that size: it clears the window, keeps to the rows above the bottom one
-// and leaves the cursor below its last row. A small window loses recent lines first and keeps the
+// Returns the menu for a window of that size. It clears the window, leaves the bottom row free and
+// puts the cursor below its last row. A small window loses recent lines first and keeps the
 // selected item to the last.
 [[nodiscard]] std::string BuildMenu(const MenuContents& contents, int window_width,
                                     int window_height);
@@ -27,7 +27,7 @@ class Menu {
  public:
   Menu(platform::Console& console, LogSink& log);
 
-  // Draws the menu with one write, then the status bar. Does nothing where the console takes no
+  // Draws the menu with one write, then the status bar. Does nothing if the console does not accept
   // escape sequences.
   void RenderMenu(int selection, bool red_alert);
 

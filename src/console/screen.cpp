@@ -47,7 +47,7 @@ void Screen::LayOut(const ConsoleInfo& window) {
     console_.Write(StandardStream::output,
                    fmt::format("\x1b[1;{}r\x1b[{};1H", last_scrolling_row, last_scrolling_row));
   } else if (HasScrollRegion(laid_out_for_)) {
-    // The region of the larger window would outlive it.
+    // Otherwise the region of the larger window would remain in force.
     console_.Write(StandardStream::output, kScrollWholeWindow);
   }
   laid_out_for_ = window;

@@ -8,8 +8,8 @@
 
 namespace vosk::console {
 
-// The visible window where it can be drawn in: it takes escape sequences, can be asked for its size
-// and has at least one row and one column. None otherwise. The size may change between two calls.
+// Returns the visible window if it can be drawn in: it accepts escape sequences, its size can be
+// read and it has at least one row and one column. The size may change between two calls.
 [[nodiscard]] std::optional<platform::ConsoleInfo> DrawableWindow(platform::Console& console,
                                                                   const LogSink& log);
 
@@ -21,11 +21,11 @@ class Screen {
   // Confines scrolling to all rows but the last and puts the cursor on the last of them. A window
   // of one row scrolls whole.
   void SetupScrollRegion();
-  // Lays the screen out again when the window's size is no longer the one laid out for. True then,
-  // so that the caller can draw again what stood in the window.
+  // Lays the screen out again if the window's size has changed. Returns true then, so that the
+  // caller can redraw the window's contents.
   bool FollowWindowSize();
   void ClearScreen();
-  // Gives the whole window back to whoever uses the console next, cleared.
+  // Clears the window and lets it scroll as a whole again, for whoever uses the console next.
   void Release();
 
  private:

@@ -16,7 +16,7 @@
 namespace vosk::console {
 namespace {
 
-// The columns kept for each value, so that what stands to its right stays in place.
+// The columns reserved for each value, so that everything to its right stays in place.
 struct FieldWidths {
   int pid;
   int version;
@@ -27,13 +27,13 @@ struct FieldWidths {
 // A Core is restarted after 12 hours, so "12h 59m 59s" is the longest uptime in normal service.
 constexpr FieldWidths kFieldWidths{.pid = 6, .version = 9, .crashes = 4, .uptime = 11};
 constexpr FieldWidths kWideFieldWidths{.pid = 8, .version = 10, .crashes = 6, .uptime = 15};
-// From here on the wide fields leave room for a transfer and Red Alert.
+// From this width on, the wide fields leave room for a transfer and Red Alert.
 constexpr int kWideWindow = 120;
 constexpr std::string_view kLongestActivity = "Downloading";
 
 constexpr std::string_view kSeparator = " | ";
 
-// In octal: a digit after a hexadecimal escape would be taken into it.
+// Octal, because a hexadecimal escape would swallow the digit after it.
 constexpr std::string_view kSaveCursor = "\0337";
 constexpr std::string_view kRestoreCursor = "\0338";
 
@@ -42,7 +42,7 @@ enum class Importance { normal_mode, version, title, crashes, uptime, transfer, 
 
 struct Segment {
   Importance importance;
-  std::string_view joint;  // stands between the segment and the one to its left
+  std::string_view joint;  // between the segment and the one to its left
   struct Piece {
     std::string_view style;
     std::string text;
@@ -72,7 +72,7 @@ Segment ModeSegment(bool red_alert) {
   return {.importance = Importance::normal_mode, .joint = " |", .pieces = {{kGrey, " NORMAL "}}};
 }
 
-// The segments from left to right.
+// Returns the segments from left to right.
 std::vector<Segment> Segments(const StatusSnapshot& status, const TransferProgress& progress,
                               const FieldWidths& widths) {
   const std::string pid = status.core_pid == 0 ? "?" : fmt::format("{}", status.core_pid);
@@ -155,7 +155,7 @@ void StatusBar::DrawStatusBar() {
 
 std::string StatusBar::EraseOldBar(const platform::ConsoleInfo& window) const {
   if (!drawn_in_ || drawn_in_->Height() == window.Height()) return {};
-  // The window moves over the console's buffer; the old bar stays where it was in there.
+  // The window moves over the console's buffer, in which the old bar stays where it was.
   const int row = drawn_in_->bottom - window.top + 1;
   if (row < 1 || row >= window.Height()) return {};
   return fmt::format("{}\x1b[{};1H\x1b[2K", kReset, row);

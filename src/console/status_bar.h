@@ -23,9 +23,9 @@ struct StatusSnapshot {
   bool red_alert = false;
 };
 
-// The row for a window of that many columns, coloured to its right edge; nothing for a window
-// without columns. Fields keep their places while their values grow. A narrow window loses the
-// least important segments.
+// Returns the row for a window of that many columns, coloured to its right edge; nothing for a
+// window without columns. Fields keep their places while their values grow. A narrow window loses
+// the least important segments.
 [[nodiscard]] std::string BuildStatusRow(const StatusSnapshot& status,
                                          const TransferProgress& progress, int window_width);
 
@@ -33,16 +33,16 @@ class StatusBar {
  public:
   using SnapshotSource = std::function<StatusSnapshot()>;
 
-  // All references outlive the bar; the source is asked at each drawing.
+  // All references outlive the bar; the source is asked each time the bar is drawn.
   StatusBar(platform::Console& console, LogSink& log, const TransferProgress& progress,
             SnapshotSource snapshot);
 
-  // Draws the bar with one write and leaves the cursor where it was. Does nothing where the console
-  // takes no escape sequences.
+  // Draws the bar with one write and leaves the cursor where it was. Does nothing if the console
+  // does not accept escape sequences.
   void DrawStatusBar();
 
  private:
-  // Wipes the row that the bar leaves behind inside a window that has grown.
+  // Returns the bytes that wipe the old bar inside a window that has grown.
   [[nodiscard]] std::string EraseOldBar(const platform::ConsoleInfo& window) const;
 
   platform::Console& console_;

@@ -7,20 +7,20 @@
 
 namespace vosk::console {
 
-// One row, built from left to right; what goes beyond its columns is cut off.
+// One row, built from left to right; text beyond its columns is cut off.
 class StyledLine {
  public:
   explicit StyledLine(int columns) : columns_(columns) {}
 
-  // Adds plain text in a style of its own: nothing of the styles before it stays.
+  // Adds plain text in its own style; earlier styles do not carry over.
   void Add(std::string_view style, std::string_view text);
   // Adds blanks in that style until the row takes `width` columns.
   void PadTo(std::string_view style, int width);
 
   [[nodiscard]] int Width() const { return width_; }
-  // True when something had to be cut off.
+  // Returns true if something had to be cut off.
   [[nodiscard]] bool IsClipped() const { return clipped_; }
-  // The row with its escape sequences; the style of its end is still on.
+  // Returns the row with its escape sequences; its last style is still on.
   [[nodiscard]] const std::string& Bytes() const { return bytes_; }
 
  private:
@@ -36,11 +36,13 @@ class Picture {
  public:
   void Add(int rank, std::string row_bytes) { rows_.push_back({rank, std::move(row_bytes)}); }
 
-  // Gives up the rows of the lowest ranks, the upper one of equals first, until `height` are left.
+  // Drops the rows of the lowest ranks until `height` are left; of equal ranks the upper row goes
+  // first.
   void FitHeight(int height);
 
   [[nodiscard]] int Height() const { return static_cast<int>(rows_.size()); }
-  // Every row at its absolute place, each reset at its end. No line ends, so that nothing scrolls.
+  // Returns every row at its absolute place, each reset at its end. There are no line ends, so that
+  // nothing scrolls.
   [[nodiscard]] std::string Bytes() const;
 
  private:
@@ -51,8 +53,8 @@ class Picture {
   std::vector<Row> rows_;
 };
 
-// The columns that rows may fill in a window. The last one stays free: a terminal may wrap, or
-// erase what stands there, once it has been written to.
+// Returns how many columns rows may fill. The last one stays free: once it has been written to, a
+// terminal may wrap or erase it.
 [[nodiscard]] constexpr int UsableColumns(int window_width) {
   return window_width - 1;
 }

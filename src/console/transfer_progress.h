@@ -6,7 +6,7 @@
 
 namespace vosk::console {
 
-// How far the transfer or packing under way has come, for the status bar.
+// The progress of the current transfer or packing, for the status bar.
 class TransferProgress {
  public:
   static constexpr double kHidden = -1.0;

@@ -5,7 +5,7 @@
 
 namespace vosk::console {
 
-// "1d 0h 5m 3s": whole units, the leading ones left out while they are zero.
+// Returns text like "1d 0h 5m 3s"; leading units are left out while they are zero.
 [[nodiscard]] std::string FormatUptime(std::chrono::steady_clock::duration uptime);
 
 }  // namespace vosk::console

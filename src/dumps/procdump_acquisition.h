@@ -1,4 +1,4 @@
-// Sees to it that ProcDump stands beside VOSK.exe.
+// Makes sure that ProcDump is beside VOSK.exe.
 #pragma once
 
 #include <filesystem>
@@ -18,13 +18,13 @@ class ProcDumpAcquisition {
   ProcDumpAcquisition(platform::Files& files, platform::System& system, console::LogSink& log,
                       net::Downloader& downloader);
 
-  // True if one of ProcDump's executables is in the supervisor directory at the end. A missing
-  // one is downloaded as a zip into the work directory, which does not keep it. A package
-  // without use is reported in a box as well as in the log.
+  // Returns true if one of ProcDump's executables is in the supervisor directory at the end. A
+  // missing one is downloaded as a zip into the work directory; the zip is removed again. A useless
+  // package is reported in a message box as well as in the log.
   [[nodiscard]] bool EnsureProcDumpExists(const std::filesystem::path& supervisor_directory,
                                           const std::filesystem::path& work_directory);
 
-  // Takes one of the executables out of the zip into the directory, which is made if missing.
+  // Extracts one of the executables from the zip into the directory, which is created if missing.
   [[nodiscard]] bool ExtractProcDump(const std::filesystem::path& zip_path,
                                      const std::filesystem::path& destination_directory);
 

@@ -12,13 +12,13 @@ namespace vosk::dumps {
 
 class ProcDumpMonitor {
  public:
-  // `red_alert_mode` is read at each launch; it asks for dumps of the whole memory.
+  // `red_alert_mode` is read at each launch; if set, dumps hold the whole memory.
   ProcDumpMonitor(const platform::Host& host, console::LogSink& log,
                   const std::atomic<bool>& red_alert_mode);
 
-  // Starts ProcDump on the process; it writes dumps into the directory, which is made if missing.
-  // Returns its handle, or an empty one on failure, the reason being logged. Whether ProcDump
-  // really attaches is not awaited.
+  // Starts ProcDump on the process; it writes dumps into the directory, which is created if
+  // missing. Returns its handle, or an empty one on failure, which is logged. Does not wait until
+  // ProcDump has attached.
   [[nodiscard]] platform::ProcessHandle LaunchProcDumpMonitor(
       platform::ProcessId pid, const std::filesystem::path& dump_directory);
 

@@ -11,7 +11,7 @@ namespace {
 
 using Path = std::filesystem::path;
 
-// A file in use is often free again after a moment: a virus scanner lets go of it.
+// A file in use is often free again after a moment, when a virus scanner lets go of it.
 constexpr int kDeletionAttempts = 3;
 constexpr std::chrono::milliseconds kRetryDelay{50};
 
@@ -56,7 +56,7 @@ bool Clearing::Run() {
   }
 }
 
-// The verdict on a directory that there is nothing to clear in, or that must not be cleared.
+// Returns the result if there is nothing to clear or the directory must not be cleared.
 std::optional<bool> Clearing::SettledWithoutClearing() {
   if (!IsFixedPath(directory_)) {
     log_.LogError("ClearDirectory: Provided path is not absolute: {}", directory_);
@@ -84,7 +84,7 @@ std::optional<bool> Clearing::SettledWithoutClearing() {
     return false;
   }
   if (*link) {
-    // Whoever put it there may have led it to files that are not ours.
+    // Whoever put the link there may have pointed it at files that are not ours.
     log_.LogError("ClearDirectory: Provided path is only a link to a directory: {}", directory_);
     return false;
   }

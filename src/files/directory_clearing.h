@@ -1,4 +1,4 @@
-// Emptying a directory.
+// Empties a directory.
 #pragma once
 
 #include <filesystem>
@@ -9,8 +9,8 @@
 
 namespace vosk::files {
 
-// Deletes everything inside the directory, trying again if something is in use. True if nothing is
-// left over. Refuses a relative path and a link to a directory.
+// Deletes everything inside the directory, trying again if something is in use. Returns true if
+// nothing is left. Refuses a relative path and a link to a directory.
 bool ClearDirectory(platform::Files& files, platform::Clock& clock, console::LogSink& log,
                     const std::filesystem::path& directory);
 

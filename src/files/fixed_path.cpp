@@ -7,7 +7,7 @@ namespace {
 
 using Path = std::filesystem::path;
 
-// "X:\" at the start; except on Windows that is no root to std::filesystem.
+// Returns whether "X:\" is at the start; std::filesystem knows that as a root on Windows only.
 bool StartsAtDriveRoot(const Path& path) {
   const auto& text = path.native();
   if (text.size() < 3 || text[1] != ':' || (text[2] != '/' && text[2] != '\\')) return false;

@@ -1,18 +1,19 @@
 // Absolute paths without "." or "..". The answers are the same on every machine: a drive's root
-// counts as one on the machine where the portable code is tested, too.
+// counts as a root outside Windows, too.
 #pragma once
 
 #include <filesystem>
 
 namespace vosk::files {
 
-// Whether the path starts at the root of a drive or share and has neither "." nor ".." in it.
+// Returns whether the path starts at the root of a drive or share and contains neither "." nor
+// "..".
 [[nodiscard]] bool IsFixedPath(const std::filesystem::path& path);
 
 // Returns the drive (or share) and its root separator; empty for a path without a root directory.
 [[nodiscard]] std::filesystem::path VolumeRoot(const std::filesystem::path& path);
 
-// Drops the empty last element of "a/b/": after a link, it would stand for the target.
+// Drops the empty last element of "a/b/": after a link, it would mean the link's target.
 [[nodiscard]] std::filesystem::path WithoutTrailingSeparator(const std::filesystem::path& path);
 
 }  // namespace vosk::files

@@ -22,15 +22,17 @@ enum class Kind { file, directory, link, unknown };
 struct Entry {
   Path path;
   Kind kind = Kind::unknown;
-  std::optional<Error> listing_error = {};  // a directory that was not read to its end
+  std::optional<Error> listing_error = {};  // if the directory was not read to its end
 };
 
-// The root of a drive or share, however it is spelled; nobody means to remove all of it.
+// Returns whether this is the root of a drive or share, however it is spelled: nobody means to
+// remove all of it.
 bool IsRoot(const Path& path) {
   return !path.has_filename() || path.native().back() == ':';
 }
 
-// The part of `path` below `limit`: empty if both are the same, nothing if it lies elsewhere.
+// Returns the part of `path` below `limit`: empty if both are the same, nothing if `path` is
+// elsewhere.
 std::optional<Path> PartBelow(const Path& limit, const Path& path) {
   const auto [at_limit, at_path] =
       std::mismatch(limit.begin(), limit.end(), path.begin(), path.end());
@@ -85,7 +87,7 @@ Result<> List(platform::Files& files, const Path& directory, std::vector<Entry>&
   }
 }
 
-// The path with everything inside; directories come before their entries.
+// Returns the path and everything inside; directories come before their entries.
 std::vector<Entry> ListTree(platform::Files& files, const Path& path) {
   std::vector<Entry> entries{{.path = path}};
   for (std::size_t at = 0; at < entries.size(); ++at) {

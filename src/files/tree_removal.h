@@ -10,9 +10,9 @@
 namespace vosk::files {
 
 // Removes a file, a link, or a directory with everything inside; a missing path is a success. Both
-// paths must be fixed (IsFixedPath), and `path` must be `limit` or lie below it, not by way of a
-// link; else nothing is touched. Goes on past what cannot be removed and returns the first of those
-// errors.
+// paths must be fixed (IsFixedPath), and `path` must be `limit` or below it, not through a link;
+// otherwise nothing is touched. Goes on past entries that cannot be removed and returns the first
+// of these errors.
 platform::Result<> RemoveTree(platform::Files& files, const std::filesystem::path& path,
                               const std::filesystem::path& limit);
 

@@ -1,5 +1,5 @@
-// What would keep a crashed process on the screen until somebody answers, switched off for the
-// whole machine. Nothing is put back.
+// Switches off, for the whole machine, the dialogs that would keep a crashed process waiting for an
+// answer. Nothing is put back.
 #pragma once
 
 #include <string>
@@ -18,20 +18,20 @@ class CrashDialogs {
   // Sets "DontShowUI" of Windows Error Reporting to 1, creating what is missing.
   void SuppressWerDialog();
 
-  // Deletes the just-in-time "Debugger" and sets its "Auto" to "0" where there is such a key.
+  // Deletes the just-in-time "Debugger" and sets its "Auto" to "0" if there is such a key.
   void DisableJitDebugger();
 
  private:
-  // For one key path: true when it is as wanted.
+  // The same for one key path; these return true if the settings are as wanted at the end.
   bool SuppressWerDialogIn(const std::string& key_path);
   bool DisableJitDebuggerIn(const std::string& key_path);
 
-  // Whether the value is as wanted already; logs what it found.
+  // Returns whether the value is already as wanted; logs what it found.
   [[nodiscard]] bool DontShowUiIsSet(const std::string& key_path);
   bool SetDontShowUi(const std::string& key_path);
   bool DeleteDebugger(const platform::RegistryKey& key);
   bool SetAuto(const platform::RegistryKey& key);
-  // In the 64-bit view, or else in whatever view there is.
+  // Opens the key in the 64-bit view, or else in whatever view there is.
   platform::Result<platform::RegistryKey> Open(const std::string& key_path, std::uint32_t access);
 
   platform::Registry& registry_;

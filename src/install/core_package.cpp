@@ -51,7 +51,7 @@ bool CorePackage::MakeRoomFor(const std::filesystem::path& target) {
                   created.error());
     return false;
   }
-  // If the old one cannot go, the extraction fails and says why.
+  // If the old one cannot be removed, the extraction fails and logs why.
   static_cast<void>(files_.Remove(target));
   return true;
 }

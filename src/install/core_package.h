@@ -11,7 +11,7 @@
 
 namespace vosk::install {
 
-// Where an installation puts the Core.
+// Returns where an installation puts the Core.
 [[nodiscard]] std::filesystem::path InstalledCore();
 
 class CorePackage {
@@ -19,11 +19,11 @@ class CorePackage {
   CorePackage(platform::Files& files, platform::Installer& installer, console::LogSink& log,
               net::Downloader& downloader);
 
-  // Fetches the latest package. If that fails, the reason is in the log and there is no file.
+  // Fetches the latest package. If that fails, the reason is logged and there is no file.
   [[nodiscard]] bool Download(const std::filesystem::path& zip_path);
 
   // Extracts the MSI from the zip under its own name into the directory, which is created if
-  // missing. An MSI that lay there before is gone in any case.
+  // missing. An older MSI there is removed in any case.
   [[nodiscard]] bool ExtractMsi(const std::filesystem::path& zip_path,
                                 const std::filesystem::path& destination_directory);
 

@@ -23,18 +23,18 @@ class CoreVersion {
  public:
   CoreVersion(platform::Files& files, console::LogSink& log);
 
-  // Reads the version file again and logs a change. A quiet call leaves out the routine lines, and
-  // a complaint if the last call had the same. Returns the version; empty if it could not be read,
-  // and the tracker then keeps what it has.
+  // Reads the version file again and logs a change. A quiet call does not log the routine lines,
+  // nor a problem that the last call had, too. Returns the version, empty if it could not be read;
+  // the tracker then keeps the one it has.
   std::string Read(const std::filesystem::path& log_root_directory, bool quiet);
 
-  // kUnknownVersion until a version has been read.
+  // Returns kUnknownVersion until a version has been read.
   [[nodiscard]] const std::string& Current() const { return current_; }
   void Set(std::string version) { current_ = std::move(version); }
 
  private:
   [[nodiscard]] std::string ReadFirstLine(const std::filesystem::path& path, bool quiet);
-  // Whether the problem is to be logged.
+  // Returns whether the problem is to be logged.
   [[nodiscard]] bool IsNews(const std::string& problem, bool quiet);
   void Warn(const std::string& problem, bool quiet);
   void Fail(const std::string& problem, bool quiet);

@@ -9,15 +9,15 @@
 
 namespace vosk::install {
 
-// What VOSK needs free before it monitors, processes dumps or updates, in bytes.
+// The free bytes that VOSK needs before it monitors, processes dumps or updates.
 inline constexpr std::uint64_t kRequiredFreeSpace = std::uint64_t{2} << 30;
 
 class DiskSpace {
  public:
   DiskSpace(platform::Files& files, console::LogSink& log);
 
-  // True if the path's volume has kRequiredFreeSpace for the caller; a path without a root is
-  // looked up on the current directory's volume. Logs only if verbose.
+  // Returns true if the path's volume has kRequiredFreeSpace for the caller; a path without a root
+  // is looked up on the current directory's volume. Logs only if verbose.
   [[nodiscard]] bool CheckDiskSpace(const std::filesystem::path& path, bool verbose);
 
  private:

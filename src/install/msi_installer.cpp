@@ -160,7 +160,7 @@ bool MsiInstaller::Uninstall(const std::string& product_code,
 
 bool MsiInstaller::AwaitUninstall(const std::string& product_code, const MsiexecRun& run) {
   auto exit_code = msiexec_.Await(run, kUninstallLimit);
-  // One that takes longer runs on, and its exit code says so.
+  // An overdue msiexec runs on, and its exit code says so.
   if (!exit_code && exit_code.error().kind != MsiexecFailure::Kind::exit_code_unreadable) {
     exit_code = msiexec_.ExitCode(run);
   }

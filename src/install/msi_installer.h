@@ -21,10 +21,10 @@ class MsiInstaller {
                console::TransferProgress& progress, CorePackage& package, Msiexec& msiexec);
 
   // Downloads the Core's package and installs it, from a work directory in the temporary folder
-  // that is gone at the end. Takes minutes; false if there is no new Core.
+  // that is removed at the end. Takes minutes. Returns false if there is no new Core.
   [[nodiscard]] bool AutomatedInstall(const std::filesystem::path& temp_directory);
 
-  // Removes every installed version of the Core, then installs this MSI. True if the Core's
+  // Removes every installed version of the Core, then installs this MSI. Returns true if the Core's
   // executable is in its place at the end. msiexec's logs go beside the MSI.
   [[nodiscard]] bool UninstallThenInstall(const std::filesystem::path& msi);
 
@@ -33,12 +33,13 @@ class MsiInstaller {
   [[nodiscard]] bool InstallFromPackage(const WorkDirectory& work);
 
   [[nodiscard]] bool IsInstallable(const std::filesystem::path& msi);
-  // True if nothing went wrong.
+  // Returns true if nothing went wrong.
   [[nodiscard]] bool UninstallAll(const std::filesystem::path& log_directory);
   [[nodiscard]] bool Uninstall(const std::string& product_code,
                                const std::filesystem::path& log_directory);
   [[nodiscard]] bool AwaitUninstall(const std::string& product_code, const MsiexecRun& run);
-  // The exit code, or kStillActive if there is none; nothing if msiexec could not be started.
+  // Returns the exit code, or kStillActive if there is none; nothing if msiexec could not be
+  // started.
   [[nodiscard]] std::optional<std::uint32_t> Install(const std::filesystem::path& msi,
                                                      const std::filesystem::path& install_log);
   [[nodiscard]] std::uint32_t AwaitInstall(const MsiexecRun& run);

@@ -23,7 +23,7 @@ inline constexpr std::chrono::seconds kInstallLimit{300};
 // The installer's last writes and its own children get this long after its end.
 inline constexpr std::chrono::milliseconds kPauseAfterInstall{2500};
 
-// msiexec's log of an installation, and of the removal of one product.
+// The paths of msiexec's logs: of an installation, and of the removal of one product.
 [[nodiscard]] std::filesystem::path InstallLogIn(const std::filesystem::path& directory);
 [[nodiscard]] std::filesystem::path UninstallLogIn(const std::filesystem::path& directory,
                                                    std::string_view product_code);
@@ -38,7 +38,7 @@ struct MsiexecRun {
   platform::ProcessHandle process;
   platform::ProcessId pid = 0;  // 0: unknown
 
-  // " (PID: 4711)", or nothing if the number is unknown.
+  // Returns " (PID: 4711)", or nothing if the number is unknown.
   [[nodiscard]] std::string PidText() const;
 };
 
@@ -60,7 +60,7 @@ class Msiexec {
   // Waits for its end and returns the exit code. An overdue run goes on.
   [[nodiscard]] MsiexecOutcome Await(const MsiexecRun& run, std::chrono::seconds limit);
 
-  // The exit code as it is now: kStillActive until the end.
+  // Returns the present exit code: kStillActive until the end.
   [[nodiscard]] MsiexecOutcome ExitCode(const MsiexecRun& run);
 
   // Ends an overdue run.

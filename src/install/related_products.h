@@ -9,7 +9,7 @@
 
 namespace vosk::install {
 
-// How the removal of all of them went.
+// The outcome of removing all of them.
 struct UninstallTally {
   std::size_t found = 0;
   bool clean = true;        // the list was complete, and every product on it was removed

@@ -5,7 +5,8 @@ namespace {
 
 constexpr int kRemovalAttempts = 3;
 constexpr std::chrono::milliseconds kRemovalPause{100};
-// A virus scanner looks at what the installer has just put there; without the executable VOSK ends.
+// A virus scanner may hold what the installer has just put there; if the executable does not come
+// back, VOSK ends.
 constexpr int kReturnAttempts = 10;
 constexpr std::chrono::milliseconds kReturnPause{500};
 
@@ -44,7 +45,7 @@ std::optional<std::filesystem::path> SelfRename::RenameSelf() {
   } else {
     log_.LogError("RenameSelf: Failed to rename executable. Error code: {}", error);
   }
-  // A file system may have done what it reports as failed; the executable must not stay away.
+  // The rename may have happened although it reports a failure; the executable must not stay away.
   if (!files_.Exists(*own).value_or(true)) static_cast<void>(files_.Rename(target, *own));
   return std::nullopt;
 }
@@ -76,7 +77,7 @@ bool SelfRename::RenameBack(const std::filesystem::path& old_path) {
   log_.LogError("Update: Attempting to rename self back from '.old'...");
   std::filesystem::path own = old_path;
   own.replace_extension();
-  // The system still knows the running executable by the name that it was started under.
+  // The system still knows the running executable by the name under which it was started.
   if (const auto asked = system_.ModulePath()) own = *asked;
   auto renamed = files_.Replace(old_path, own);
   for (int attempt = 1; !renamed && IsHeld(renamed.error().code) && attempt < kReturnAttempts;

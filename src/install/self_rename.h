@@ -16,12 +16,12 @@ class SelfRename {
   SelfRename(platform::Clock& clock, platform::Files& files, platform::System& system,
              console::LogSink& log);
 
-  // Renames the running executable to its name + ".old" and returns that path. Nothing if it
-  // failed; the executable then is where it was.
+  // Renames the running executable to its name + ".old" and returns that path, or nothing if it
+  // failed; the executable is then where it was.
   [[nodiscard]] std::optional<std::filesystem::path> RenameSelf();
 
-  // Undoes it, over whatever an installer has put in the executable's place meanwhile. False if the
-  // machine may be without an executable.
+  // Undoes the renaming and replaces whatever an installer has put there meanwhile. Returns false
+  // if the machine may be without an executable.
   [[nodiscard]] bool RenameBack(const std::filesystem::path& old_path);
 
  private:

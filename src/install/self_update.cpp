@@ -8,7 +8,7 @@
 namespace vosk::install {
 namespace {
 
-// What a step that was ended for taking too long counts as.
+// The exit code that a step gets if it was ended because it took too long.
 constexpr std::uint32_t kWaitTimeout = 258;
 
 }  // namespace
@@ -106,7 +106,7 @@ bool SelfUpdate::ValidateVersion(const std::string& expected, const WorkDirector
   const std::string version = package_.GetMsiProductVersion(work.Msi());
   if (version.empty()) {
     log_.LogError("Update: Could not read ProductVersion from MSI. Aborting.");
-    // What cannot be deleted here goes with the work directory.
+    // If it cannot be deleted here, it goes with the work directory.
     static_cast<void>(host_.files.Remove(work.Zip()));
     log_.LogWarn("Update: Deleted downloaded ZIP to prevent retry loop.");
     return false;
@@ -249,7 +249,7 @@ std::optional<std::uint32_t> SelfUpdate::RunMsiexec(std::string_view step,
                                                     const std::filesystem::path& log_path,
                                                     std::chrono::seconds limit) {
   log_.LogInfo("Installer: Step {} - Enabling log: {}", step, log_path);
-  // msiexec complains of a log that it cannot write; nothing else depends on it.
+  // msiexec complains if it cannot write its log; nothing else depends on the directory.
   static_cast<void>(host_.files.CreateDirectories(log_path.parent_path()));
   static_cast<void>(host_.files.Remove(log_path));
   log_.LogInfo("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments);

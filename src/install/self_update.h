@@ -22,27 +22,28 @@
 
 namespace vosk::install {
 
-// What an update is to bring, and where.
+// What an update installs, and where.
 struct UpdateRequest {
   std::string expected_version;
   std::filesystem::path dump_storage_directory;
   std::filesystem::path core_directory;
   std::filesystem::path log_root_directory;  // empty: not known
-  // Ends the monitor and the Core; false if the Core outlived it. Called once at most, when the
-  // package has proved good.
+  // Ends the monitor and the Core; returns false if the Core is still there. Called at most once,
+  // after the package has proved good.
   std::function<bool()> end_core;
 };
 
 class SelfUpdate {
  public:
-  // Sets `g_terminateMonitoring` when a new VOSK has taken over, and when the running one could not
-  // be put back in its place.
+  // Sets `g_terminateMonitoring` if a new VOSK has taken over, or if the running one could not be
+  // put back in its place.
   SelfUpdate(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes,
              CorePackage& package, Msiexec& msiexec, CoreVersion& core_version,
              std::atomic<bool>& g_terminateMonitoring);
 
-  // Downloads the package, makes sure of its version, ends what runs, installs and hands over;
-  // takes minutes. False if it failed: the running VOSK is then to go on, and the Core may be down.
+  // Downloads the package, checks its version, ends what runs, installs and hands over; takes
+  // minutes. Returns false if it failed: the running VOSK should then go on, and the Core may be
+  // down.
   [[nodiscard]] bool Run(const UpdateRequest& request);
 
  private:
@@ -54,7 +55,7 @@ class SelfUpdate {
   [[nodiscard]] bool TerminateProcesses(const UpdateRequest& request);
   void ClearCoreVersionFile(const std::filesystem::path& log_root_directory);
 
-  // From here on VOSK's executable is out of its place.
+  // From here on VOSK's executable is not in its place.
   [[nodiscard]] bool Replace(const UpdateRequest& request, const WorkDirectory& work);
   void UninstallOldVersions(const WorkDirectory& work);
   [[nodiscard]] bool UninstallOldVersion(const std::string& product_code,
@@ -62,8 +63,8 @@ class SelfUpdate {
   [[nodiscard]] bool InstallNewVersion(const WorkDirectory& work);
   [[nodiscard]] bool JudgeInstall(std::uint32_t exit_code);
 
-  // The exit code, or the number that stands for it if there is none; nothing if msiexec could not
-  // be started.
+  // Returns the exit code, or a substitute if there is none; nothing if msiexec could not be
+  // started.
   [[nodiscard]] std::optional<std::uint32_t> RunMsiexec(std::string_view step,
                                                         const std::string& arguments,
                                                         const std::filesystem::path& log_path,

@@ -28,7 +28,8 @@ double InGigabytes(std::uint64_t bytes) {
 
 enum class Leftover { no, yes, when_old };
 
-// Loose on purpose: whatever carries one of VOSK's endings is taken. The name is in lower case.
+// This is loose on purpose: every name with one of VOSK's endings counts. The name is in lower
+// case.
 Leftover JudgeName(std::string_view name) {
   const auto has = [name](std::string_view part) { return name.find(part) != name.npos; };
   if (has(".failed_upload") || has(".failed_zip")) return Leftover::yes;
@@ -60,7 +61,7 @@ std::uint64_t StorageCleanup::CleanDumpStorage(const Path& directory, const Path
       fmt::format("Failed to fully clear dump storage directory {}", directory);
   log_.LogInfo("Cleaning dump storage directory: {}", directory);
   try {
-    // Everything in there goes; a place that was mixed up must not.
+    // Everything in there is deleted, so a wrong directory must be refused.
     if (files::WithoutTrailingSeparator(directory) != temp_directory / identity::kDumpStorageName) {
       log_.LogError("{}: it does not lie in {}", failure, temp_directory);
       return 0;

@@ -1,4 +1,4 @@
-// Wins back disk space from VOSK's own leftovers.
+// Frees disk space by deleting VOSK's own leftovers.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +29,7 @@ class StorageCleanup {
   std::uint64_t RemoveInstallDirectory(const std::filesystem::path& temp_directory);
   std::uint64_t ScanTempDirectory(const std::filesystem::path& temp_directory);
   platform::Result<bool> IsOldFile(const std::filesystem::path& path, std::string_view name);
-  // The size of the file if it was removed.
+  // Returns the size of the file if it was removed.
   std::optional<std::uint64_t> RemoveIfOld(const std::filesystem::path& path);
 
   platform::Files& files_;

@@ -50,7 +50,7 @@ bool Successor::Appears() {
 
 bool Successor::Launch(const std::filesystem::path& executable) {
   log_.LogWarn("Update: New VOSK instance not detected. Attempting manual launch...");
-  // A console of its own: this one is given back to whoever started the old instance.
+  // It gets its own console: this one goes back to whoever started the old instance.
   const auto started = host_.processes.Start({.command_line = fmt::format("\"{}\"", executable),
                                               .working_directory = executable.parent_path(),
                                               .console = platform::ConsoleOfChild::new_console});

@@ -13,8 +13,8 @@ class Successor {
  public:
   Successor(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes);
 
-  // Makes sure that the new VOSK, which lies beside the Core, runs: waits some seconds for the
-  // installer to start it and else launches it. False if it does not run; the reason is in the log.
+  // Makes sure that the new VOSK beside the Core runs: waits some seconds for the installer to
+  // start it, otherwise launches it. Returns false if it does not run; the reason is logged.
   [[nodiscard]] bool HandOver(const std::filesystem::path& core_directory);
 
  private:

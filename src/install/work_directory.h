@@ -1,5 +1,5 @@
-// The directory of an installation under way. It holds the Core's package, the MSI in it and
-// msiexec's logs, and goes when the installation is over.
+// The work directory of an installation. It holds the Core's package, the MSI in it and msiexec's
+// logs, and is removed when the installation is over.
 #pragma once
 
 #include <filesystem>
@@ -11,12 +11,12 @@ namespace vosk::install {
 
 inline constexpr std::string_view kWorkDirectoryName = "VELDRAN_Install";
 inline constexpr std::string_view kPackageZipName = "VELDRANCore_latest.zip";
-// In the zip and in the work directory.
+// The MSI's name in the zip and in the work directory.
 inline constexpr std::string_view kMsiName = "VELDRAN Core Installer.msi";
 
 class WorkDirectory {
  public:
-  // Touches nothing yet.
+  // Does not touch the disk yet.
   WorkDirectory(platform::Files& files, const std::filesystem::path& temp_directory);
 
   [[nodiscard]] const std::filesystem::path& Path() const { return path_; }

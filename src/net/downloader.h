@@ -8,7 +8,7 @@ namespace vosk::net {
 class Downloader {
  public:
   virtual ~Downloader() = default;
-  // True if the destination holds the whole answer. Otherwise the reason is in the log and no
+  // Returns true if the destination holds the whole answer. Otherwise the reason is logged and no
   // incomplete file is left.
   virtual bool DownloadFile(const std::string& url, const std::filesystem::path& destination) = 0;
 };

@@ -12,7 +12,7 @@
 namespace vosk::net {
 namespace {
 
-// Some versions of libcurl follow a circle of redirections for ever.
+// Some versions of libcurl follow circular redirections for ever.
 constexpr long kMostRedirections = 30;
 constexpr double kHighestRunningPercentage = 99.9;
 
@@ -31,7 +31,7 @@ class DownloadedFile {
     return Check() ? size : 0;
   }
 
-  // Gives the file back to everybody. Returns the error number of a write that failed, or 0.
+  // Closes the file, so that others may use it. Returns the error number of a failed write, or 0.
   int Close() {
     errno = 0;
     stream_->flush();
@@ -50,7 +50,7 @@ class DownloadedFile {
   int error_ = 0;
 };
 
-// Shows how far one transfer has come and tells when it has to stop.
+// Shows the progress of one transfer and decides when it has to stop.
 class ProgressReporter {
  public:
   ProgressReporter(platform::Clock& clock, console::LogSink& log,
@@ -62,7 +62,7 @@ class ProgressReporter {
         g_terminateMonitoring_(g_terminateMonitoring),
         last_report_(clock.SteadyNow()) {}
 
-  // False if the transfer is to be broken off.
+  // Returns false if the transfer has to stop.
   bool Report(DownloadedBytes bytes) {
     if (bytes.total > 0) {
       const double percentage =
@@ -99,7 +99,7 @@ int ShowProgress(void* reporter, curl_off_t total, curl_off_t now, curl_off_t, c
   const DownloadedBytes bytes{.now = now, .total = total};
   return static_cast<ProgressReporter*>(reporter)->Report(bytes) ? 0 : 1;
 } catch (...) {
-  // libcurl must not be unwound; without memory for a line the transfer ends.
+  // No exception may pass through libcurl; without memory for a line the transfer ends.
   return 1;
 }
 

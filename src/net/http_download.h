@@ -11,17 +11,17 @@
 
 namespace vosk::net {
 
-// When a download is given up. A long one is not, as long as it moves.
+// When a download is given up. A long one is not, as long as data keeps coming.
 struct DownloadLimits {
   long connect_seconds = 60;
-  // Slower than this for so long is too slow.
+  // A download that stays below this speed for this long is too slow.
   long slowest_bytes_per_second = 1'024;
   long slowest_seconds = 60;
 };
 
 class HttpDownloader : public Downloader {
  public:
-  // A set `g_terminateMonitoring` breaks a running transfer off.
+  // Setting `g_terminateMonitoring` breaks off a running transfer.
   HttpDownloader(platform::Files& files, platform::Clock& clock, console::LogSink& log,
                  console::TransferProgress& progress,
                  const std::atomic<bool>& g_terminateMonitoring, DownloadLimits limits = {});

@@ -9,7 +9,7 @@ namespace {
 
 using ErrorLines = std::vector<std::string>;
 
-// A document that refuses to nest without end: the parser calls itself for each level, so a body of
+// A document with limited nesting: the parser calls itself for each level, so a body full of
 // brackets would exhaust the stack.
 class ReplyDocument : public rapidjson::Document {
  public:

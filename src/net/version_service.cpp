@@ -12,9 +12,8 @@ namespace vosk::net {
 namespace {
 
 constexpr long kHttpOk = 200;
-// What a reply may take of the memory; a server that sends more is treated like one that has used
-// it up. The parsed document is many times as large, and its parser does not survive a refused
-// allocation.
+// The largest reply that is accepted; a larger one is treated as if memory had run out. The parsed
+// document is many times as large, and its parser does not survive a failed allocation.
 constexpr std::size_t kLargestBody = std::size_t{4} << 20;
 // A body of this size is logged in full. The log, its recent lines and the console each keep a
 // copy.
@@ -31,7 +30,7 @@ class ResponseBody {
         text_.append(data, size);
         return size;
       } catch (const std::bad_alloc&) {
-        // Told below, like a body that was too large from the start.
+        // This is logged below, like a body that was too large from the start.
       }
     }
     log_.LogError("FetchVersion: Memory allocation failed for response body");
@@ -49,7 +48,7 @@ class ResponseBody {
 std::size_t CollectBody(char* data, std::size_t size, std::size_t count, void* body) noexcept try {
   return static_cast<ResponseBody*>(body)->Append(data, size * count);
 } catch (...) {
-  // Not even memory for the line that says so.
+  // There is not even memory for the line that says so.
   return 0;
 }
 
@@ -65,7 +64,7 @@ void SetOptions(CURL* easy, const std::string& url, ResponseBody& body,
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
   curl_easy_setopt(easy, CURLOPT_USERAGENT, user_agent.c_str());
-  // The body of an error is worth a line in the log.
+  // The body of an error reply is logged, too.
   curl_easy_setopt(easy, CURLOPT_FAILONERROR, 0L);
   curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
 }

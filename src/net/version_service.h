@@ -10,17 +10,17 @@ namespace vosk::net {
 class VersionService {
  public:
   virtual ~VersionService() = default;
-  // The latest version as the service words it, or nothing; the reason is then in the log.
+  // Returns the latest version as the service words it; empty on failure, which is logged.
   virtual std::string FetchVersion() = 0;
 };
 
-// For how long the service is waited for.
+// How long VOSK waits for the service.
 struct VersionServicePatience {
   long connect_seconds = 5;
   long seconds_in_all = 15;
 };
 
-// Asks over HTTPS and blocks until the answer is there or its patience ends.
+// Asks over HTTPS and blocks until the answer has come or the time is up.
 class HttpVersionService : public VersionService {
  public:
   HttpVersionService(std::string url, console::LogSink& log, VersionServicePatience patience = {});

@@ -28,20 +28,20 @@ class Console {
  public:
   virtual ~Console() = default;
   virtual Result<> SetOutputCodePage(std::uint32_t code_page) = 0;
-  // Whether the process has a handle for the stream at all.
+  // Returns whether the process has a handle for the stream at all.
   virtual bool HasStream(StandardStream stream) = 0;
-  // Mode and information fail for a stream that is no console.
+  // Reading the mode or the information fails if the stream is not a console.
   virtual Result<std::uint32_t> Mode(StandardStream stream) = 0;
   virtual Result<> SetMode(StandardStream stream, std::uint32_t mode) = 0;
   virtual Result<ConsoleInfo> Info() = 0;  // of standard output
   virtual Result<> SetTextAttributes(std::uint16_t attributes) = 0;
   virtual Result<> SetCursor(int column, int row) = 0;  // buffer coordinates, from 0
   virtual Result<> SetCursorVisible(bool visible) = 0;
-  // Writes UTF-8 text and flushes it; "\n" ends a line. A failed write is dropped: there is nobody
-  // left to tell.
+  // Writes UTF-8 text and flushes it; "\n" ends a line. A failed write is ignored: there is nowhere
+  // left to report it.
   virtual void Write(StandardStream stream, std::string_view text) = 0;
   virtual bool KeyWaiting() = 0;
-  // The next key as the C runtime gives it, without echo; call only when one is waiting.
+  // Returns the next key code of the C runtime, without echo; call only if a key is waiting.
   virtual int ReadKey() = 0;
 };
 

@@ -45,8 +45,9 @@ class GraphicsAdapter {
  public:
   virtual ~GraphicsAdapter() = default;
   virtual Result<GraphicsDescription> Describe() = 0;
-  // Makes a Direct3D 11 device of the first of these feature levels that the adapter accepts, and
-  // drops it; that level. A level unknown to the system refuses them all with kInvalidArgument.
+  // Creates and drops a Direct3D 11 device of the first of these feature levels that the adapter
+  // accepts, and returns that level. If the system does not know one of them, it refuses all with
+  // kInvalidArgument.
   virtual Result<std::uint32_t> TryFeatureLevels(std::span<const std::uint32_t> levels) = 0;
 };
 
@@ -72,15 +73,15 @@ struct NetworkAdapter {
   bool is_up = false;
   std::uint32_t interface_type = 0;  // as assigned by IANA
   std::vector<std::uint8_t> physical_address = {};
-  std::vector<UnicastAddress> addresses = {};  // of other families: left out
+  std::vector<UnicastAddress> addresses = {};  // without those of other families
 };
 
-// The sockets library, in use until this goes.
+// Keeps the sockets library in use as long as this lives.
 class NetworkSession {
  public:
   virtual ~NetworkSession() = default;
-  // The unicast addresses of both families, read through a buffer of that size; on kBufferOverflow
-  // the size becomes the one that is needed.
+  // Returns the adapters with their unicast addresses of both families, read through a buffer of
+  // that size; on kBufferOverflow the size becomes the one that is needed.
   virtual Result<std::vector<NetworkAdapter>> Adapters(std::uint32_t& buffer_bytes) = 0;
 };
 
@@ -98,7 +99,7 @@ struct WindowsVersion {
   std::u16string service_pack;
 };
 
-// How VersionOf says that a file bears none.
+// The error of VersionOf if the file has no version.
 inline constexpr ErrorCode kNoResources{1812};
 inline constexpr ErrorCode kNoVersionResource{1813};
 
@@ -112,11 +113,11 @@ class Machine {
   virtual Result<std::unique_ptr<GraphicsAdapters>> OpenGraphics() = 0;
   virtual Result<std::unique_ptr<NetworkSession>> OpenNetwork() = 0;
   virtual Result<std::filesystem::path> SystemDirectory() = 0;
-  // From the version resource of a file.
+  // Reads the version resource of a file.
   virtual Result<FileVersion> VersionOf(const std::filesystem::path& file) = 0;
-  // The version as it is, whatever the program's manifest says.
+  // Returns the true version, whatever the program's manifest says.
   virtual Result<WindowsVersion> OperatingSystem() = 0;
-  // The edition's number, in which later editions may be unknown to an earlier version.
+  // Returns the edition's number. An earlier version may not know later editions.
   virtual Result<std::uint32_t> ProductCode(const WindowsVersion& version) = 0;
 };
 

@@ -33,7 +33,7 @@ struct ProcessEntry {
   std::u16string executable_name;  // file name only
 };
 
-// One picture of the process list, walked from its start. After the last entry both calls answer
+// A snapshot of the process list, walked from its start. After the last entry both calls return
 // kNoMoreFiles.
 class ProcessSnapshot {
  public:
@@ -45,7 +45,7 @@ class ProcessSnapshot {
 enum class ConsoleOfChild { inherited, new_console, no_window };
 
 struct ProcessStart {
-  std::string command_line;                                     // UTF-8, used as it stands
+  std::string command_line;                                     // UTF-8, used unchanged
   std::optional<std::filesystem::path> working_directory = {};  // none: the caller's own
   ConsoleOfChild console = ConsoleOfChild::inherited;
 };
@@ -60,8 +60,8 @@ using ModuleId = std::uintptr_t;
 
 enum class WaitOutcome { finished, timed_out };
 
-// What the system says of a request to enable a privilege: the call's own result and the last
-// error after it, which are judged separately.
+// The outcome of a request to enable a privilege: the call's own result and the last error after
+// it, which are judged separately.
 struct PrivilegeAdjustment {
   bool accepted = false;
   ErrorCode last_error;
@@ -70,10 +70,10 @@ struct PrivilegeAdjustment {
 class Processes : public HandleCloser {
  public:
   virtual Result<ProcessHandle> Open(std::uint32_t access_mask, ProcessId pid) = 0;
-  // Handles are not inherited; the environment is. The child's thread handle is closed inside.
+  // Handles are not inherited; the environment is. The child's thread handle is closed here.
   virtual Result<StartedProcess> Start(const ProcessStart& start) = 0;
-  // Starts a program of the system's search path with administrator rights and without a window.
-  // The user may be asked, and a refusal is kCancelled.
+  // Starts a program on the system's search path with administrator rights and without a window.
+  // The user may be asked; the error is kCancelled if the user refuses.
   virtual Result<ProcessHandle> StartElevated(const std::string& program,
                                               const std::string& arguments) = 0;
   virtual Result<std::uint32_t> ExitCode(const ProcessHandle& process) = 0;
@@ -82,17 +82,18 @@ class Processes : public HandleCloser {
   virtual Result<WaitOutcome> WaitFor(const ProcessHandle& process,
                                       std::chrono::milliseconds limit) = 0;
   virtual Result<std::unique_ptr<ProcessSnapshot>> TakeSnapshot() = 0;
-  // The modules need a handle that may query information and read memory. The path fails for a
-  // module that was unloaded since it was listed.
+  // These need a handle with the rights to query information and read memory. ModulePath fails if
+  // the module was unloaded after it was listed.
   virtual Result<std::vector<ModuleId>> Modules(const ProcessHandle& process) = 0;
   virtual Result<std::filesystem::path> ModulePath(const ProcessHandle& process,
                                                    ModuleId module) = 0;
   virtual ProcessId OwnId() = 0;
-  // Runs one command line in the system's command interpreter and waits for it; its exit status.
+  // Runs one command line in the system's command interpreter and waits for it; returns its exit
+  // status.
   virtual int RunShellCommand(const std::string& command) = 0;
 
   virtual Result<TokenHandle> OpenOwnToken(std::uint32_t access_mask) = 0;
-  // The system's local number of a privilege such as "SeDebugPrivilege".
+  // Returns the system's local number of a privilege such as "SeDebugPrivilege".
   virtual Result<std::uint64_t> LookUpPrivilege(const std::string& name) = 0;
   virtual PrivilegeAdjustment EnablePrivilege(const TokenHandle& token,
                                               std::uint64_t privilege) = 0;

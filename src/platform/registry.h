@@ -33,13 +33,13 @@ struct RegistryValue {
 // The machine-wide part of the registry. Key paths and value names are UTF-8, without "HKLM\".
 class Registry : public HandleCloser {
  public:
-  // A missing key is kFileNotFound.
+  // The error is kFileNotFound if the key is missing.
   virtual Result<RegistryKey> Open(const std::string& key_path, std::uint32_t access_mask) = 0;
   virtual Result<CreatedRegistryKey> CreateOrOpen(const std::string& key_path,
                                                   std::uint32_t access_mask) = 0;
-  // A missing value is kFileNotFound, here and in RemoveValue.
+  // The error is kFileNotFound if the value is missing, here and in RemoveValue.
   virtual Result<RegistryValue> Query(const RegistryKey& key, const std::string& name) = 0;
-  // The name of the index-th sub-key; kNoMoreItems after the last.
+  // Returns the name of the index-th sub-key; kNoMoreItems after the last.
   virtual Result<std::string> SubKeyName(const RegistryKey& key, std::uint32_t index) = 0;
   virtual Result<> SetValue(const RegistryKey& key, const std::string& name,
                             const RegistryValue& value) = 0;

@@ -7,23 +7,23 @@
 
 namespace vosk::platform {
 
-// Longest path, in characters with its terminator, that the older calls of the system give back.
+// The longest path, in characters with its terminator, that the older system calls return.
 inline constexpr std::size_t kMaxPath = 260;
 
 class System {
  public:
   virtual ~System() = default;
-  // The temporary directory as the system spells it; fails as well where it exceeds kMaxPath.
+  // Returns the temporary directory as the system spells it; also fails if it exceeds kMaxPath.
   virtual Result<std::filesystem::path> TempPath() = 0;
-  // The file of the running program; fails as well where its name is longer than kMaxPath.
+  // Returns the file of the running program; also fails if its name is longer than kMaxPath.
   virtual Result<std::filesystem::path> ModulePath() = 0;
   virtual Result<std::filesystem::path> RoamingAppDataPath() = 0;
   virtual Result<std::string> ComputerName() = 0;  // UTF-8
-  // Apartment-threaded, without OLE1/DDE. Each success wants one UninitializeCom; kChangedMode: COM
-  // is there already, in another mode, and belongs to somebody else.
+  // Sets COM up apartment-threaded, without OLE1/DDE. Each success needs one UninitializeCom. The
+  // error is kChangedMode if somebody else has already set COM up in another mode.
   virtual Result<> InitializeCom() = 0;
   virtual void UninitializeCom() = 0;
-  // A message box with an error icon and an OK button; returns when it is closed.
+  // Shows a message box with an error icon and an OK button; returns when it is closed.
   virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;
 };
 

@@ -9,8 +9,8 @@
 
 namespace vosk::platform {
 
-// A number that the system or its C runtime gave as the reason of a failure: GetLastError, an
-// HRESULT or errno, as the call is documented.
+// The number with which the system or its C runtime reports a failure: GetLastError, an HRESULT or
+// errno, as documented for the call.
 struct ErrorCode {
   std::uint32_t value = 0;
   friend auto operator<=>(const ErrorCode&, const ErrorCode&) = default;
@@ -58,7 +58,7 @@ inline constexpr HandleValue kInvalidHandleValue = ~HandleValue{0};
 class HandleCloser {
  public:
   virtual ~HandleCloser() = default;
-  // Called once for each handle given out, with its value.
+  // Called once for each open handle, with its value.
   virtual void CloseHandleValue(HandleValue value) = 0;
 };
 

@@ -26,8 +26,8 @@ bool ProcessControl::EnableDebugPriv() {
     log_.LogError("EnableDebugPriv: LookupPrivilegeValue failed: {}", privilege.error());
     return false;
   }
-  // The call's own result is judged first. The system accepts the request of an unprivileged user
-  // as well, so such a user reads of a success here.
+  // The call's own result is judged first. The system also accepts the request of an unprivileged
+  // user, so the log reports success then, too.
   const auto adjusted = processes_.EnablePrivilege(*token, *privilege);
   if (adjusted.accepted || adjusted.last_error == platform::kSuccess) {
     log_.LogInfo("EnableDebugPriv: SeDebugPrivilege adjustment succeeded.");

@@ -1,4 +1,4 @@
-// Finds processes, checks whether they live, and ends them: the one service for all of it.
+// The one service that finds processes, checks whether they are alive, and ends them.
 #pragma once
 
 #include <cstdint>
@@ -15,24 +15,25 @@ class ProcessControl {
   ProcessControl(platform::Processes& processes, console::LogSink& log);
 
   // Ends a process by the API and, if that is denied, by "taskkill". Does not wait for the end.
-  // Returns the error that the failure is reported with.
+  // The returned error is the one for the caller's log.
   platform::Result<> TerminateProcessL(const platform::ProcessHandle& handle,
                                        std::uint32_t exit_code);
 
-  // Asks for the right to open processes of other users. True as well if the system grants the
-  // request without granting the right.
+  // Asks for the right to open processes of other users. Also returns true if the system accepts
+  // the request without granting the right.
   bool EnableDebugPriv();
 
-  // True only while the process's exit code reads "still active"; false if it cannot be read.
+  // Returns true only while the process's exit code is "still active"; false if it cannot be read.
   [[nodiscard]] bool IsProcessAlive(platform::ProcessId pid);
 
-  // All processes with this executable name, in any letter case. Empty as well on failure.
+  // Returns all processes with this executable name, in any letter case. On failure, which is
+  // logged, the list holds what was found before it.
   [[nodiscard]] ProcessList FindTargetProcessesByName(std::u16string_view name);
   [[nodiscard]] ProcessList FindCoreProcesses();
 
-  // Ends every other running supervisor. False if one could not be ended.
+  // Ends every other running supervisor. Returns false if one could not be ended.
   bool TerminateOtherInstances();
-  // Ends every process whose name begins with "procdump". False if one could not be ended.
+  // Ends every process whose name begins with "procdump". Returns false if one could not be ended.
   bool TerminateProcDumpInstances();
 
  private:

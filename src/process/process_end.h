@@ -8,7 +8,7 @@
 namespace vosk::process {
 
 // Ends a process by the API and, if that is denied, by "taskkill". Does not wait for the end.
-// Returns the error that the failure is reported with.
+// The returned error is the one for the caller's log.
 platform::Result<> TerminateProcessL(const platform::ProcessHandle& handle, std::uint32_t exit_code,
                                      platform::Processes& processes, console::LogSink& log);
 

@@ -15,11 +15,11 @@ struct WalkFailure {
   platform::ErrorCode code;
 };
 
-// Whether the walk found a list without any entry, which some callers do not take for a failure.
+// Returns whether the list had no entry at all, which some callers do not take for a failure.
 [[nodiscard]] bool IsEmptyList(const WalkFailure& failure);
 
-// Shows every running process to `visit`. The end of the list is no failure; a list that ends
-// before its first entry is one. What was visited before a failure stays visited.
+// Calls `visit` with every running process. Returns the failure, if any; an empty list is a
+// failure, too. Processes before the failure were visited.
 std::optional<WalkFailure> WalkProcesses(
     platform::Processes& processes,
     const std::function<void(const platform::ProcessEntry&)>& visit);

@@ -30,7 +30,7 @@ Rival TerminateOtherInstance(platform::ProcessId pid, platform::Processes& proce
   if (!process) {
     log.LogError("Failed to open other VOSK process (PID: {}) for termination. Error: {}", pid,
                  process.error());
-    // A process that has gone meanwhile is what we want.
+    // A process that has ended meanwhile is what we want.
     return process.error() == platform::kInvalidParameter ? Rival::gone : Rival::stays;
   }
   const auto terminated = TerminateProcessL(*process, kTerminatedExitCode, processes, log);
@@ -44,12 +44,12 @@ Rival TerminateOtherInstance(platform::ProcessId pid, platform::Processes& proce
   log.LogInfo(
       "Successfully signaled termination for other VOSK instance (PID: {}). Waiting briefly...",
       pid);
-  // Nothing hangs on the outcome: an instance that lingers is already on its way out.
+  // Nothing depends on the outcome: an instance that lingers is already on its way out.
   static_cast<void>(processes.WaitFor(*process, kRivalExitWait));
   return Rival::signalled;
 }
 
-// Appends the monitors that run to `found`.
+// Appends the running monitors to `found`.
 std::optional<WalkFailure> CollectProcDumpInstances(platform::Processes& processes,
                                                     console::LogSink& log, ProcessList& found) {
   const platform::ProcessId own_pid = processes.OwnId();
@@ -101,7 +101,8 @@ Rival TerminateProcDumpInstance(platform::ProcessId pid, platform::Processes& pr
   return Rival::signalled;
 }
 
-// `complete`: the list of monitors was read to its end. False if that or an end failed.
+// `complete` says whether the list of monitors was read to its end. Returns false if it was not, or
+// if a monitor could not be ended.
 bool TerminateMonitors(const ProcessList& found, bool complete, platform::Processes& processes,
                        console::LogSink& log) {
   log.LogInfo("TerminateProcDumpInstances: Attempting termination for {} found process(es)...",

@@ -1,4 +1,4 @@
-// Clears the field for this supervisor and its Core's monitor.
+// Ends processes that compete with this supervisor or with its Core's monitor.
 #pragma once
 
 #include "console/log.h"
@@ -6,10 +6,10 @@
 
 namespace vosk::process {
 
-// Ends every other running supervisor. False if one could not be ended.
+// Ends every other running supervisor. Returns false if one could not be ended.
 bool TerminateOtherInstances(platform::Processes& processes, console::LogSink& log);
 
-// Ends every process whose name begins with "procdump". False if one could not be ended.
+// Ends every process whose name begins with "procdump". Returns false if one could not be ended.
 bool TerminateProcDumpInstances(platform::Processes& processes, console::LogSink& log);
 
 }  // namespace vosk::process

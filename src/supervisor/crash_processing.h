@@ -21,7 +21,7 @@ struct CoreEnd {
   std::optional<std::uint32_t> exit_code;  // none: it could not be read
 };
 
-// The decimal exit code, or "N/A".
+// Returns the decimal exit code, or "N/A".
 [[nodiscard]] std::string ExitCodeText(const CoreEnd& end);
 
 class CrashProcessing {

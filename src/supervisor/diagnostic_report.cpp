@@ -76,7 +76,7 @@ void DiagnosticReport::Upload(const std::filesystem::path& archive) {
     return;
   }
   log_.LogError("Failed to upload diagnostic report.");
-  // A rename that fails leaves the archive under its own name; it is not lost.
+  // If the renaming fails, the archive keeps its own name; it is not lost.
   static_cast<void>(files_.Replace(archive, WithSuffix(archive, ".failed_upload")));
 }
 

@@ -1,4 +1,4 @@
-// A report of the running Core, made because the operator asks for it.
+// A report on the running Core, made when the operator asks for it.
 #pragma once
 
 #include <filesystem>
@@ -19,7 +19,7 @@ class DiagnosticReport {
                    report::Uploader& uploader, const Places& places);
 
   // Dumps the running Core, packs the dump and uploads the archive. The Core goes on; a report that
-  // cannot be sent is kept as ".zip.failed_upload".
+  // cannot be sent stays as ".zip.failed_upload" until the next start.
   void Submit(platform::ProcessId core_pid);
 
  private:

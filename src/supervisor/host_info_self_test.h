@@ -12,14 +12,14 @@ namespace vosk::supervisor {
 
 class HostInfoSelfTest {
  public:
-  // Writes a report to a path; false where there is none.
+  // Writes a report to a path; returns false if that failed.
   using GenerateReport = std::function<bool(const std::filesystem::path&)>;
 
   HostInfoSelfTest(platform::Clock& clock, platform::Files& files, console::LogSink& log,
                    GenerateReport generate_report);
 
-  // Writes a report into the directory, tells the log what came of it and removes it again.
-  // Whatever goes wrong, start-up goes on.
+  // Writes a report into the directory, logs the outcome and removes it again. Start-up goes on in
+  // any case.
   void Run(const std::filesystem::path& dump_storage_directory);
 
  private:

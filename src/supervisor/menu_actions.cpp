@@ -9,7 +9,7 @@
 namespace vosk::supervisor {
 namespace {
 
-// The arrow keys arrive as one of these and a second code.
+// An arrow key arrives as one of these prefixes and a second code.
 constexpr int kArrowPrefix = 224;
 constexpr int kKeypadPrefix = 0;
 constexpr int kUp = 72;
@@ -56,8 +56,8 @@ void MenuActions::CloseMenuIfOpen() {
 
 void MenuActions::HandleSpecialKey() {
   // The code is taken with its prefix whether it means something here or not: left behind, it would
-  // be read as a letter, and that of Page Down is a Q. A letter that looks like the prefix has
-  // none.
+  // be read as a letter, and that of Page Down is a Q. A letter that looks like the prefix has no
+  // second code.
   const int code = console_.KeyWaiting() ? console_.ReadKey() : 0;
   if (!state_.menu_visible) return;
   if (code == kUp) MoveSelection(-1);
@@ -114,7 +114,7 @@ void MenuActions::CloseMenu() {
 
 void MenuActions::RefreshMenu(bool redraw) {
   if (!state_.menu_visible) return;
-  // What was logged meanwhile shows below the items.
+  // Lines that were logged meanwhile appear below the items.
   const bool new_lines = lines_shown_ != log_.LinesLogged();
   if (!menu_needs_redraw_ && !new_lines && !redraw) return;
   menu_needs_redraw_ = false;

@@ -55,7 +55,7 @@ void MonitoringLoop::RunCycle() {
   const SteadyTime now = clock_.SteadyNow();
   services_.menu.ReadKeyboard();
   RefreshDisplay();
-  // Who is about to end must not take a Core from the successor that an update has brought.
+  // A VOSK that is about to end must not take the Core from its successor.
   const bool ending = state_.g_terminateMonitoring.load();
   const bool out_of_reach = !ending && !core_.IsHeld() && core_.AttachToRunningCore();
   const bool core_runs = CheckCore(now) && !RestartWhenDue(now);
@@ -144,7 +144,7 @@ bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
 }
 
 bool MonitoringLoop::UpdateEndedCore() {
-  // A Core that outlived the attempt to end it is taken up by the next cycle.
+  // If the Core outlived the attempt to end it, the next cycle attaches to it.
   return !core_.IsHeld() && services_.processes.FindCoreProcesses().empty();
 }
 

@@ -22,7 +22,7 @@ class MonitoringLoop {
   using SteadyTime = SupervisorState::SteadyTime;
 
   void RunCycle();
-  // Returns false if the cycle has to be left out for want of room.
+  // Returns false if the cycle has to be skipped for lack of disk space.
   [[nodiscard]] bool PassDiskGate();
   void ReadCoreVersion();
   void RefreshDisplay();
@@ -33,7 +33,7 @@ class MonitoringLoop {
   // Returns true if the Core has run so long that it is restarted.
   [[nodiscard]] bool RestartWhenDue(SteadyTime now);
 
-  // Whether a failed update has left no Core.
+  // Returns whether a failed update has left no Core.
   [[nodiscard]] bool UpdateEndedCore();
   void Relaunch();
   // The wait counts from now and includes the delay of every launch.

@@ -14,14 +14,13 @@
 
 namespace vosk::supervisor {
 
-// Where the supervisor gets everything that talks to a server. Tests give it servers without
-// sockets.
+// Creates everything that talks to a server. Tests use servers without sockets instead.
 class Network {
  public:
   virtual ~Network() = default;
-  // Once before any transfer; the error is the library's own text.
+  // Called once before any transfer; the error is the library's own text.
   virtual tl::expected<void, std::string> Initialize() = 0;
-  // Once after the last transfer, where Initialize succeeded.
+  // Called once after the last transfer, if Initialize succeeded.
   virtual void CleanUp() = 0;
   virtual std::unique_ptr<report::Uploader> MakeUploader(const platform::Host& host,
                                                          console::LogSink& log,
@@ -32,7 +31,7 @@ class Network {
   virtual std::unique_ptr<net::VersionService> MakeVersionService(console::LogSink& log) = 0;
 };
 
-// The real one, on libcurl and to the addresses that VOSK was built for.
+// The real network: libcurl and the addresses that VOSK was built for.
 class CurlNetwork : public Network {
  public:
   tl::expected<void, std::string> Initialize() override;

@@ -24,7 +24,7 @@ struct Places {
 };
 
 // What the log says while the Core is looked for; the path follows each text but `found`. An empty
-// `missing` says nothing.
+// `missing` is not logged.
 struct SearchTexts {
   std::string_view checking;
   std::string_view found;
@@ -48,7 +48,7 @@ inline constexpr CoreSearchTexts kSearchAfterInstallation{
 [[nodiscard]] bool FindCore(platform::Files& files, console::LogSink& log,
                             const CoreSearchTexts& texts, Places& places);
 
-// The Core's stats directory below the roaming application data.
+// Returns the Core's stats directory below the roaming application data.
 [[nodiscard]] std::filesystem::path LogRootBelow(const std::filesystem::path& roaming_app_data);
 // The same if it is there; nothing if it is not, or out of reach.
 [[nodiscard]] std::optional<std::filesystem::path> FindLogRoot(platform::System& system,

@@ -14,7 +14,7 @@
 
 namespace vosk::supervisor {
 
-// What goes into a report beside its dump, and what was found on the way.
+// What goes into a report besides its dump, and what was found on the way.
 struct AdditionalFiles {
   std::filesystem::path host_info;
   bool host_info_generated = false;

@@ -1,4 +1,4 @@
-// Every service of the supervisor: each is made once, here, in the order of need.
+// Every service of the supervisor: each is made once, here, after those that it needs.
 #pragma once
 
 #include <memory>

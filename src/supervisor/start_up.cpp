@@ -94,7 +94,7 @@ StartUp::Step StartUp::PrepareDumpStorage() {
   }
   const auto directory = *temp / identity::kDumpStorageName;
   places_.dump_storage_directory = directory;
-  // A file of that name would take no dump: it is no directory, and none can be made there.
+  // A file of that name cannot hold dumps, and no directory can be made in its place.
   const auto type = host_.files.TypeOf(directory);
   if (type && *type == platform::FileType::directory) {
     log_.LogInfo("Using existing dump storage directory: {}", directory);
@@ -138,7 +138,7 @@ bool StartUp::LocateTarget() {
 
 bool StartUp::WaitForDiskSpace() {
   install::DiskSpace& space = services_.disk_space;
-  // Where the Core will be is not settled yet: the current directory's volume stands for it.
+  // The Core's place is not known yet, so the current directory's volume is checked.
   const std::filesystem::path unsettled;
   std::optional<SupervisorState::SteadyTime> last_cleanup;
   while (!space.CheckDiskSpace(unsettled, /*verbose=*/!last_cleanup)) {

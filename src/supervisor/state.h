@@ -7,12 +7,12 @@
 
 namespace vosk::supervisor {
 
-// What the supervisor remembers beside the Core itself. Plain data.
+// What the supervisor remembers besides the Core itself. Plain data.
 struct SupervisorState {
   using SteadyTime = std::chrono::steady_clock::time_point;
 
   std::int64_t crash_count = 0;
-  // What the version service said last, and when it was asked; empty: it could not be asked.
+  // The version service's last answer, empty if there was none, and when it was asked.
   std::string last_fetched_version;
   SteadyTime last_update_check_time{};
   // The Core is not launched before this; zero: as soon as it is down.

@@ -89,7 +89,7 @@ int Supervisor::Run(const std::vector<std::string>& arguments) {
 }
 
 void Supervisor::PrepareConsole() {
-  // Failures here only cost looks, and the log is not open yet.
+  // Failures here only spoil the looks, and the log is not open yet.
   static_cast<void>(host_.console.SetOutputCodePage(platform::kUtf8CodePage));
   if (const auto mode = host_.console.Mode(StandardStream::output)) {
     static_cast<void>(host_.console.SetMode(StandardStream::output,
@@ -175,7 +175,7 @@ void Supervisor::ReleaseConsole() {
   services_.screen.Release();
   static_cast<void>(host_.console.SetCursor(0, 0));
   static_cast<void>(host_.console.SetCursorVisible(true));
-  // The last lines follow one another from the top: no row is laid out for them any more.
+  // The last lines follow one another from the top: the console is no longer laid out.
   log_.SetConsoleOutputValid(false);
 }
 

@@ -30,7 +30,7 @@ class Supervisor {
   void ShutDown();
   void ReleaseConsole();
 
-  // Tells the operator in a box why the program ends, and returns the exit status.
+  // Shows the operator in a message box why the program ends, and returns the exit status.
   int EndFatally(const std::string& text);
 
   Services services_;

@@ -129,7 +129,7 @@ void UpdateSchedule::ForceReinstall() {
     return;
   }
   log_.LogWarn("Menu: Force reinstall of VELDRAN Core requested.");
-  // Not kept: an answer given here must not set off an update by itself.
+  // This answer is not kept, because it must not trigger an update by itself.
   const std::string latest = version_service_.FetchVersion();
   if (latest.empty()) {
     log_.LogError("Menu: Could not fetch latest version from network. Reinstall aborted.");
@@ -168,7 +168,7 @@ bool UpdateSchedule::RunSequence(const std::string& version) {
       .end_core = [this] { return EndCore(); },
   });
   state_.update_in_progress.store(false);
-  // A Core that the sequence has let go of is looked for, or launched, by the next cycle.
+  // If the update has let go of the Core, the next cycle finds it or launches one.
   if (!core_.IsHeld()) core_.Forget();
   // VOSK.exe could not be put back in its place.
   if (!success && state_.g_terminateMonitoring.load()) state_.failed = true;

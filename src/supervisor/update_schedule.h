@@ -26,11 +26,11 @@ class UpdateSchedule {
                  WatchedCore& core, CoreEndHandling& core_end, const Places& places,
                  SupervisorState& state);
 
-  // Once, before the loop. After every outcome VOSK goes on, or ends because its successor runs.
+  // Called once, before the loop. Afterwards VOSK goes on, or ends because its successor runs.
   void CheckAtStartup();
 
-  // On every cycle: asks the version service when it is time, and updates if a newer version is
-  // known. `core_runs` as the cycle has found it.
+  // Called on every cycle: asks the version service if it is time, and updates if a newer version
+  // is known. `core_runs` is what the cycle has found.
   void CheckPeriodically(SupervisorState::SteadyTime now, bool core_runs);
 
   // Installs the latest version even if it is not newer.

@@ -1,4 +1,4 @@
-// What a format text may take besides fmt's own arguments: paths and errors of the system.
+// Lets format texts take paths and errors of the system, besides fmt's own arguments.
 #pragma once
 
 #include <fmt/core.h>
@@ -8,7 +8,7 @@
 #include "platform/types.h"
 #include "text/utf.h"
 
-// As UTF-8; what cannot be converted leaves a marker.
+// Writes the path as UTF-8, or a marker if it cannot be converted.
 template <>
 struct fmt::formatter<std::filesystem::path> : fmt::formatter<fmt::string_view> {
   template <typename Context>
@@ -17,7 +17,7 @@ struct fmt::formatter<std::filesystem::path> : fmt::formatter<fmt::string_view> 
   }
 };
 
-// The number, in any way in which a number can be written.
+// Writes the number, in any format of a number.
 template <>
 struct fmt::formatter<vosk::platform::ErrorCode> : fmt::formatter<std::uint32_t> {
   template <typename Context>
@@ -26,7 +26,7 @@ struct fmt::formatter<vosk::platform::ErrorCode> : fmt::formatter<std::uint32_t>
   }
 };
 
-// The system's words if there are any, else its number.
+// Writes the system's words if there are any, otherwise the number.
 template <>
 struct fmt::formatter<vosk::platform::Error> : fmt::formatter<vosk::platform::ErrorCode> {
   template <typename Context>

@@ -12,7 +12,7 @@ namespace vosk::text {
 // The system's number for text that has no counterpart in the other encoding.
 inline constexpr std::uint32_t kNoUnicodeTranslation = 1113;
 
-// Converts strictly: a lone surrogate gives kNoUnicodeTranslation.
+// Converts strictly: the error is kNoUnicodeTranslation for a lone surrogate.
 [[nodiscard]] tl::expected<std::string, std::uint32_t> Utf16ToUtf8(std::u16string_view wide);
 
 // Converts leniently: every malformed sequence becomes U+FFFD.
@@ -23,11 +23,11 @@ inline constexpr std::uint32_t kNoUnicodeTranslation = 1113;
 [[nodiscard]] char32_t NextCodePoint(std::string_view text, std::size_t& at);
 void AppendUtf8(char32_t code_point, std::string& out);
 
-// Never throws; where the text cannot be converted, a marker with the system's code stands for it.
+// Never throws; if the text cannot be converted, it returns a marker with the system's code.
 [[nodiscard]] std::string WideToUtf8(std::u16string_view wide);
 [[nodiscard]] std::string PathToUtf8(const std::filesystem::path& path);
 
-// The path, or the error where its name is not valid Unicode.
+// Returns the path, or the error if its name is not valid Unicode.
 [[nodiscard]] tl::expected<std::string, std::uint32_t> TryPathToUtf8(
     const std::filesystem::path& path);
 

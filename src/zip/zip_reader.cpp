@@ -60,7 +60,7 @@ ZipReader::Outcome ZipReader::ExtractToFile(std::uint32_t index,
   if (!name) return Failed(MZ_ZIP_INVALID_FILENAME);
   if (Outcome sound = CheckMember(index); !sound) return sound;
   mz_zip_archive& zip = archive_->zip;
-  // A name that was not found is still noted as the last error.
+  // The last error may still be that of a name that was not found.
   mz_zip_clear_last_error(&zip);
   if (mz_zip_reader_extract_to_file(&zip, index, name->c_str(), 0) != 0) return {};
   mz_zip_error error = mz_zip_peek_last_error(&zip);

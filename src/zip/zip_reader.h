@@ -14,22 +14,23 @@ namespace vosk::zip {
 
 class ZipReader {
  public:
-  // Done, or miniz's text for what went wrong.
+  // Success, or miniz's text for what went wrong.
   using Outcome = tl::expected<void, std::string>;
 
-  // `files` clears away what a failed extraction leaves; it outlives the reader.
+  // `files` removes what a failed extraction leaves; it outlives the reader.
   explicit ZipReader(platform::Files& files);
   // Closes the archive.
   ~ZipReader();
   ZipReader(const ZipReader&) = delete;
   ZipReader& operator=(const ZipReader&) = delete;
 
-  // To be called once, before anything else.
+  // Must be called once, before anything else.
   [[nodiscard]] Outcome Open(const std::filesystem::path& zip_path);
-  // The index of the member with this whole name, folders included; letters match in either case.
+  // Returns the index of the member with this whole name, folders included; letters match in either
+  // case.
   [[nodiscard]] std::optional<std::uint32_t> Locate(const std::string& member_name);
-  // Writes the member to `destination`, replacing a file there; the name that the member bears in
-  // the archive plays no part. A failed extraction leaves no incomplete file behind.
+  // Writes the member to `destination`, replacing a file there; the member's name in the archive
+  // does not matter. A failed extraction leaves no incomplete file behind.
   [[nodiscard]] Outcome ExtractToFile(std::uint32_t index,
                                       const std::filesystem::path& destination);
 

@@ -15,14 +15,14 @@ namespace vosk::zip {
 class ZipSource {
  public:
   virtual ~ZipSource() = default;
-  // Fills the buffer from `offset` on and returns how many bytes it got: fewer at the end, 0 behind
-  // it and if reading fails.
+  // Fills the buffer from `offset` on and returns how many bytes it got: fewer at the end, 0 beyond
+  // it or if reading fails.
   virtual std::size_t ReadAt(std::uint64_t offset, void* buffer, std::size_t size) noexcept = 0;
 };
 
 class ZipWriter {
  public:
-  // Done, or miniz's text for what went wrong.
+  // Success, or miniz's text for what went wrong.
   using Outcome = tl::expected<void, std::string>;
 
   ZipWriter();
@@ -36,7 +36,7 @@ class ZipWriter {
   // Adds exactly `size` bytes: a source that ends sooner or goes on is a failure.
   [[nodiscard]] Outcome AddSource(const std::string& entry_name, ZipSource& source,
                                   std::uint64_t size, std::time_t modified);
-  // After a failure the archive goes on as if nothing had been added.
+  // After a failure the archive can go on as if nothing had been added.
   [[nodiscard]] Outcome AddFile(const std::string& entry_name, const std::string& path);
   [[nodiscard]] Outcome AddFolder(const std::string& entry_name);
   // Writes the central directory; nothing can be added afterwards.

@@ -20,14 +20,14 @@ TEST(PlainText, DropsEscapeSequencesAndControls) {
       {"\x1b(Bx\0337y", "xy"},
       {"a\tb\r\nc", "a b  c"},
       {"a\a\b\177b\0c"s, "abc"},
-      {"a\302\233b", "ab"},  // a control of the second set, in UTF-8
+      {"a\302\233b", "ab"},  // a C1 control character, in UTF-8
       // Cut off in the middle of a sequence.
       {"x\x1b", "x"},
       {"x\x1b[", "x"},
       {"x\x1b[12;", "x"},
       {"x\x1b]0;title", "x"},
       {"x\x1b]0;title\x1b", "x"},
-      // What cannot belong to the sequence ends it and stays.
+      // A byte that cannot belong to the sequence ends it and stays.
       {"\x1b[31\u00fcx", "\u00fcx"},
       {"\x1b[31\x1b[0mx", "x"},
       {"\x1b\u00fcx", "\u00fcx"},

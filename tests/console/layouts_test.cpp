@@ -1,5 +1,5 @@
-// What fits into windows of every size: tests/console/layouts_*.txt say for each size only what is
-// new against the one before it.
+// What fits into windows of every size: tests/console/layouts_*.txt list for each size only what is
+// new since the one before it.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -19,7 +19,8 @@ using namespace std::chrono_literals;
 using support::ExpectStoredText;
 using support::Terminal;
 
-// Draws the row in windows of every width, wherein it must stay, and gives the rows that differ.
+// Draws the row in windows of every width, within which it must stay, and returns the rows that
+// differ.
 std::string ByWidth(const StatusSnapshot& status, const TransferProgress& progress) {
   std::string text;
   std::string before;
@@ -31,7 +32,7 @@ std::string ByWidth(const StatusSnapshot& status, const TransferProgress& progre
     if (row != before) text += fmt::format("{:4} |{}\n", width, row);
     before = row;
     EXPECT_EQ(terminal.RowText(3), "") << row;
-    // Some terminals wrap at once where the last column is written to.
+    // Some terminals wrap at once if the last column is written to.
     EXPECT_LT(DisplayWidth(PlainText(bytes)), width) << row;
     EXPECT_TRUE(terminal.RowBackground(2).ends_with(fmt::format(" to {}", width))) << row;
   }
@@ -62,8 +63,8 @@ TEST(Layouts, OfTheStatusBar) {
   ExpectStoredText("console/layouts_of_status_bar.txt", text + ByWidth(absurd, progress));
 }
 
-// Draws into windows of every height, full of text. The status bar's row must stay free. Gives the
-// rows that a window did not show when it was one lower.
+// Draws into windows of every height, full of text. The status bar's row must stay free. Returns
+// the rows that a window one line lower did not show.
 std::string ByHeight(int width, const std::function<std::string(int height)>& draw) {
   std::string text = fmt::format("{} columns\n", width);
   std::set<std::string> before;

@@ -34,7 +34,7 @@ TEST_F(LogTest, AFullDiskSilencesTheFileOnlyForAWhile) {
             "2025-03-01 09:00:00 [PROG] after\n\n--- Log Session Start ---\n");
 }
 
-// A path of that many characters.
+// Returns a path of that many characters.
 std::string PathOfLength(std::size_t length) {
   std::string path = "C:/" + std::string(120, 'a') + '/';
   return path + std::string(length - path.size(), 'b');

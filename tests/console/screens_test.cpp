@@ -1,4 +1,4 @@
-// What the operator sees, screen by screen, compared with tests/console/screens/.
+// Compares what the operator sees, screen by screen, with tests/console/screens/.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What goes to the console, write by write, as bytes: tests/console/writes*.txt. A screen shows
+// Compares what goes to the console, write by write, with tests/console/writes*.txt. A screen shows
 // neither which stream a line went to nor what was written in vain.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ using support::ConsoleScene;
 using support::SimulatedHost;
 using support::StreamTarget;
 
-// One line for each write since the last time; of a long one its beginning and its end.
+// Returns one line for each write since the last call, with the middle of a long one left out.
 std::string NewWrites(SimulatedHost& host) {
   std::string lines;
   for (const auto& [stream, text] : host.console.Written()) {

@@ -21,7 +21,7 @@ using Names = std::vector<std::string>;
 
 class FileContract : public Contract {
  protected:
-  // The walk's entries relative to its start, in its order.
+  // Returns the walk's entries relative to its start, in its order.
   Names Walked(const fs::path& directory, WalkDepth depth) {
     Names names;
     const auto walk = host_.files.Walk(directory, depth);
@@ -41,7 +41,7 @@ class FileContract : public Contract {
     return names;
   }
 
-  // Keeps a file open that is shared with nobody.
+  // Keeps a file open that is not shared.
   platform::DumpFileHandle Hold(const fs::path& path) {
     auto held = host_.dump_writer.CreateDumpFile(path);
     EXPECT_TRUE(held) << CodeOf(held);
@@ -118,8 +118,8 @@ TEST_F(FileContract, AFileIsAsOldAsItsLastWrite) {
   EXPECT_EQ(CodeOf(host_.files.LastWriteTime(scratch_ / "missing")), 2u);
 }
 
-// Reading and dumping tell the system's number, writing that of the C library. The streams on a
-// file that was missing are still open when it is to be dumped to.
+// Reading and dumping return the system's number, writing that of the C library. The streams on the
+// new file are still open when a dump is to go into it.
 TEST_F(FileContract, OpeningFailsWithTheReason) {
   const auto held = Hold(scratch_ / "held");
   fs::create_directories(scratch_ / "folder");
@@ -181,7 +181,7 @@ TEST_F(FileContract, AWalkDoesNotFollowLinks) {
   EXPECT_EQ(host_.files.IsLink(scratch_ / "elsewhere" / "secret"), false);
   EXPECT_EQ(CodeOf(host_.files.IsLink(scratch_ / "missing")), 2u);
   EXPECT_EQ(CodeOf(host_.files.IsLink(scratch_ / "missing" / "below")), 3u);
-  // Wine refuses: it looks behind the links of its host, and finds a full directory.
+  // Wine refuses: it follows the links of its host and finds a full directory.
   const auto removed = host_.files.Remove(scratch_ / "walked" / "link");
   EXPECT_TRUE(removed == true || CodeOf(removed) == 145u) << CodeOf(removed);
   if (!removed) side_->RemoveLink(scratch_ / "walked" / "link");
@@ -204,7 +204,7 @@ TEST_F(FileContract, AWalkGoesOnWhileItsEntriesAreRemoved) {
   EXPECT_EQ(host_.files.Remove(scratch_ / "cleared"), true);
 }
 
-// The paths' arithmetic differs between the sides as much as the files do.
+// Path arithmetic differs between the sides as much as the files do.
 TEST_F(FileContract, ATreeIsRemovedWithinItsLimit) {
   fs::create_directories(scratch_ / "tree" / "below" / "empty");
   PutBytes(scratch_ / "tree" / "below" / "file", "12345");

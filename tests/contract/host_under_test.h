@@ -38,15 +38,15 @@ class HostUnderTest {
   virtual bool LinkDirectory(const std::filesystem::path& link,
                              const std::filesystem::path& target) = 0;
   virtual void RemoveLink(const std::filesystem::path& link) = 0;
-  // Runs something with standard output leading elsewhere and gives what arrived there; of a
-  // screen the first two lines.
+  // Runs something with standard output leading elsewhere and returns what arrived there; for a
+  // screen, its first two lines.
   virtual std::string WithOutputTo(Output output, const std::function<void()>& writes) = 0;
   // Presses the arrow up and then M.
   virtual void PressUpAndM() = 0;
-  // Sees to it that the next message box is closed, as far as there is anybody to show it to.
+  // Makes sure that the next message box is closed, if one can be shown at all.
   virtual void CloseNextBox() = 0;
-  // The package of kProducts[number - 1] in version 1.2.NUMBER, which installs one file, "contract
-  // NUMBER.txt".
+  // Returns the package of kProducts[number - 1] in version 1.2.NUMBER, which installs one file,
+  // "contract NUMBER.txt".
   virtual std::filesystem::path Package(int number) = 0;
 };
 
@@ -58,7 +58,7 @@ class Contract : public testing::Test {
   Contract();
   ~Contract() override;
 
-  // The running program again, as a child that ends with a code after a while.
+  // Returns the command line of a child that ends with a code after a while.
   [[nodiscard]] std::string ChildCommand(std::uint32_t exit_code,
                                          std::chrono::milliseconds life) const;
   platform::StartedProcess StartChild(std::uint32_t exit_code, std::chrono::milliseconds life);
@@ -68,13 +68,13 @@ class Contract : public testing::Test {
   std::filesystem::path scratch_;
 };
 
-// A file's bytes, written and read past the platform.
+// Write and read a file's bytes past the platform.
 void PutBytes(const std::filesystem::path& path, const std::string& bytes);
 [[nodiscard]] std::string BytesOf(const std::filesystem::path& path);
-// Without the carriage returns that Windows puts before line feeds.
+// Removes the carriage returns that Windows puts before line feeds.
 [[nodiscard]] std::string PlainLines(std::string text);
 
-// The number of a failed call; 0 for one that succeeded.
+// Returns the number of a failed call, or 0 if it succeeded.
 template <typename T>
 std::uint32_t CodeOf(const platform::Result<T>& result) {
   return result ? 0 : result.error().code.value;

@@ -23,7 +23,7 @@ class InstallerContract : public Contract {
     for (const std::string& product : kProducts) Remove(product);
   }
 
-  // The products of the family, in alphabetical order.
+  // Returns the products of the family, in alphabetical order.
   Codes Installed() {
     Codes products;
     auto product = host_.installer.RelatedProduct(kFamily, 0);
@@ -36,7 +36,7 @@ class InstallerContract : public Contract {
     return products;
   }
 
-  // What msiexec.exe says at its end.
+  // Returns the exit code of msiexec.exe.
   std::uint32_t Msiexec(const std::string& arguments) {
     const auto process = host_.processes.StartElevated("msiexec.exe", arguments);
     EXPECT_TRUE(process) << CodeOf(process);
@@ -86,7 +86,7 @@ TEST_F(InstallerContract, ProductsComeAndGo) {
     EXPECT_GT(host_.files.SizeOf(log_).value_or(0), 0u);
   }
   EXPECT_EQ(Installed(), Codes(kProducts.begin(), kProducts.end()));
-  // Of a family that has lost one product Wine names none, so the other is looked for on the disk.
+  // Wine lists no product of a family that has lost one, so the other is looked for on the disk.
   EXPECT_EQ(Remove(kProducts[0]), 0u);
   EXPECT_EQ(host_.files.Exists(file(1)), false);
   EXPECT_EQ(host_.files.Exists(file(2)), true);

@@ -33,7 +33,7 @@ TEST_F(MachineContract, MemoryAndProcessorsArePlausible) {
   EXPECT_GE(machine_.LogicalProcessors(), 1u);
 }
 
-// An HRESULT that stands for a failure.
+// Returns whether an HRESULT is a failure.
 bool IsFailure(platform::ErrorCode result) {
   return (result.value & 0x80000000u) != 0;
 }
@@ -41,7 +41,7 @@ bool IsFailure(platform::ErrorCode result) {
 TEST_F(MachineContract, GraphicsAdaptersEndWithTheirOwnAnswer) {
   const auto adapters = machine_.OpenGraphics();
   if (!adapters) {
-    // As under Wine without a display.
+    // This happens under Wine without a display.
     EXPECT_TRUE(IsFailure(adapters.error().code));
     return;
   }

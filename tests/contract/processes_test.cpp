@@ -20,7 +20,7 @@ constexpr auto kLong = 60s;
 
 class ProcessContract : public Contract {
  protected:
-  // The names of the processes that one snapshot lists.
+  // Returns the names of the processes in one snapshot.
   std::map<ProcessId, std::string> ListedNow() {
     std::map<ProcessId, std::string> names;
     const auto snapshot = host_.processes.TakeSnapshot();
@@ -67,7 +67,7 @@ TEST_F(ProcessContract, TerminatingEndsAProcessOnce) {
   EXPECT_TRUE(host_.processes.Terminate(child.handle, 77));
   EXPECT_EQ(host_.processes.WaitFor(child.handle, kLong), WaitOutcome::finished);
   EXPECT_EQ(host_.processes.ExitCode(child.handle), 77u);
-  // Windows refuses the second time, Wine says that it is done.
+  // Windows refuses the second time, Wine reports success.
   const std::uint32_t second = CodeOf(host_.processes.Terminate(child.handle, 78));
   EXPECT_TRUE(second == 5 || second == 0) << second;
   EXPECT_EQ(host_.processes.ExitCode(child.handle), 77u);

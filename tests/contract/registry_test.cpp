@@ -20,7 +20,7 @@ class RegistryContract : public Contract {
   RegistryContract() { RemoveKey(); }
   ~RegistryContract() override { RemoveKey(); }
 
-  // The simulated registry is a new one for each test.
+  // The simulated registry is new for each test anyway.
   void RemoveKey() { host_.processes.RunShellCommand("reg delete \"HKLM\\" + kKey + "\" /f"); }
 
   RegistryKey Create(const std::string& path, std::uint32_t access_mask = kReadWrite) {

@@ -44,7 +44,7 @@ class SimulatedSide : public HostUnderTest {
     using support::StreamTarget;
     host_.console.Forget();
     constexpr std::array kTargets{StreamTarget::console, StreamTarget::redirected,
-                                  StreamTarget::missing};  // as `Output` has them
+                                  StreamTarget::missing};  // in the order of `Output`
     host_.console.Redirect(kStream, kTargets.at(static_cast<std::size_t>(output)));
     writes();
     host_.console.Redirect(kStream, StreamTarget::console);

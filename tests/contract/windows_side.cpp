@@ -15,7 +15,7 @@
 namespace vosk::contract {
 namespace {
 
-// The path as Wine's host spells it; empty on Windows itself.
+// Returns the path as Wine's host spells it; empty on Windows itself.
 std::string UnixName(const std::filesystem::path& path) {
   using Converter = char*(CDECL*)(const wchar_t*);
   const auto convert = reinterpret_cast<Converter>(reinterpret_cast<void*>(
@@ -33,7 +33,7 @@ class WindowsSide : public HostUnderTest {
   bool LinkDirectory(const std::filesystem::path& link,
                      const std::filesystem::path& target) override {
     const bool on_wine = !UnixName(link).empty();
-    // A junction needs no privilege; Wine makes none, but shows the links of its host as such.
+    // A junction needs no privilege; Wine cannot make one, but shows the links of its host as such.
     const std::string command =
         on_wine
             ? fmt::format("start /wait /unix /bin/ln -s {} {}", UnixName(target), UnixName(link))
@@ -51,7 +51,7 @@ class WindowsSide : public HostUnderTest {
     }
   }
 
-  // Wine does not wait for the programs of its host, whatever "start" is told.
+  // Wine does not wait for the programs of its host, whatever the options of "start".
   static bool Becomes(const std::filesystem::path& link, bool there) {
     for (int tries = 0; tries < 200; ++tries) {
       if ((::GetFileAttributesW(link.c_str()) != INVALID_FILE_ATTRIBUTES) == there) return true;
@@ -136,7 +136,7 @@ std::unique_ptr<HostUnderTest> MakeHostUnderTest() {
   return std::make_unique<WindowsSide>();
 }
 
-// Takes a console without a window, which needs no display and takes keys. It comes with a child.
+// Takes the console of a child: it has no window, needs no display and accepts keys.
 void TakeConsole() {
   platform::windows::WindowsHost host;
   auto& processes = host.Bundle().processes;

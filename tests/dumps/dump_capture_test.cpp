@@ -18,7 +18,7 @@ void Arrange(SimulatedHost& host) {
   host.processes.Add(u"VELDRAN Core.exe");
 }
 
-// A monitor, and beside it a dump at once.
+// Starts a monitor and also writes a dump at once.
 std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert) {
   const std::atomic<bool> mode{red_alert};
   const auto monitor =

@@ -32,7 +32,7 @@ struct Bench {
       return true;
     };
   }
-  // What came of it, what the operator was shown, and what there is now.
+  // Returns the outcome, what the operator was shown, and what there is now.
   std::string Ensure(const fs::path& directory) {
     const bool there = acquisition.EnsureProcDumpExists(directory, "C:/Dumps");
     std::string end = fmt::format("{}, asked for [{}]\n", there, fmt::join(downloader.urls, " "));
@@ -83,7 +83,7 @@ TEST(ProcDumpAcquisition, TakesWhatThereIs) {
        [](Bench& bench) {
          fs::create_directories("C:/dir");
          fs::create_symlink("/dev/full", "C:/dir/procdump64.exe");
-         // Before it is written there is nothing to be seen of it.
+         // It cannot be seen before it is written.
          bench.host.choke.faults.Add({.scope = "files.Exists", .code = 5});
        }},
       {"gone again",

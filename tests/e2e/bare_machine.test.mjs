@@ -1,4 +1,5 @@
-// VOSK.exe alone on a machine gets everything else by itself, and repairs what an installer broke.
+// Alone on a machine, VOSK.exe fetches everything else by itself, and repairs what an installer
+// broke.
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
 import { readFile } from 'node:fs/promises';
@@ -15,7 +16,8 @@ import { assertInOrder, forceReinstall, getsProcDump, goesBack, installsTheCore,
 
 const stage = useStage();
 
-// An installer that refuses leaves no Core at all; the next package, published meanwhile, cures it.
+// An installer that refuses leaves no Core at all; the next package, published meanwhile, repairs
+// this.
 async function isRepaired(vosk, site) {
   const [product] = await installedProducts(stage.machine);
   site.publish('1.2.3', 'refused.zip');

@@ -1,5 +1,5 @@
 // The main job: VOSK prepares the machine, the Core crashes, its dump becomes a report, the Core
-// runs again; and a server that misbehaves on the wire costs neither a report nor VOSK.
+// runs again. A server that misbehaves on the wire costs neither a report nor VOSK.
 import assert from 'node:assert/strict';
 import { randomBytes } from 'node:crypto';
 import { existsSync } from 'node:fs';
@@ -23,7 +23,7 @@ const jit = 'Windows NT\\CurrentVersion\\AeDebug';
 const silent = { DontShowUI: 'REG_DWORD 0x1' };
 const disabled = { Auto: 'REG_SZ 0' };
 
-// The crash dialogs' keys: key, what it holds before, and after VOSK's start. undefined = no key.
+// The crash dialogs' keys: the key, its values before and after VOSK's start. undefined = no key.
 const keys = [
   [native + wer, { DontShowUI: 'REG_SZ yes' }, silent],
   [wow + wer, undefined, silent],
@@ -31,7 +31,8 @@ const keys = [
   [wow + jit, { Other: 'REG_SZ kept' }, { Other: 'REG_SZ kept', ...disabled }],
 ];
 
-// Old dumps in the dump storage directory, and a link that leads out of it to what is not VOSK's.
+// Puts old dumps into the dump storage directory, and a link out of it to a file that is not
+// VOSK's.
 async function litter(vosk) {
   const outside = path.join(vosk.folder, 'outside');
   await mkdir(path.join(vosk.dumpFolder, 'nested/deeper'), { recursive: true });
@@ -42,8 +43,8 @@ async function litter(vosk) {
   return path.join(outside, 'precious.txt');
 }
 
-// Told to remove a link, Wine tries to remove the directory that it leads to, which is not empty.
-// Had VOSK gone through the link, nothing would have stood against that.
+// Wine removes the target of a link instead of the link, which fails because it is not empty. If
+// VOSK had followed the link, the target would be empty and gone.
 async function assertPrepared(vosk, precious) {
   for (const [key, , after] of keys) {
     assert.deepEqual(await readKey(stage.machine, key), after, key);
@@ -68,13 +69,13 @@ async function crashBecomesReport(t, vosk, pid) {
   return next;
 }
 
-// One crash with a dump for each; the faulty server takes the fault from the report's name. These
-// are the faults that Windows' sockets and Schannel tell in words of their own.
+// One crash leaves a dump for each; the faulty server takes the fault from the report's name. These
+// are the faults that Windows' sockets and Schannel report in their own words.
 const faults = [
   { name: 'reset', bytes: 20_000, tells: [
     '[ERROR] TUS POST request failed. CURLcode: *, HTTP Status: 0'] },
-  // After a question for the offset the client's handle no longer sends PATCH requests; it goes on
-  // with GET, which no server takes for an upload, so the report is kept.
+  // After an offset query the client's handle sends GET instead of PATCH, which no server takes for
+  // an upload, so the report stays unsent.
   { name: 'cut_patch', bytes: 400_000, tells: [  // many network buffers
     '[*] TUS PATCH failed (Attempt 1/4). CURLcode: *',
     '[*] Server offset advanced to * during failed attempt.*',
@@ -92,7 +93,7 @@ async function reportsAreKept(t, vosk, pid) {
   await vosk.order('exit 5');
   await terminated(vosk, pid, 5);
   const remaining = new Set(faults);
-  while (remaining.size > 0) {  // the file system gives their order
+  while (remaining.size > 0) {  // in the file system's order
     const [, name] = await vosk.log.next(/Processing dump file: .*\\(\w+)\.dmp$/, seconds(60));
     const fault = faults.find((item) => item.name === name);
     remaining.delete(fault);

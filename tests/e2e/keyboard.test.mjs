@@ -1,5 +1,5 @@
-// The operator at a real keyboard: the control menu, its actions, and the box of a start-up that
-// cannot go on.
+// The operator at a real keyboard: the control menu, its actions, and the message box of a start-up
+// that cannot go on.
 import assert from 'node:assert/strict';
 import { writeFile } from 'node:fs/promises';
 import path from 'node:path';
@@ -22,7 +22,7 @@ const runs = (image, count) => until(
   `${count} ${image}`);
 
 async function readsVersions(vosk) {
-  // To the C runtime, Page Down is a prefix and then a Q.
+  // In the C runtime, Page Down is a prefix and then a Q.
   await vosk.type('Next', 'Right', 'x');
   await chooseItem(vosk, 3);
   await tells(vosk, seconds(20), '[INFO] === Version Information ===',
@@ -39,7 +39,7 @@ async function submitsReport(vosk, pid, collected) {
   assert.deepEqual(await vosk.storedFiles(), [name.replace(/_[^_]+_LIVE\.zip$/, '_hostInfo.txt')]);
 }
 
-// A process has one debugger: the monitor of the new kind is refused and leaves again.
+// A process has one debugger at most: the new monitor is refused and ends again.
 async function switchesToRedAlert(vosk, pid) {
   const monitors = await stage.machine.processes(monitorImage);
   await chooseItem(vosk, 6);
@@ -60,7 +60,7 @@ async function restarts(vosk) {
   return pid;
 }
 
-// All of the memory makes an upload of many parts.
+// A dump of the whole memory is uploaded in many parts.
 async function reportsFullMemory(vosk, pid, collected) {
   await vosk.order(crashOrder);
   await terminated(vosk, pid, accessViolation);
@@ -97,7 +97,7 @@ test('the control menu', async (t) => {
 
 test('a start-up that cannot go on says why in a box', async () => {
   const folder = await stage.folder('box');
-  // No room for the dump storage directory.
+  // A file takes the place of the dump storage directory.
   await writeFile(path.join(folder, 'tmp/VELDRAN_VOSK_Dumps'), 'in the way');
   const vosk = stage.vosk(folder);
   await vosk.start();

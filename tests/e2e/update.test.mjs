@@ -1,5 +1,5 @@
-// A newer release is published while the Core runs. As long as its package is no good, the Core
-// runs on untouched; then the new Core and the new VOSK take over.
+// A newer release is published while the Core runs. As long as its package is bad, the Core runs on
+// untouched; then the new Core and the new VOSK take over.
 import assert from 'node:assert/strict';
 import { existsSync } from 'node:fs';
 import path from 'node:path';
@@ -20,7 +20,7 @@ const stage = useStage();
 const failed = '[INFO] --- Update Sequence Finished (Overall Success: No) ---';
 const runningVosk = `${installTarget}\\VOSK.exe`;
 
-// A release as its installer leaves it, VOSK with it, and a Core that a user has started.
+// Installs a release with its VOSK; a user has started its Core.
 async function installedMachine(site) {
   const folder = await stage.folder('update', { vosk: false, monitor: false, core: false });
   await install(stage.machine, path.join(site.folder, 'core-1.2.2', installerName));

@@ -19,7 +19,7 @@ using support::SimulatedHost;
 
 using Change = std::function<void(SimulatedHost&, MeddlingFiles&)>;
 
-// A file, and a link out of the directory.
+// Puts a file and a link out of the directory.
 void PutDirectory(SimulatedHost& host) {
   host.PutFile("C:/d/file", "x");
   host.PutFile("C:/Elsewhere/mine", "not for us");

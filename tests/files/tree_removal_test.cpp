@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using support::SimulatedHost;
 
-// A work directory with a link to a directory outside it.
+// Makes a work directory with a link to a directory outside it.
 void PutTree(SimulatedHost& host) {
   host.PutFile("C:/Temp/Work/a.log", "12345");
   host.PutFile("C:/Temp/Work/deep/b.msi", "1234567");
@@ -31,7 +31,7 @@ std::string Outcome(SimulatedHost& host, const fs::path& path, const fs::path& l
       removed ? "done" : fmt::format("{} {}", removed.error().code.value, removed.error().text));
 }
 
-// What there is below C:, directories included.
+// Returns everything below C:, directories included.
 std::string Left() {
   std::set<std::string> left;
   for (const auto& entry : fs::recursive_directory_iterator("C:")) left.insert(entry.path());
@@ -79,7 +79,7 @@ TEST(RemoveTree, TakesOnlyWhatLiesBelowItsLimit) {
   host.files.Hold("C:/Temp/Work/deep/b.msi", {});
   std::string outcomes;
   for (const auto& [path, limit] : rows) outcomes += Outcome(host, path, limit) + '\n';
-  // A drive is a letter; these stand at the ends of the alphabets and beside them.
+  // A drive is a letter; these are the ends of the alphabets and their neighbours.
   for (const char drive : std::string("@AZ[`az{")) {
     outcomes += Outcome(host, drive + std::string(":/none"), drive + std::string(":/")) + '\n';
   }

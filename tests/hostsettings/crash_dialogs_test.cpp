@@ -17,7 +17,7 @@ const std::string kWer32 = R"(SOFTWARE\WOW6432Node\Microsoft\Windows\Windows Err
 const std::string kJit = R"(SOFTWARE\Microsoft\Windows NT\CurrentVersion\AeDebug)";
 const std::string kJit32 = R"(SOFTWARE\WOW6432Node\Microsoft\Windows NT\CurrentVersion\AeDebug)";
 
-// Of each kind of key, one in order and one that is not.
+// Makes one key of each kind as wanted and one not.
 void Arrange(SimulatedHost& host) {
   host.registry.PutKey(kWer);
   host.registry.PutNumber(kWer32, "DontShowUI", 1);
@@ -25,7 +25,7 @@ void Arrange(SimulatedHost& host) {
   host.registry.PutText(kJit, "Auto", "1");
 }
 
-// What stands in the registry afterwards, and which keys were opened for writing on the way.
+// Returns what is in the registry afterwards, and which keys were opened for writing.
 std::string Act(SimulatedHost& host, console::LogSink& log) {
   CrashDialogs dialogs(host.registry, log);
   dialogs.SuppressWerDialog();

@@ -12,7 +12,7 @@ namespace {
 using support::SimulatedHost;
 using support::ZipBytes;
 
-// A package whose MSI is not the first member, and an older MSI where the new one belongs.
+// Makes a package whose MSI is not the first member, and an older MSI in the new one's place.
 void Arrange(SimulatedHost& host) {
   const std::string msi = host.installer.MakePackage({.version = "1.2.3"});
   host.PutFile("C:/package.zip", ZipBytes({{"readme.txt", "no"}, {std::string(kMsiName), msi}}));

@@ -27,7 +27,7 @@ TEST(CoreVersion, TellsOfEveryFault) {
            }});
 }
 
-// One read after the other: what the file holds, and whether the read is a quiet one.
+// Reads again and again: each row has the file's contents and whether the read is quiet.
 TEST(CoreVersion, TellsWhatIsNew) {
   const std::pair<const char*, bool> reads[] = {
       {"<none>", true},

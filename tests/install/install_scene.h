@@ -22,7 +22,7 @@ inline constexpr char kWorkDirectory[] = "C:/temp/VELDRAN_Install";
 inline constexpr char kCoreDirectory[] = "C:/Program Files/VELDRAN Inc/VELDRAN Core";
 inline constexpr char16_t kSelfName[] = u"VOSK.exe";
 
-// A download that hands out bytes made beforehand.
+// A download of prepared bytes.
 struct PreparedDownload : support::FakeDownloader {
   explicit PreparedDownload(support::SimulatedHost& host) {
     fetch = [this, &host](const std::string& url, const std::filesystem::path& destination) {
@@ -40,7 +40,7 @@ struct PreparedDownload : support::FakeDownloader {
   return support::ZipBytes({{std::string(kMsiName), host.installer.MakePackage(package)}});
 }
 
-// Installed long ago, in the place where the Core belongs.
+// Installs a package, as if long ago, in the Core's place.
 inline void InstallOld(support::SimulatedHost& host, const std::string& version,
                        const std::string& product_code) {
   host.installer.Install({.product_code = product_code, .version = version}, kCoreDirectory);

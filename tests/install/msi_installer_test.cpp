@@ -34,7 +34,7 @@ struct Scene {
     package.version = "1.2.3";
     download.zip = PackageZip(host, package);
   }
-  // How it ended, and what there is now.
+  // Returns how it ended, and what there is now.
   std::string End(bool installed) {
     std::string end = fmt::format("{}, there is a Core: {}, a work directory: {}, progress {}\n",
                                   installed, std::filesystem::exists(InstalledCore()),
@@ -50,7 +50,7 @@ struct Scene {
   SimulatedHost& host;
   support::MeddlingFiles files{host.files};
   console::TransferProgress progress;
-  std::set<std::string> stages;  // that were shown on the way
+  std::set<std::string> stages;  // those that were shown
   process::ProcessControl processes;
   PreparedDownload download{host};
   CorePackage core_package;
@@ -58,7 +58,7 @@ struct Scene {
   MsiInstaller installer;
 };
 
-// From the package on: what comes before is told of below, what is in it by CorePackage.
+// This covers everything after the download; the rest is below and in the tests of CorePackage.
 TEST(MsiInstaller, TellsOfEveryFault) {
   support::ExpectFaultTranscript(
       "install/msi_installer_faults.txt",
@@ -71,7 +71,7 @@ TEST(MsiInstaller, TellsOfEveryFault) {
            }});
 }
 
-// One thing is out of order in each.
+// In each variant one thing is out of order.
 TEST(MsiInstaller, TellsWhatBecameOfEveryOddInstallation) {
   const auto package = [](const SimPackage& odd) {
     return [odd](Scene& scene) { scene.Publish(odd); };

@@ -51,7 +51,7 @@ struct Scene {
                        .end_core = [this] { return core.EndForUpdate(); }});
   }
 
-  // How it ended, and what there is now.
+  // Returns how it ended, and what there is now.
   std::string End(bool success) {
     const auto read = [](const std::string& path) {
       return std::filesystem::exists(path) ? SimulatedHost::ReadFile(path) : "none";
@@ -101,7 +101,7 @@ std::function<void(Scene&)> Fails(const std::string& operation, std::uint32_t co
   return [=](Scene& scene) { scene.host.FailNext(operation, code, times); };
 }
 
-// Somebody reads the file and lets nobody remove it.
+// Somebody reads the file and does not let it be removed.
 std::function<void(Scene&)> Holds(const std::string& path) {
   return [path](Scene& scene) {
     scene.host.PutFile(path, "x");
@@ -121,7 +121,7 @@ void ExpectUpdates(const std::string& file, const std::vector<Row>& rows) {
   variants.Expect(file);
 }
 
-// Up to the renaming nothing is installed or removed.
+// Before the renaming, nothing is installed or removed.
 TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
   ExpectUpdates(
       "install/self_update_preparation.txt",
@@ -164,7 +164,7 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
        {"own name unknown", Fails("system.ModulePath", 8)}});
 }
 
-// From there on it ends with a new VOSK, or puts itself back.
+// After the renaming, it ends with a new VOSK or puts itself back.
 TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
   const SimPackage broken{.version = "1.2.3", .install_exit_code = 1603};
   const auto held = [&](std::uint32_t code, int times) {
@@ -199,8 +199,8 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
        {"VOSK.exe is held", held(32, 10)}});
 }
 
-// Whatever single call fails: never without an executable unless the operator is told and the
-// supervisor ends, never two supervisors that go on, no handle kept of what was ended.
+// Whatever single call fails: if the executable is missing, the operator is told and the supervisor
+// ends; never do two supervisors go on, and no handle of an ended process is kept.
 TEST(SelfUpdate, SurvivesEveryFault) {
   for (const bool install_fails : {false, true}) {
     support::SweepFaults([install_fails](SimulatedHost& host) {

@@ -43,7 +43,7 @@ void PutAged(SimulatedHost& host, const fs::path& path, std::size_t size, second
 
 constexpr seconds kDay = std::chrono::hours(24);
 
-// The log tells which of them go.
+// The log shows which of them are removed.
 void PutFilesOfManyNames(SimulatedHost& host, MeddlingFiles&) {
   const std::pair<std::string, seconds> files[] = {
       {"Report.ZIP.FAILED_UPLOAD", seconds(0)},
@@ -64,7 +64,8 @@ void PutFilesOfManyNames(SimulatedHost& host, MeddlingFiles&) {
   fs::create_symlink(fs::absolute(kTemp / "VOSK.log"), kTemp / "link.failed_zip");
 }
 
-// What a long life leaves: 6 MiB that may go, a stray monitor, and files that are not VOSK's.
+// Puts what a long life leaves: 6 MiB that may be removed, a stray monitor, and files that are not
+// VOSK's.
 void PutLeftovers(SimulatedHost& host) {
   PutAged(host, kDumps / "a.dmp", 4 << 20, seconds(0));
   PutAged(host, kTemp / "VELDRAN_Install/setup.msi", 1 << 20, seconds(0));

@@ -31,7 +31,7 @@ class HttpDownloadTest : public testing::Test {
     });
     EXPECT_EQ(peer_.Expect("GET /package").Header("User-Agent"), "VELDRAN-CrashUploader/1.8");
   }
-  // What the download left, and told after its first two lines. Its progress is kept apart.
+  // Returns what the download left, and logged after its first two lines. Progress is kept apart.
   std::string Ending() {
     const bool done = peer_.Result();
     EXPECT_EQ(progress_.Percentage(), console::TransferProgress::kHidden);
@@ -64,7 +64,7 @@ class HttpDownloadTest : public testing::Test {
     fs::create_symlink("/dev/full", kTarget);
   }
 
-  // Time passes with every look at it, where a test wants that.
+  // Time passes with every look at the clock, if a test wants that.
   class HurryingClock : public support::SimClock {
    public:
     using SimClock::SimClock;
@@ -116,7 +116,7 @@ TEST_F(HttpDownloadTest, KeepsTheBodyOrNothing) {
   const Row rows[] = {
       {"known length", answer("200 OK", "a package")},
       {"nothing", answer("200 OK")},
-      // Only what was asked for would be unpacked.
+      // Only an encoding that was asked for would be unpacked.
       {"encoded", send("Content-Encoding: gzip\r\n", "no gzip")},
       {"in chunks", send("Transfer-Encoding: chunked\r\n", "2\r\nab\r\n3\r\ncde\r\n0\r\n\r\n")},
       {"up to the end of the connection", send("", "abc")},

@@ -14,7 +14,7 @@ namespace {
 using support::LogText;
 using support::ScriptedPeer;
 
-// The version, or the lines that say why there is none.
+// Returns the version, or the lines that say why there is none.
 std::string Judge(const std::string& body) {
   const auto version = ReadVersionReply(body);
   if (version) return "version " + *version;
@@ -44,7 +44,7 @@ TEST(VersionReply, IsAcceptedWithResult0AndAVersionOnly) {
       {"", unreadable("The document is empty. at offset 0")},
       {R"({"result":0}{)",
        unreadable("The document root must not be followed by other values. at offset 12")},
-      // As deep as the parser's stack would not stand.
+      // This is deeper than the parser's stack can bear.
       {std::string(1'000'000, '['), unreadable(terminated + "257")},
       {std::string(256, '[') + std::string(256, ']'), no_result},
   };
@@ -62,7 +62,7 @@ class VersionServiceTest : public testing::Test {
     });
     EXPECT_EQ(peer_.Expect("GET /api/getVersion").Header("User-Agent"), "VELDRAN-VOSK/3.3");
   }
-  // The version, and what was told after the first line. Long lines are cut.
+  // Returns the version, and what was logged after the first line. Long lines are cut.
   std::string Ending() {
     const bool done = peer_.Result();
     const LogText lines = log_.Lines();

@@ -48,7 +48,7 @@ TEST(ProcessControl, TellsOfEveryFaultOfASearch) {
            }});
 }
 
-// The other one ends by taskkill only.
+// The other one can only be ended by taskkill.
 TEST(TerminateOtherInstances, TellsOfEveryFault) {
   support::ExpectFaultTranscript(
       "process/other_instances.txt",
@@ -79,7 +79,7 @@ TEST(TerminateProcDumpInstances, TellsOfEveryFaultAndSparesItself) {
            }});
 }
 
-// A second VOSK and a monitor that take their end in the same way, beside a monitor that just goes.
+// A second VOSK and a monitor react to their end in the same way; a second monitor just ends.
 TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
   using Change = std::function<void(SimulatedHost&, support::SimProcess&)>;
   const auto refuses = [](support::SimProcess& process) {
@@ -135,7 +135,7 @@ TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
   variants.Expect("process/kinds_of_processes.txt");
 }
 
-// The system grants the request of an unprivileged user without granting the right.
+// The system accepts the request of an unprivileged user without granting the right.
 class Unprivileged : public support::SimProcesses {
  public:
   using SimProcesses::SimProcesses;

@@ -1,4 +1,4 @@
-// Every life in rehearsals/, as it is told by VOSK.log and by how it ends.
+// Compares VOSK.log and the end of every life in rehearsals/ with the stored ones.
 #include <gtest/gtest.h>
 
 #include <regex>
@@ -19,7 +19,7 @@ std::vector<std::string> NamesOfLives() {
   return names;
 }
 
-// Without colours, and without the year.
+// Removes the colours and the year.
 std::string Plain(std::string_view line) {
   static const std::regex kColour("\x1b\\[[0-9;]*m");
   static const std::regex kYear("^2025-");

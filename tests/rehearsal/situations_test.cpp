@@ -1,6 +1,6 @@
-// Many short lives: each situation in situations/*.txt is a few lines of a life, and below them in
-// which lines its story differs from that of the file's first situation, which the stored lives
-// tell in full.
+// Many short lives: each situation in situations/*.txt is a few lines of a life, and below them the
+// lines in which its log differs from that of the file's first situation, which the stored lives
+// have in full.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -17,7 +17,7 @@ namespace {
 
 const std::filesystem::path kSituations = VOSK_TESTS_DIRECTORY "/rehearsal/situations";
 
-// "09:00:00 [INFO] text", without what only lengthens it.
+// Returns "09:00:00 [INFO] text" without what only lengthens it.
 std::string Short(std::string line) {
   static const std::pair<std::regex, std::string> kShorter[] = {
       {std::regex("\x1b\\[[0-9;]*m"), ""},
@@ -56,7 +56,8 @@ bool IsAmong(const std::string& line, const std::vector<std::string>& others) {
   });
 }
 
-// What distinguishes it from another life: its own lines, then what only the other one tells.
+// Returns what distinguishes it from another life: its own lines, then those that only the other
+// has.
 std::string Difference(const std::vector<std::string>& told,
                        const std::vector<std::string>& basis) {
   std::string text;
@@ -86,7 +87,7 @@ std::string Difference(const std::vector<std::string>& told,
          (missing > kMostListed ? fmt::format("- and {} more\n", missing - kMostListed) : "");
 }
 
-// Reads situations as they are stored and writes them with what is told now.
+// Reads stored situations and writes them with what is logged now.
 std::string Replayed(std::istream& stored) {
   std::vector<std::string> basis;
   std::string text;

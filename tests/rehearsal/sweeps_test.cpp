@@ -1,4 +1,4 @@
-// The promises, whichever call of VOSK's fails, and wherever VOSK or the power ends.
+// Checks the promises, whichever call of VOSK's fails, and wherever VOSK or the power ends.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -11,7 +11,8 @@ namespace {
 
 const std::filesystem::path kLives = VOSK_TESTS_DIRECTORY "/../rehearsals";
 
-// What is known to be broken, a line each: "update killed Startable: no VOSK.exe is left ...".
+// Returns what is known to be broken, a line each: "update killed Startable: no VOSK.exe is left
+// ...".
 std::set<std::string> KnownBreaks(const std::string& sweep) {
   std::set<std::string> known;
   std::ifstream file(kLives / "known-breaks.txt");
@@ -22,7 +23,7 @@ std::set<std::string> KnownBreaks(const std::string& sweep) {
   return known;
 }
 
-// Exactly the known ones: a break that is mended has to leave the list.
+// Expects exactly the known ones: a break that is mended has to leave the list.
 void ExpectKnownBreaks(const std::string& sweep, const std::string& file,
                        const SweepResult& result) {
   EXPECT_GT(result.runs, 0);

@@ -1,4 +1,4 @@
-// That the witness of lives sees what it is there for.
+// Checks that the witness of lives sees every broken promise that is staged here.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What the host report concludes, as one stored text of what is given and what becomes of it.
+// Stores what the host report concludes as one text of inputs and results.
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ using Numbers = std::vector<std::uint32_t>;
 
 class HostInfoRules : public testing::Test {
  protected:
-  // A line for each that is given.
+  // Adds a line for each input.
   template <typename Given, typename Rule>
   void List(const std::string& title, const std::vector<Given>& all, Rule rule,
             const char* form = "{}") {

@@ -64,7 +64,7 @@ void InstallWorkstation(SimulatedHost& host) {
   InstallRuntimes(host);
 }
 
-// The report as it stands in its file.
+// Returns the report as it is in its file.
 std::string Report(SimulatedHost& host, console::LogSink& log, const std::string& core_version,
                    const ProcessModules& modules, const std::string& vosk_version = "3.3") {
   HostInfo host_info(host.Bundle(), log, {vosk_version, core_version, modules});
@@ -74,7 +74,7 @@ std::string Report(SimulatedHost& host, console::LogSink& log, const std::string
 
 using Sections = std::function<void(const SectionContext&, HostInfo&)>;
 
-// What the sections tell of a workstation, whatever fails.
+// Stores what the sections say about a workstation, whatever fails.
 void ExpectSections(const char* file, const Sections& write) {
   support::ExpectFaultTranscript(
       file, {.arrange = InstallWorkstation, .act = [&](SimulatedHost& host, console::LogSink& log) {
@@ -109,7 +109,7 @@ TEST(HostInfoSections, TellOfTheRuntimeWhateverFails) {
 
 class HostInfoTest : public testing::Test {
  protected:
-  // A report and what was logged of it.
+  // Returns a report and what was logged about it.
   std::string ReportAndLog(const std::string& core_version, const ProcessModules& modules,
                            const std::string& vosk_version) {
     std::string text = Report(host_, log_.Sink(), core_version, modules, vosk_version) + '\n';
@@ -121,7 +121,7 @@ class HostInfoTest : public testing::Test {
   support::LogRecorder log_{host_};
 };
 
-// No graphics, nothing installed, nobody knows any version, and a list of network adapters that
+// The machine has no graphics, nothing installed, no versions, and a list of network adapters that
 // grows faster than the buffer for it.
 TEST_F(HostInfoTest, ABareDomainController) {
   host_.registry.PutNumber(kWindowsKey, "ProductName", 7);
@@ -166,7 +166,7 @@ NetworkAdapter UnusualAdapter(std::uint32_t index) {
   return adapter;
 }
 
-// Kinds of graphics and network adapters, and names that are not ASCII.
+// The machine has several kinds of graphics and network adapters, and names that are not ASCII.
 TEST_F(HostInfoTest, AMachineWithManyAdapters) {
   InstallWorkstation(host_);
   host_.PutFile(kHostInfoFile, std::string(100'000, 'x'));  // an old report

@@ -7,7 +7,7 @@ namespace {
 namespace access = platform::access;
 using simulation::SimulatedHost;
 
-// A running Core with modules, some of them of no interest.
+// Starts a Core with modules, some of them of no interest.
 void StartCore(SimulatedHost& host) {
   host.PutFile("C:/Core/MSVCP140.dll", "MZ");  // without a version
   host.processes.Add(u"VELDRAN Core.exe").modules = {{"C:/Core/VELDRAN Core.exe"},

@@ -28,7 +28,7 @@ using support::SimulatedHost;
 const fs::path kDump = "dumps/core.dmp";
 const fs::path kZip = "dumps/core_RIG-7_CRASH.zip";
 
-// Bytes that no packer makes smaller.
+// Returns bytes that no packer makes smaller.
 std::string Noise(std::size_t size) {
   std::mt19937_64 random(size);
   std::string bytes(size, '\0');
@@ -36,7 +36,7 @@ std::string Noise(std::size_t size) {
   return bytes;
 }
 
-// Packs, and says what comes of it.
+// Packs and returns the outcome.
 std::string Pack(SimulatedHost& host, console::LogSink& log) {
   console::TransferProgress progress;
   ReportArchive archive(host.files, host.system, host.clock, log, progress);
@@ -136,8 +136,8 @@ TEST_F(ReportArchiveTest, PacksDumpsOfEverySmallSize) {
 
 int growing_log = -1;
 
-// The Core may still write to the log that is being packed. miniz gives up on such a file, and what
-// it wrote of it must not bury the archive's directory.
+// The Core may still write to the log that is being packed. miniz gives up on such a file; the
+// bytes that it wrote must not bury the archive's directory.
 TEST_F(ReportArchiveTest, LogThatGrowsWhileItIsPackedLeavesAReadableZip) {
   host_.PutFile(kDump, "dump");
   host_.PutFile("grow.log", Noise(2'000'000));
@@ -161,10 +161,10 @@ TEST_F(ReportArchiveTest, LogThatGrowsWhileItIsPackedLeavesAReadableZip) {
 TEST_F(ReportArchiveTest, DumpThatChangesWhileItIsPackedFailsTheRun) {
   struct Row {
     std::string before;
-    int read;  // the one before which it changes
+    int read;  // the dump changes before this one
     std::size_t after;
   };
-  // A dump that the monitor has only begun counts as whole when it is empty for good.
+  // A dump that the monitor has only begun counts as whole if it stays empty.
   for (const auto& [before, read, after] :
        {Row{Noise(300'000), 1, 70'000}, Row{Noise(300'000), 1, 300'004}, Row{"", 0, 4}}) {
     host_.PutFile(kDump, before);
@@ -189,7 +189,7 @@ TEST_F(ReportArchiveTest, TargetThatCannotBeOpenedFailsTheRun) {
                       "Error: file open failed"}));
 }
 
-// What goes wrong in one entry ends that entry alone.
+// An exception in one entry ends only that entry.
 TEST_F(ReportArchiveTest, ExceptionsEndInTheLog) {
   const auto explode = [](const fs::path&) { throw std::runtime_error("no memory"); };
   host_.PutFile(kDump, "dump");
@@ -229,7 +229,7 @@ TEST_F(ReportArchiveTest, ExceptionsEndInTheLog) {
            "[WARN] Exception during zip file cleanup: no memory"}));
 }
 
-// A disk that takes no more than so many bytes of one file.
+// A disk that accepts no more than so many bytes of one file.
 class DiskLimit {
  public:
   explicit DiskLimit(rlim_t bytes) : old_handler_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -279,7 +279,7 @@ TEST_F(ReportArchiveTest, FullDiskFailsTheRunWhereverItFills) {
   EXPECT_TRUE(Pack(paths));
 }
 
-// What the C library still held of the dump is gone with the write that failed.
+// The part of the dump in the C library's buffer is lost with the write that failed.
 TEST_F(ReportArchiveTest, RoomThatComesBackTooLateFailsTheRun) {
   const std::string bytes = Noise(400'000);
   host_.PutFile(kDump, bytes);

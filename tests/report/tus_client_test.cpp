@@ -1,9 +1,8 @@
-// Most of it is dialogues between the client and servers, stored as texts. Each begins with "##",
+// Most tests are dialogues between the client and servers, stored as texts. Each begins with "##",
 // its name and the size of the report in bytes. Lines with "<" are played as the server's answers,
 // each when the next request has come: a status, header lines and "=body", divided by " | "; other
-// words stand for what a server does that breaks the protocol. All else is what came of it: the
-// requests with ">", the log, and the end with "=". "~" is an answer whose request and log are of
-// no interest.
+// words name what a server does against the protocol. All else is the outcome: the requests with
+// ">", the log, and the end with "=". "~" is an answer whose request and log are of no interest.
 #include "report/upload/tus_client.h"
 
 #include <fmt/format.h>
@@ -30,13 +29,13 @@ using Words = std::vector<std::string>;
 
 const std::filesystem::path kReport = "dumps/r.zip";
 
-// The text with the server's address, which differs from run to run, replaced by a name.
+// Replaces the server's address, which differs from run to run, by a name.
 std::string WithoutPort(const std::string& text) {
   static const std::regex kAddress(R"(127\.0\.0\.1:\d+)");
   return std::regex_replace(text, kAddress, "server");
 }
 
-// Bytes that differ from place to place.
+// Returns bytes that differ from place to place.
 std::string Bytes(std::size_t size) {
   std::string bytes(size, '\0');
   for (std::size_t at = 0; at < size; ++at) bytes[at] = static_cast<char>(at * 7 + at / 251);
@@ -71,7 +70,7 @@ void Answer(ScriptedPeer& peer, const std::string& answer) {
   peer.Answer(status, words, body);
 }
 
-// The request with the headers that the protocol is about, and what its body is.
+// Returns the request with the protocol's headers and a description of its body.
 std::string Describe(const PeerRequest& request, const std::string& file) {
   std::string text = "> " + request.line;
   for (const char* name : {"Tus-Resumable", "Upload-Length", "Upload-Metadata", "Upload-Offset",
@@ -103,7 +102,7 @@ class Dialogue {
     Answer(peer_, answer.substr(2));
   }
 
-  // What was said, and how it ended.
+  // Returns what was said, and how it ended.
   std::string End() {
     const bool sent = peer_.Result();
     text_ += NewLog();
@@ -122,7 +121,7 @@ class Dialogue {
         fmt::format(" {} {:.1f}", progress_.ActivityLabel(), progress_.Percentage());
     if (!shown_.ends_with(now)) shown_ += now;
   }
-  // What was logged since the last call.
+  // Returns what was logged since the last call.
   std::string NewLog() {
     std::string text;
     const support::LogText lines = log_.Lines();
@@ -172,7 +171,7 @@ TEST(TusDialogues, ChunkByChunk) {
   ExpectDialogues("report/tus_dialogues/chunks.txt", 13);
 }
 
-// Serves one client to its end by the rules and gives what it has received.
+// Serves one client to its end by the rules and returns what it has received.
 std::string ServeWhole(ScriptedPeer& peer) {
   std::string held;
   while (const auto request = peer.Await()) {
@@ -189,7 +188,7 @@ std::string ServeWhole(ScriptedPeer& peer) {
   return held;
 }
 
-// Uploads, and says what came of it.
+// Uploads and returns the outcome.
 std::string Upload(SimulatedHost& host, console::LogSink& log, platform::Files& files) {
   console::TransferProgress progress;
   ScriptedPeer peer;

@@ -31,7 +31,7 @@ std::vector<ZipEntry> ReadZip(const std::filesystem::path& zip) {
 }
 
 void ExpectReadersAccept(const std::filesystem::path& zip, bool with_large_entries) {
-  // Large entries are unpacked once, by the quickest; the others find their way to them.
+  // Large entries are unpacked once, by the fastest program; the others only have to find them.
   const std::string command = fmt::format(
       "(unzip {} '{}' && 7z {} -bd '{}' && python3 -c 'import sys, zipfile; "
       "sys.exit(zipfile.ZipFile(sys.argv[1]).testzip() is not None)' '{}') >readers.txt 2>&1",

@@ -1,4 +1,4 @@
-// What a zip holds, and what programs that know nothing of us think of it.
+// Reads a zip and lets other people's programs judge it.
 #pragma once
 
 #include <filesystem>
@@ -17,11 +17,11 @@ struct ZipEntry {
   }
 };
 
-// The entries in their order. Fails the test where the zip cannot be read whole.
+// Returns the entries in their order. Fails the test if the zip cannot be read whole.
 [[nodiscard]] std::vector<ZipEntry> ReadZip(const std::filesystem::path& zip);
 
-// Fails the test where unzip, 7z or Python's zipfile find the smallest fault. Entries above 4 GiB
-// are unpacked by zipfile only, and 7z may warn: it does not like miniz's headers of those.
+// Fails the test if unzip, 7z or Python's zipfile find the smallest fault. Entries above 4 GiB are
+// unpacked by zipfile only, and 7z may warn: it does not like miniz's headers of those.
 void ExpectReadersAccept(const std::filesystem::path& zip, bool with_large_entries = false);
 
 }  // namespace vosk::report

@@ -148,7 +148,7 @@ TEST(SimulatedHost, EndlessLoopsRunOutOfCallsAndOutOfTime) {
       "3600 s");
 }
 
-// A product in miniature: moves a file and tells whether that worked.
+// A product in miniature: moves a file and returns whether that worked.
 bool MoveReport(SimulatedHost& host) {
   const auto there = host.files.Exists("report.zip");
   if (!there || !*there) return false;

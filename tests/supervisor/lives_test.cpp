@@ -1,4 +1,4 @@
-// What a life's log does not tell: VOSK's answer to a question, its end, and its screen.
+// Checks what a life's log does not show: VOSK's answer to a question, its end, and its screen.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -92,7 +92,7 @@ TEST(Supervisor, PutsTheModulesOfTheCoreIntoAReport) {
       HasSubstr("ucrtbase.dll"));
 }
 
-// The menu, the log and the status bar, in a window that becomes lower.
+// Shows the menu, the log and the status bar, in a window that becomes lower.
 TEST(Supervisor, ShowsWhatTheOperatorDoes) {
   CheckedHost host;
   host.Furnish();

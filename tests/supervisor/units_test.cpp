@@ -1,4 +1,4 @@
-// What no life comes across, asked of the units themselves.
+// Tests on the units themselves what no life comes across.
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
@@ -51,7 +51,7 @@ TEST(HostInfoSelfTest, TellsHowItWent) {
 }
 
 // A supervisor in the middle of its work, as far as an update and a restart see it. There is no
-// package, so that every update ends early.
+// package, so every update ends early.
 struct Work {
   Work() {
     services.log.OpenLogFile();

@@ -9,7 +9,8 @@ namespace vosk::support {
 // Tests speak of the simulated machine as of their own.
 using namespace simulation;  // NOLINT(google-build-using-namespace)
 
-// A simulated host at whose end the test fails where anything was left open or a budget exceeded.
+// A simulated host that fails the test at its end if anything was left open or a budget was
+// exceeded.
 class CheckedHost : public SimulatedHost {
  public:
   ~CheckedHost() {

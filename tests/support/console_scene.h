@@ -17,20 +17,20 @@ class ConsoleScene {
  public:
   ConsoleScene(int columns, int rows);
 
-  // What start-up does with the console once it knows what the console accepts.
+  // Does what start-up does with the console once it knows what the console accepts.
   void LayOut();
-  // The same, led by the boot animation.
+  // Does the same after the boot animation.
   void Start();
-  // What each cycle of the monitoring loop does with the console.
+  // Does what each cycle of the monitoring loop does with the console.
   void Cycle();
   void OpenMenu(int selection);
   void CloseMenu();
-  // The operator drags the window to another size.
+  // Drags the window to another size, as the operator does.
   void Resize(int columns, int rows);
-  // The log from the end of one Core to the hour of the next.
+  // Logs the time from the end of one Core to the first hour of the next.
   void LogCrashAndRelaunch();
 
-  // The terminal with all that was written so far.
+  // Returns the terminal with all that was written so far.
   Terminal& Shown();
 
   CheckedHost host;

@@ -9,8 +9,7 @@
 
 namespace vosk::support {
 
-// Downloads what the test says, without a server. It keeps the promise of the real one: what it
-// cannot fetch leaves no file.
+// Downloads what the test says, without a server. Like the real one, it leaves no file if it fails.
 class FakeDownloader : public net::Downloader {
  public:
   // Puts the answer at the destination, or returns false.

@@ -1,4 +1,4 @@
-// What tests say about the log of a simulated host.
+// Matchers for the log of a simulated host.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -8,7 +8,7 @@
 
 namespace vosk::support {
 
-// These lines stand in the log, whole and in this order; others may stand between them.
+// These lines are in the log, whole and in this order; others may be between them.
 class LogHasMatcher {
  public:
   using is_gtest_matcher = void;

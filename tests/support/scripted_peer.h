@@ -1,5 +1,5 @@
-// A server on loopback that says what the test tells it to, well-behaved or not. The test awaits
-// the next request, looks at it and answers, while the client runs in a thread of its own.
+// A server on loopback that sends what the test wants, well-behaved or not. The test awaits the
+// next request, looks at it and answers, while the client runs in a thread of its own.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@ struct PeerRequest {
   std::string headers;  // raw, with the line above them
   std::string body;
 
-  // A header's value, or nothing.
+  // Returns a header's value, or nothing.
   [[nodiscard]] std::optional<std::string> Header(const std::string& name) const;
 };
 
@@ -33,12 +33,12 @@ class ScriptedPeer {
 
   // Runs the client. Its end, or that of an earlier one, makes Await return nothing.
   void Run(std::function<bool()> client);
-  // Waits for the client's end and gives its result; what it threw, it throws again. Every request
-  // that still comes is turned away and fails the test.
+  // Waits for the client's end and returns its result, or throws what the client threw. Every
+  // request that still comes is turned away and fails the test.
   [[nodiscard]] bool Result();
 
-  // The next request with its body, or with its first `most_body` bytes only; the rest stays
-  // unread. Nothing when the client has ended. Fails the test after ten seconds.
+  // Returns the next request with its body, or with its first `most_body` bytes only; the rest
+  // stays unread. Returns nothing if the client has ended. Fails the test after ten seconds.
   [[nodiscard]] std::optional<PeerRequest> Await(std::size_t most_body = SIZE_MAX);
   // The same for a request that must come: fails the test if it is another one.
   PeerRequest Expect(const std::string& line, std::size_t most_body = SIZE_MAX);
@@ -46,11 +46,11 @@ class ScriptedPeer {
   // Answers with a status ("204 No Content"), header lines and a body of known length.
   void Answer(const std::string& status, const std::vector<std::string>& headers = {},
               const std::string& body = {});
-  // Sends bytes as they are; false once the client has hung up.
+  // Sends bytes as they are; returns false once the client has hung up.
   bool Send(const std::string& bytes);
   // Breaks the connection off.
   void Drop();
-  // Accepts no more connections and breaks off the one there is.
+  // Accepts no more connections and breaks off the present one.
   void GoDown();
 
  private:
@@ -66,8 +66,8 @@ class ScriptedPeer {
   std::future<bool> client_;
 };
 
-// A TLS server on loopback whose certificate nobody vouches for. It would answer any request with
-// 200 and a page, but no client should get that far.
+// A TLS server on loopback with an untrusted certificate. It would answer any request with 200 and
+// a page, but no client should get that far.
 class UnknownTlsServer {
  public:
   UnknownTlsServer();

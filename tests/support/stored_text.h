@@ -7,7 +7,7 @@
 namespace vosk::support {
 
 // Expects the text to be that of the file, which a person can read in a review. With the
-// environment variable VOSK_RENEW=1 the file takes the text instead. `file` is below tests/.
+// environment variable VOSK_RENEW=1 the text is stored in the file instead. `file` is below tests/.
 void ExpectStoredText(const std::filesystem::path& file, const std::string& text);
 
 }  // namespace vosk::support

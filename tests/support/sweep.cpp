@@ -40,13 +40,13 @@ struct RunOutcome {
   }
 };
 
-// Keeps the run's failures back, so that they can be told together with the fault behind them.
+// Holds the run's failures back, so that they are shown together with the fault behind them.
 void RunOnce(const Scenario& scenario, const std::optional<FaultRule>& rule, Duration from,
              RunOutcome& outcome) {
   const testing::ScopedFakeTestPartResultReporter reporter(
       testing::ScopedFakeTestPartResultReporter::INTERCEPT_ONLY_CURRENT_THREAD, &outcome.results);
   CheckedHost host;
-  // Drawing is the dearest part of a run, and least in a low window.
+  // Drawing takes most of a run's time, so the window is low.
   host.console.info.bottom = 3;
   if (rule && from == Duration(0)) host.choke.faults.Add(*rule);
   if (rule && from > Duration(0)) {
@@ -55,7 +55,7 @@ void RunOnce(const Scenario& scenario, const std::optional<FaultRule>& rule, Dur
   try {
     scenario(host);
   } catch (const BudgetExceeded&) {
-    // It has failed the test already.
+    // The failure has been counted already.
   } catch (const std::exception& escaped) {
     ADD_FAILURE() << "An exception escaped: " << escaped.what();
   }
@@ -103,7 +103,7 @@ void RepeatOne(const Scenario& scenario, const SweepLimits& limits, const std::s
   ADD_FAILURE() << "VOSK_FAULT=" << run << " names no kind of fault.";
 }
 
-// Whether the scenario passes with nothing failing, and makes the same calls each time.
+// Returns whether the scenario passes with nothing failing, and makes the same calls each time.
 bool PassesClean(const Scenario& scenario) {
   RunOutcome clean;
   RunOnce(scenario, std::nullopt, Duration(0), clean);

@@ -17,22 +17,23 @@ class Terminal {
   Terminal& operator=(const Terminal&) = delete;
 
   void Write(std::string_view bytes);
-  // Keeps what stands in the upper left, as far as it fits.
+  // Keeps the upper left part, as far as it fits.
   void Resize(int columns, int rows);
 
   [[nodiscard]] int Columns() const { return columns_; }
   [[nodiscard]] int Rows() const { return rows_; }
-  // The row's text without the blanks at its end.
+  // Returns the row's text without the blanks at its end.
   [[nodiscard]] std::string RowText(int row) const;
-  // One letter for each column: the colour of the character, capital where it is bold; '.' for the
-  // terminal's own colour, a blank where nothing is to be seen, '?' for what VOSK never uses.
+  // Returns one letter for each column: the colour of the character, a capital if it is bold; '.'
+  // for the terminal's own colour, a blank if there is nothing to see, '?' for what VOSK never
+  // uses.
   [[nodiscard]] std::string RowInk(int row) const;
-  // The backgrounds of a row that are not the terminal's own: "blue from 1 to 80".
+  // Returns the backgrounds of a row that are not the terminal's own: "blue from 1 to 80".
   [[nodiscard]] std::string RowBackground(int row) const;
   [[nodiscard]] int CursorRow() const { return Cursor().row + 1; }
   [[nodiscard]] int CursorColumn() const { return Cursor().col + 1; }
   [[nodiscard]] bool CursorVisible() const { return cursor_visible_; }
-  // How many rows have left the screen over its top.
+  // Returns how many rows have scrolled off the top of the screen.
   [[nodiscard]] int RowsScrolledOff() const { return rows_scrolled_off_; }
 
  private:
@@ -50,7 +51,7 @@ class Terminal {
   int rows_scrolled_off_ = 0;
 };
 
-// The whole screen as plain text that a person can read.
+// Returns the whole screen as plain text that a person can read.
 [[nodiscard]] std::string ScreenText(const Terminal& terminal);
 
 // Expects the screen that is stored as tests/console/screens/NAME.txt.

@@ -19,7 +19,7 @@ using Lines = std::vector<std::string>;
 
 struct Run {
   Lines lines;        // the log, then how it ended
-  std::string fault;  // which call failed; empty: none did
+  std::string fault;  // which call failed; empty if none did
 };
 
 struct Way {
@@ -64,8 +64,8 @@ Run RunOnce(const TranscribedScene& scene, const std::optional<Way>& way) {
   return run;
 }
 
-// The lines that only one of the two has, in their order: "- " from the first, "+ " from the
-// second.
+// Returns the lines that only one of the two has, in their order: "- " from the first, "+ " from
+// the second.
 Lines Difference(const Lines& before, const Lines& after) {
   const std::size_t rows = before.size();
   const std::size_t columns = after.size();

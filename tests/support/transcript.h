@@ -1,4 +1,4 @@
-// What a capability does when each of its calls to the system fails, as a text that a person reads.
+// Stores what a capability does when each of its calls to the system fails, as a readable text.
 #pragma once
 
 #include <filesystem>
@@ -13,7 +13,7 @@ namespace vosk::support {
 struct TranscribedScene {
   // Sets the scene; nothing fails here.
   std::function<void(simulation::SimulatedHost&)> arrange = [](simulation::SimulatedHost&) {};
-  // Runs the capability and says how it ended: its result, the files that it left. One line or
+  // Runs the capability and returns how it ended: its result, the files that it left. One line or
   // more.
   std::function<std::string(simulation::SimulatedHost&, console::LogSink&)> act;
 };

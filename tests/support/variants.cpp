@@ -12,14 +12,14 @@ namespace {
 
 using simulation::LogText;
 
-// Bytes that are no ASCII are spelled out, so that the stored text stays readable.
+// Bytes that are not ASCII are spelled out, so that the stored text stays readable.
 std::string Line(std::string_view mark, const std::string& line) {
   std::string text = fmt::format("  {}", mark);
   for (const char c : line) text += c > 0 ? std::string(1, c) : fmt::format("\\x{:02x}", c & 0xff);
   return text + '\n';
 }
 
-// How many lines of both from there on agree, in their order.
+// Counts how many lines of both agree from there on, in their order.
 class Agreement {
  public:
   Agreement(const LogText& before, const LogText& after)

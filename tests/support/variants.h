@@ -1,4 +1,4 @@
-// One scene in many variants, as a text that a person reads.
+// Stores one scene in many variants as a readable text.
 #pragma once
 
 #include <filesystem>
@@ -10,11 +10,11 @@ namespace vosk::support {
 
 class Variants {
  public:
-  // What happened in a variant: its log, and how it ended, in one line or more.
+  // Adds what happened in a variant: its log, and how it ended, in one line or more.
   void Add(const std::string& name, simulation::LogText log, const std::string& end);
 
-  // The stored text (see ExpectStoredText) has the first variant whole and of every other one what
-  // differs from it; of lines that are missing in a row only the first is named.
+  // The stored text (see ExpectStoredText) has the first variant whole and the differences of every
+  // other one; if several lines in a row are missing, only the first is named.
   void Expect(const std::filesystem::path& file) const;
 
  private:

@@ -34,7 +34,7 @@ TEST(Utf, LoneSurrogatesGiveTheSystemsNumberOrAMarker) {
 
 TEST(Utf, MalformedBytesBecomeReplacements) {
   const std::pair<std::string, std::u16string> rows[] = {
-      {"a\x80z", u"a\uFFFDz"},                  // a continuation without a lead
+      {"a\x80z", u"a\uFFFDz"},                  // a continuation byte without a lead byte
       {"\xC3", u"\uFFFD"},                      // cut off
       {"\xE6\x97", u"\uFFFD\uFFFD"},            // cut off later
       {"\xC3(", u"\uFFFD("},                    // the next character is kept

@@ -15,7 +15,7 @@ using support::ZipBytes;
 const fs::path kZip = "package.zip";
 const fs::path kTarget = "out/program.exe";
 
-// Text that packs well, but not to nothing.
+// Returns text that packs well, but not to nothing.
 std::string Program() {
   std::string bytes;
   for (int n = 0; n < 20'000; ++n) bytes += std::to_string(n * n);
@@ -31,7 +31,7 @@ class ZipReaderTest : public testing::Test {
     host_.PutFile(kZip, archive);
     ZipReader reader(host_.files);
     if (const auto opened = reader.Open(kZip); !opened) return "cannot open: " + opened.error();
-    // The reader remembers a name that it did not find; no later error is to be mistaken for it.
+    // The reader remembers a name that it did not find; no later error may be mistaken for it.
     EXPECT_FALSE(reader.Locate("no such member"));
     const auto extracted = reader.ExtractToFile(reader.Locate(member).value(), kTarget);
     return extracted ? "done" : extracted.error();
@@ -57,12 +57,12 @@ TEST_F(ZipReaderTest, WritesTheMemberToTheFileThatTheCallerNames) {
 
 TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
   const std::string whole = ZipBytes({{"program.exe", Program()}, {"folder/", ""}});
-  // The local header and the name stand before the compressed bytes.
+  // The local header and the name come before the compressed bytes.
   constexpr std::size_t kBytes = 30 + 11;
   const auto with = [&whole](std::size_t at, std::string_view bytes) {
     return std::string(whole).replace(at, bytes.size(), bytes);
   };
-  // Within the directory's entry: flags, checksum and sizes.
+  // These are in the directory's entry: flags, checksum and sizes.
   const std::size_t entry = whole.find("PK\1\2");
   const std::string undone = "decompression failed or archive is corrupted";
   const std::tuple<std::string, std::string, std::string> rows[] = {
@@ -90,7 +90,7 @@ TEST_F(ZipReaderTest, BrokenArchivesLeaveNoFile) {
 }
 
 TEST_F(ZipReaderTest, TellsWhereTheDiskIsFullAndClearsAway) {
-  // Little stays in the C library's buffer until the file is closed.
+  // A short text stays in the C library's buffer until the file is closed.
   for (const auto& [bytes, outcome] :
        {std::pair<std::string, std::string>{"x", "file close failed"},
         {Program(), "write callback failed"}}) {

@@ -8,7 +8,7 @@
 //
 // "start" prints "pid N" when the program runs and "exit N" when it has ended. "press" presses keys
 // in the console of a running program; each is one character or one of the words up, down, enter.
-// "read" prints what stands in the window of that title: the texts of its parts.
+// "read" prints the texts of the parts of the window with that title.
 #include <windows.h>
 
 #include <cstdio>
@@ -28,7 +28,7 @@ struct Order {
   std::optional<std::wstring> directory;
 };
 
-// Takes one option with its value from the front of the arguments; false for an unknown one.
+// Takes one option with its value from the front of the arguments; returns false if it is unknown.
 bool TakeOption(std::wstring_view name, const wchar_t* value, Order& order) {
   if (name == L"--out") {
     order.out = value;
@@ -54,7 +54,7 @@ std::optional<Order> Parse(int count, wchar_t** arguments) {
     if (!TakeOption(arguments[i], arguments[i + 1], order)) return std::nullopt;
     i += 2;
   }
-  // Arguments in quotes; none that the drivers pass holds a quote of its own.
+  // Arguments are quoted; none that the drivers pass contains a quote.
   for (++i; i < count; ++i) {
     if (!order.command_line.empty()) order.command_line += L' ';
     order.command_line += L'"' + std::wstring(arguments[i]) + L'"';
@@ -87,7 +87,7 @@ std::optional<PROCESS_INFORMATION> Start(Order order) {
   return process;
 }
 
-// A key by its name or its character, going down; no character for an arrow.
+// Returns the key-down event for a name or a character; an arrow has no character.
 KEY_EVENT_RECORD KeyOf(std::wstring_view name) {
   KEY_EVENT_RECORD key{};
   key.bKeyDown = TRUE;
@@ -103,7 +103,7 @@ KEY_EVENT_RECORD KeyOf(std::wstring_view name) {
   return key;
 }
 
-// Presses keys in the console of a process. False with a message when that fails.
+// Presses keys in the console of a process. Prints a message and returns false if that fails.
 bool PressKeys(DWORD pid, std::span<wchar_t*> names) {
   FreeConsole();
   if (!AttachConsole(pid)) {
@@ -139,7 +139,7 @@ BOOL CALLBACK PrintText(HWND part, LPARAM) {
   constexpr UINT kLimitMilliseconds = 5000;
   wchar_t text[2048] = L"";
   DWORD_PTR length = 0;
-  // By message: the part belongs to another program.
+  // Asks by message, because the part belongs to another program.
   SendMessageTimeoutW(part, WM_GETTEXT, std::size(text), reinterpret_cast<LPARAM>(text),
                       SMTO_ABORTIFHUNG, kLimitMilliseconds, &length);
   char utf8[3 * std::size(text)] = "";

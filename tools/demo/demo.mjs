@@ -1,5 +1,5 @@
 // Shows VOSK's main job on real input: a crash becomes a report on the collection server.
-// scripts/demo prepares what this needs. Exit status 0 only when every step was seen.
+// scripts/demo prepares what this needs. The exit status is 0 only if every step was seen.
 //
 // usage: demo.mjs [--keep | --stop]
 import { spawn } from 'node:child_process';
@@ -31,7 +31,7 @@ async function startServer() {
   return server.pid;
 }
 
-// Ends what this demo, or the kept one that the state file tells of, has started.
+// Ends what this demo has started, or the kept one that the state file describes.
 async function tearDown({ machine, serverPid }) {
   if (machine) await machine.stop();
   if (serverPid && (await serverRuns(serverPid))) process.kill(serverPid);
@@ -62,7 +62,7 @@ async function stopKept() {
 const recordsIn = async (folder) =>
   (await readdir(folder).catch(() => [])).filter((name) => name.endsWith('.upload.json'));
 
-// VOSK packs the Core's logs only when their directory exists at its start.
+// VOSK packs the Core's logs only if their directory exists at its start.
 async function runCoreOnce(machine) {
   await orderCore(siteFolder, 'wait 1000\nexit 0');
   const core = await startCore(machine, siteFolder);

@@ -1,4 +1,4 @@
-// Looks at one report as it lies on the collection server.
+// Looks at one report on the collection server.
 import { readFile } from 'node:fs/promises';
 import path from 'node:path';
 

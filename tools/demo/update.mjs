@@ -1,5 +1,5 @@
 // Shows an update on real input: a newer release is published while the Core runs, and VOSK
-// replaces the Core and itself. scripts/demo prepares what this needs. Exit status 0 only when
+// replaces the Core and itself. scripts/demo prepares what this needs. The exit status is 0 only if
 // every step was seen.
 import { existsSync } from 'node:fs';
 import { mkdir, readFile, rm } from 'node:fs/promises';
@@ -24,7 +24,7 @@ async function tearDown({ machine, site }) {
   if (site) await site.close();
 }
 
-// One release, its Core and its VOSK, on a machine where the Core has begun to run.
+// Installs one release, its Core and its VOSK, and lets the Core begin to run.
 async function prepare(stage) {
   narrate('Setting the stage below build/demo/: a Wine prefix with a private display, and on this',
     'machine the sites that VOSK asks over HTTPS: version service, package, ProcDump.');

@@ -1,5 +1,5 @@
-// Draws the floors of src/ as a picture: a box for each folder, a line for each passage that its
-// includes take. Lines to console/, text/ and platform/, which nearly everybody uses, are thin.
+// Draws the floors of src/ as a picture: a box for each folder, a line from each folder to those
+// that it includes. Lines to console/, text/ and platform/, which nearly everybody uses, are thin.
 import { floorOf, floors, passages } from './floors.mjs';
 
 const width = 860;
@@ -34,7 +34,7 @@ export function drawFloors() {
     const start = placeOf(from);
     const end = placeOf(to);
     const thin = everywhere.includes(to);
-    // A line past a whole floor swings around the boxes that stand in its way.
+    // A line past a whole floor swings around the boxes in its way.
     const swing = (floorOf(to) - floorOf(from) - 1) * (start.x <= width / 2 ? -34 : 34);
     const middle = { x: (start.x + end.x) / 2 + swing, y: (start.y + box.height + end.y) / 2 };
     parts.push(`<path class="${thin ? 'thin' : 'thick'}" d="M${start.x} ${start.y + box.height}Q${middle.x} ${middle.y} ${end.x} ${end.y}"/>`);

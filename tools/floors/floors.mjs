@@ -1,4 +1,4 @@
-// The floors of src/ and what leads from one to the other, read from the #include lines.
+// The floors of src/ and their connections, read from the #include lines.
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 
@@ -27,7 +27,7 @@ export function sources() {
 export function passages() {
   const found = new Map();
   for (const path of sources()) {
-    // The Windows side stands behind the seam; nothing above knows it.
+    // The Windows side is behind the seam; nothing above knows it.
     if (path.startsWith('src/platform/windows/')) continue;
     const from = path.split('/')[1];
     for (const included of includes(path)) {

@@ -20,16 +20,16 @@ using simulation::FaultKind;
 
 namespace {
 
-// As long as VOSK itself waits between two questions to the version service.
+// This is also the time between VOSK's questions to the version service.
 constexpr Duration kLeap = 5min;
 constexpr Duration kBootTime = 60s;
-// The system writes to the disk what is older than this.
+// The system writes everything older than this to the disk.
 constexpr Duration kUnsettled = 30s;
 constexpr Duration kTaskRestart = 10s;
 constexpr Duration kRestartAfterGivingUp = 60s;
 constexpr std::uint32_t kAccessViolation = 0xC0000005;
 
-// Keys as the C runtime gives them; an arrow is a prefix and a code.
+// Keys as the C runtime returns them; an arrow is a prefix and a code.
 constexpr int kEnter = 13;
 constexpr int kArrow = 224;
 constexpr int kDown = 80;
@@ -86,7 +86,7 @@ Life::Life() {
   host.Furnish();
   host.FurnishWindows();
   const std::string core = text::WideToUtf8(identity::kCoreExecutable);
-  // The installer sees to it that what it has installed outlives a power cut.
+  // The installer makes sure that its files survive a power cut.
   host.installer.on_installed = [this](const simulation::SimProduct&) { host.Settle(); };
   host.processes.SetProgram(core, [this](simulation::SimProcess& self) { RunCore(self); });
 }
@@ -100,7 +100,7 @@ std::string Life::VersionOf(const fs::path& file) const {
   return {};
 }
 
-// A Core of a release says in its version file which one it is.
+// A Core of a release writes its version into its version file.
 void Life::RunCore(simulation::SimProcess& core) {
   core.modules = {{"C:/Windows/System32/ucrtbase.dll"}, {"C:/Windows/System32/msvcp140.dll"}};
   const std::string version =
@@ -236,7 +236,7 @@ void Life::StartAgainAfter(Duration pause) {
   host.VoskBegins();
 }
 
-// Whole, as it was made or installed.
+// Returns whether the file is whole, as it was made or installed.
 bool Life::IsProgram(const fs::path& file) const {
   return host.ReadFile(file) == "MZ" || !VersionOf(file).empty();
 }

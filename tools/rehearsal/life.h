@@ -12,7 +12,7 @@
 
 namespace vosk::rehearsal {
 
-// One call that fails, or at which VOSK or everything ends; "killed:17" is the 17th.
+// One call that fails, or at which VOSK or everything ends; "killed:17" means the 17th.
 struct Fault {
   simulation::FaultRule rule;
   simulation::AfterPowerCut after_power_cut = simulation::AfterPowerCut::whole;
@@ -25,37 +25,38 @@ struct Fault {
 
 class Life {
  public:
-  // A machine as an operator has it: the Core, VOSK and the dump monitor in the Core's directory,
-  // nothing installed by the installer. The window is low, because drawing is the dearest part.
+  // Makes a machine as an operator has it: the Core, VOSK and the dump monitor in the Core's
+  // directory, nothing installed by the installer. The window is low, because drawing takes most of
+  // the time.
   Life();
 
-  // Release `version` is installed, and says so in its version file.
+  // Installs release `version`, whose Core writes it into its version file.
   void InstallRelease(const std::string& version);
-  // The version service tells of the release, and its package can be downloaded.
+  // Publishes the release: the version service names it, and its package can be downloaded.
   void PublishRelease(const simulation::SimPackage& package);
-  // The Cores of this release end with an access violation after this time.
+  // Lets the Cores of this release end with an access violation after this time.
   void MakeCrashing(const std::string& version, Duration after) { crashing_[version] = after; }
 
-  // Something that happens after this time.
+  // Plans something for this time.
   void At(Duration time, std::function<void(Life&)> happening);
-  // Everything ends; what was written in the half minute before is whole, cut short or empty.
+  // Ends everything; files of the half minute before are then whole, cut short or empty.
   void CutPowerAt(Duration time, simulation::AfterPowerCut unsettled);
   void KillVosk();
   void OperatorQuits();
-  // The menu's item, counted from 1.
+  // Chooses an item of the menu, counted from 1.
   void OperatorChooses(int item);
-  // Where no VOSK.exe is left, somebody notices and puts one there after this time. Without it the
-  // life ends there.
+  // If no VOSK.exe is left, somebody notices and puts one there after this time. Without this call
+  // the life ends there.
   void PutVoskBackAfter(Duration time) { put_back_after_ = time; }
-  // As FaultsFromText gives them; they count and hit calls between these times.
+  // Adds faults from FaultsFromText; they count and hit calls between these times.
   void Add(const std::vector<Fault>& faults, Duration from = Duration(0),
            Duration to = Duration::max());
 
-  // Lives until this time or until the operator has quit. Whoever ends otherwise is started again,
-  // as a scheduled task does it.
+  // Lives until this time or until the operator has quit. If VOSK ends otherwise, it is started
+  // again, as by a scheduled task.
   void Run(Duration until);
 
-  // How it stands now, for people and for stored texts.
+  // Returns the present state, for people and for stored texts.
   [[nodiscard]] std::string EndState();
   [[nodiscard]] bool FaultWasHit() const { return !host.choke.faults.Fired().empty(); }
 

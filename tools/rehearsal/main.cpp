@@ -80,7 +80,7 @@ int Rehearse(const Wish& wish) {
     life.witness.on_line = [](std::string_view line) { fmt::print("{}\n", line); };
   }
   life.Run(script.Length());
-  // The whole terminal is the reader's again.
+  // Gives the whole terminal back to the reader.
   if (wish.watch > 0) fmt::print("\x1b[r\x1b[999;1H\n");
   fmt::print("\n--- how it ended ---\n{}", life.EndState());
   for (const auto& fired : life.host.choke.faults.Fired()) {
@@ -105,7 +105,7 @@ int SweepAll(const Wish& wish) {
   return broken ? kBroken : kKept;
 }
 
-// Each broken promise with the lines before it.
+// Prints each broken promise with the lines before it.
 void ShowWhatLedToBreaks(Life& life, std::deque<std::string>& lines) {
   constexpr std::size_t kLines = 40;
   life.witness.on_line = [&lines](std::string_view line) {

@@ -16,7 +16,7 @@ constexpr std::uint32_t kAccessViolation = 0xC0000005;
 constexpr std::uint64_t kPlenty = std::uint64_t{100} << 30;
 constexpr std::uint64_t kTooLittle = std::uint64_t{1} << 30;
 
-// Calls that a real machine refuses now and then, each with a code that it refuses them with.
+// Calls that a real machine refuses now and then, each with the code of the refusal.
 constexpr std::pair<std::string_view, std::uint32_t> kRefusals[] = {
     {"processes.Open", 5},
     {"processes.Start", 8},
@@ -54,14 +54,14 @@ class Year {
     return least + Below(most - least + 1);
   }
   bool OneIn(std::int64_t chances) { return Below(chances) == 0; }
-  // Not in the first minutes, so that every life begins.
+  // Spares the first minutes, so that every life begins.
   Duration SomeTime() { return Duration(Between(600'000, kYear.count() - 3'600'000)); }
   template <typename Happening>
   void Times(std::int64_t count, Happening happening) {
     for (std::int64_t n = 0; n < count; ++n) happening(SomeTime());
   }
 
-  // From a few a year to several a day, some of them in bursts.
+  // Draws from a few crashes a year to several a day, some of them in bursts.
   void Crashes() {
     const std::int64_t rate = std::array{4, 20, 60, 200}[static_cast<std::size_t>(Below(4))];
     Times(rate, [this](Duration at) {
@@ -93,7 +93,7 @@ class Year {
       const auto& [call, code] = kRefusals[static_cast<std::size_t>(Below(std::size(kRefusals)))];
       const auto times = static_cast<int>(Between(1, 4));
       life_.At(at, [=](Life& there) { there.host.FailNext(std::string(call), code, times); });
-      // Most of them meet a crash.
+      // Most of them happen during a crash.
       if (!OneIn(4)) life_.At(at + 1s, [](Life& there) { there.host.CoreExits(kAccessViolation); });
     });
   }
@@ -129,7 +129,7 @@ class Year {
     });
     Times(Between(0, 6),
           [this](Duration at) { life_.At(at, [](Life& there) { there.KillVosk(); }); });
-    // Some of each in the middle of a report.
+    // Some of each happen in the middle of a report.
     Times(Between(0, 4), [this](Duration at) {
       life_.At(at, [](Life& there) { there.host.CoreExits(kAccessViolation); });
       const Duration later = at + Duration(Between(0, 20'000));
@@ -157,7 +157,7 @@ void DrawYear(Life& life, unsigned seed) {
   life.host.clock.SetLeap(30min);
   life.PutVoskBackAfter(24h);
   life.host.InstallMonitor({.dump_size = 4'000});
-  // Nobody looks, and drawing is the dearest part.
+  // Nobody looks, and drawing takes most of the time.
   life.host.console.Redirect(platform::StandardStream::output, simulation::StreamTarget::missing);
   life.host.console.Redirect(platform::StandardStream::error, simulation::StreamTarget::missing);
   Year(life, seed).Draw();

@@ -7,7 +7,7 @@ namespace vosk::rehearsal {
 
 // Fills a fresh life with a year of what machines go through: crashes, now rare, now in bursts;
 // refused calls; servers that are down or slow; disks that fill up; bad releases; power cuts;
-// clocks that are set. The same seed draws the same year.
+// clocks that jump. The same seed draws the same year.
 void DrawYear(Life& life, unsigned seed);
 
 inline constexpr Duration kYear = std::chrono::hours(365 * 24);

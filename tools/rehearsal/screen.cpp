@@ -18,7 +18,7 @@ void WatchScreen(Life& life, double speed) {
   life.host.console.on_write = [](std::string_view text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
   };
-  // Where a program of Windows sets the cursor by a call, a terminal wants a sequence.
+  // Windows programs set the cursor by a call, a terminal needs a sequence.
   life.host.console.on_cursor = [](int column, int row) {
     std::printf("\x1b[%d;%dH", row + 1, column + 1);
   };

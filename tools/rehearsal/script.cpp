@@ -19,7 +19,7 @@ using simulation::StreamTarget;
 
 namespace {
 
-// Where the simulated machine's local clock stands when a life begins.
+// The simulated machine's local time when a life begins.
 constexpr Duration kTimeOfBeginning = 9h;
 constexpr Duration kDay = 24h;
 constexpr std::uint32_t kAccessViolation = 0xC0000005;
@@ -56,7 +56,7 @@ bool& ServerNamed(Life& life, const std::string& name) {
   return life.servers.downloads_up;
 }
 
-// The running monitors of the future leave at once, or do their work.
+// Sets whether future monitors end at once or do their work.
 void SetMonitor(Life& life, simulation::MonitorBehaviour behaviour) {
   life.host.InstallMonitor(behaviour);
 }
@@ -102,7 +102,7 @@ class Vocabulary {
     const std::regex compiled(pattern);
     all.push_back({std::move(pattern), std::move(meaning), compiled, std::move(deed)});
   }
-  // A deed that needs nothing of its words.
+  // Adds a sentence whose deed needs none of its words.
   void AddPlain(std::string pattern, std::string meaning, void (*deed)(Life&)) {
     Add(std::move(pattern), std::move(meaning), [deed](const Words&) { return deed; });
   }
@@ -110,7 +110,7 @@ class Vocabulary {
   std::vector<Sentence> all;
 };
 
-// What is not as it usually is when VOSK begins.
+// Adds the sentences for what differs from the usual when VOSK begins.
 void AddScenes(Vocabulary& add) {
   add.Add("VOSK stands in '(.+)'", "with its dump monitor, and not beside the Core",
           [](const Words& words) {
@@ -170,7 +170,7 @@ void AddOddities(Vocabulary& add) {
   });
 }
 
-// What the machine is like.
+// Adds the sentences about the machine.
 void AddMachine(Vocabulary& add) {
   add.AddPlain("no Core", "no Core is installed", [](Life&) {
     std::filesystem::remove(text::PathFromUtf8(identity::kDefaultTargetPath));
@@ -347,10 +347,10 @@ void Script::SetDeed(Event& event, const std::string& sentence) {
 }
 
 void Script::Apply(Life& life) const {
-  // So that the life passes in full there, whether or not it is swept.
+  // This lets the life pass in full there, whether or not it is swept.
   life.At(sweep_from_, [](Life&) {});
   for (const Event& event : events_) {
-    // What has no time is the scene.
+    // Events without a time set the scene.
     const bool now = event.at == Duration(0) || event.planned_ahead;
     now ? event.deed(life) : life.At(event.at, event.deed);
   }

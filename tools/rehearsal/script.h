@@ -1,4 +1,4 @@
-// A life as a plain text: what the machine is like, and what happens when.
+// A life as a plain text: the machine, and what happens when.
 #pragma once
 
 #include <filesystem>
@@ -10,7 +10,7 @@
 
 namespace vosk::rehearsal {
 
-// The line that is no sentence of a life, and why.
+// The error for a line that is no sentence of a life.
 struct ScriptError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
@@ -23,14 +23,14 @@ class Script {
 
   // Sets the scene of a fresh life and lets everything happen in its time.
   void Apply(Life& life) const;
-  // The time of the last line, which has to be "end" or "operator quits" and its shutdown.
+  // Returns the time of the last line, which must be "end" or "operator quits" with its shutdown.
   [[nodiscard]] Duration Length() const { return length_; }
-  // The stretch in which sweeps hit calls, between "sweep from here" and "sweep to here"; all of
-  // the life, where nothing is said.
+  // The stretch in which sweeps hit calls, between "sweep from here" and "sweep to here"; the whole
+  // life, if nothing is said.
   [[nodiscard]] Duration SweepFrom() const { return sweep_from_; }
   [[nodiscard]] Duration SweepTo() const { return std::min(sweep_to_, length_); }
 
-  // Every sentence that a life may hold, a line each, for the help text.
+  // Returns every sentence that a life may hold, a line each, for the help text.
   [[nodiscard]] static std::string Sentences();
 
  private:
@@ -38,7 +38,7 @@ class Script {
   struct Event {
     Duration at{0};
     Deed deed;
-    bool planned_ahead = false;  // sees to its time itself
+    bool planned_ahead = false;  // it handles its time itself
   };
   void ReadLine(const std::string& line);
   void SetDeed(Event& event, const std::string& sentence);

@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A status line every 15 s, which quiet stretches that pass in leaps leave out.
+// VOSK logs a status line every 15 s, which leaps over quiet stretches leave out.
 constexpr std::uint64_t kStatusLineBytes = 108;
 constexpr Duration kStatusLineInterval = 15s;
 

@@ -1,4 +1,4 @@
-// What many lives amount to.
+// Sums up many lives.
 #pragma once
 
 #include <optional>
@@ -20,13 +20,13 @@ class Summary {
  public:
   void Add(LivedYear year) { years_.push_back(std::move(year)); }
 
-  // Core's availability, longest time down and its reason, crashes, reports, updates, log, disk,
-  // requests; then every broken promise with the seed of a life that shows it.
+  // Returns the Core's availability, longest time down and its reason, crashes, reports, updates,
+  // log, disk, requests; then every broken promise with the seed of a life that shows it.
   [[nodiscard]] std::string Table() const;
-  // A life with a broken promise, else the one whose Core was down longest.
+  // Returns a life with a broken promise, or else the one whose Core was down longest.
   [[nodiscard]] unsigned WorstSeed() const;
   [[nodiscard]] bool EveryPromiseKept() const;
-  // How long the Cores were down at a time, and how available they were: a picture as SVG.
+  // Returns an SVG picture of how long the Cores were down at a time and how available they were.
   [[nodiscard]] std::string Picture() const;
 
  private:

@@ -60,7 +60,7 @@ std::vector<int> CallsToHit(const Script& script, const std::string& kind) {
   std::string before;
   for (std::size_t at = 0; at < calls.size(); ++at) {
     const std::string call = calls[at].operation + ' ' + calls[at].subject;
-    // Where VOSK ends, what stands between two calls of one kind in a row is the same machine.
+    // If VOSK ends at one of several equal calls in a row, the machine is the same.
     const bool repeated = ends_vosk ? call == before : seen[call]++ >= kRepetitionsHit;
     before = call;
     if (!repeated) numbers.push_back(static_cast<int>(at) + 1);

@@ -1,4 +1,4 @@
-// A life again and again, each time with another call of VOSK's hit.
+// Runs a life again and again, each time with another call of VOSK's hit.
 #pragma once
 
 #include <functional>
@@ -21,22 +21,22 @@ struct SweepResult {
   std::vector<SweepBreak> breaks;
 };
 
-// The ways in which a call can be hit: a refusal, another refusal, a refusal after the effect, a
-// file that breaks while it is read, VOSK killed, the power cut (files whole, cut short and empty
-// in turn).
+// Returns the ways in which a call can be hit: a refusal, another refusal, a refusal after the
+// effect, a file that breaks while it is read, VOSK killed, the power cut (files whole, cut short
+// and empty in turn).
 [[nodiscard]] const std::vector<std::string>& SweepKinds();
 
-// Which of a life's calls a sweep of that kind hits: all that can be, but those that a quiet cycle
-// repeats only a few times.
+// Returns which of a life's calls a sweep of that kind hits: all that can be hit, but calls that a
+// quiet cycle repeats only a few times.
 [[nodiscard]] std::vector<int> CallsToHit(const Script& script, const std::string& kind);
 
-// One run for each of them.
+// Makes one run for each of them.
 [[nodiscard]] SweepResult Sweep(const Script& script, const std::string& kind);
 
-// Runs with two calls hit, in whatever ways; the seed decides which.
+// Makes runs with two calls hit in any way; the seed decides which.
 [[nodiscard]] SweepResult SweepPairs(const Script& script, int runs, unsigned seed);
 
-// One run with these faults; what it broke.
+// Makes one run with these faults and returns what it broke.
 [[nodiscard]] std::vector<BrokenPromise> RunWithFaults(const Script& script,
                                                        const std::string& faults);
 

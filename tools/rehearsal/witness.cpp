@@ -31,7 +31,7 @@ constexpr std::u16string_view kMonitors[] = {u"procdump64.exe", u"procdump.exe"}
 
 constexpr std::string_view kHalt = "Storage space not sufficient. Halting VOSK Operations.";
 
-// Lines of warning that belong to a crash and its report, and stand in nobody's way.
+// Warnings that belong to a crash and its report and are no obstacle.
 constexpr std::string_view kOrdinaryWarnings[] = {
     "Previously monitored target process", "Target process exited abnormally",
     "IMPORTANT: Original dump was already deleted", "Failed to upload zip via TUS",

@@ -22,9 +22,9 @@ struct BrokenPromise {
   Duration at{0};
 };
 
-// What a life amounts to, for tables.
+// The sums of a life, for tables.
 struct Tally {
-  Duration core_down{0};  // while VOSK was there to see to it
+  Duration core_down{0};  // while VOSK was there
   Duration longest_down{0};
   std::string longest_reason;  // the first obstacle that the log named meanwhile
   int crashes = 0;
@@ -48,11 +48,11 @@ class Witness {
   Witness(simulation::SimulatedHost& host, simulation::SimServers& servers);
 
   void VoskBegins();
-  // VOSK has ended: by itself, or not.
+  // Notes that VOSK has ended, by itself or not.
   void VoskEnds(bool by_itself);
-  // The operator has asked VOSK to end, which takes the Core along.
+  // Notes that the operator has quit VOSK, which ends the Core, too.
   void OperatorQuits() { quitting_ = true; }
-  // The power is gone: what was being written may be lost without anybody's fault.
+  // Notes that the power is gone: what was being written may be lost.
   void PowerIsGone();
   void LifeEnds(bool vosk_runs);
   void Break(std::string promise, std::string how);
@@ -82,7 +82,7 @@ class Witness {
   void CloseHour();
   void EndDownTime();
   [[nodiscard]] bool CoreIsWatched();
-  // The time that has passed without leaps, which are not VOSK's to answer for.
+  // Returns the time that has passed without leaps: VOSK is not to blame for those.
   [[nodiscard]] Duration Waited() const;
   [[nodiscard]] std::set<std::uint32_t> DumpsOnDisk();
 
@@ -95,19 +95,19 @@ class Witness {
   bool vosk_runs_ = false;
   bool quitting_ = false;
   bool loop_runs_ = false;  // VOSK is past its start-up
-  bool halted_ = false;     // for want of disk space, as the log has told
+  bool halted_ = false;     // for lack of disk space, as the log says
   Duration vosk_began_{0};
   std::optional<Duration> down_since_;
   std::optional<Duration> unwatched_since_;
   Duration last_cycle_{0};
-  // When the log named an obstacle last, and which one first while there was no Core.
+  // When the log last named an obstacle, and the first one while there was no Core.
   Duration last_obstacle_{-1};
   Duration halt_ended_{-1};
   Duration spent_before_{0};  // on the servers, when the Core ended
   std::string obstacle_;
   std::size_t received_seen_ = 0;
   std::map<std::uint32_t, int> received_;  // by the dump's number
-  std::set<std::uint32_t> excused_;        // dumps that nobody has to answer for any more
+  std::set<std::uint32_t> excused_;        // dumps that may be lost
   std::size_t first_unanswered_ = 0;       // dumps before this index are all excused or received
   Duration hour_began_{0};
   std::uint64_t hour_lines_ = 0;

@@ -25,7 +25,7 @@ std::vector<Command> Parse(std::istream& file) {
   return commands;
 }
 
-// Volatile twice, or the compiler drops a store that nothing reads.
+// Both are volatile, or the compiler would drop a store that nothing reads.
 void Crash() {
   volatile int* volatile nowhere = nullptr;
   *nowhere = 1;
@@ -56,7 +56,7 @@ std::vector<Command> TakeCommands(unsigned long pid) {
     std::error_code gone;
     // A shell creates the file before it writes the order into it.
     if (std::filesystem::file_size(name, gone) == 0 || gone) continue;
-    // Renaming first decides between two Cores that see the same file.
+    // Renaming it first decides between two Cores that see the same file.
     const std::string taken = own + ".taken";
     std::filesystem::rename(name, taken, gone);
     if (gone) continue;

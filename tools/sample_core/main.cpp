@@ -1,5 +1,5 @@
-// Stands in for VELDRAN Core: runs, writes its version and its logs into its stats directory, and
-// does on command what a Core may do to its supervisor.
+// Plays VELDRAN Core: runs, writes its version and its logs into its stats directory, and does on
+// command what a Core may do to its supervisor.
 #include <windows.h>
 
 #include <cstdio>

@@ -16,7 +16,8 @@ namespace {
 
 constexpr char kBareVersion[] = "1.2.3";
 
-// What the installer put beside the executable; a Core that was only copied knows its own.
+// Returns the version that the installer put beside the executable; a Core that was only copied has
+// a fixed one.
 std::string OwnVersion() {
   wchar_t path[MAX_PATH] = L"";
   GetModuleFileNameW(nullptr, path, MAX_PATH);

@@ -1,4 +1,4 @@
-// What the sample Core leaves in its stats directory: its version and logs that keep growing.
+// Writes the sample Core's stats directory: its version and logs that keep growing.
 #pragma once
 
 #include <cstdio>
@@ -14,14 +14,14 @@ using OpenFile = std::unique_ptr<FILE, FileCloser>;
 
 class StatsWriter {
  public:
-  // Creates roaming application data\VELDRAN\stats\TestNet with "CoreVersion.txt" and opens the
-  // logs for appending. Throws std::runtime_error or std::filesystem::filesystem_error.
+  // Creates VELDRAN\stats\TestNet in the roaming application data with "CoreVersion.txt" and opens
+  // the logs for appending. Throws std::runtime_error or std::filesystem::filesystem_error.
   explicit StatsWriter(unsigned long pid);
 
   const std::filesystem::path& directory() const { return directory_; }
   // Appends one line with the local time to the Core's own log.
   void Note(const char* text);
-  // One second's worth of growth in both logs.
+  // Lets both logs grow by one second's worth.
   void Tick();
 
  private:

@@ -14,7 +14,7 @@ struct MonitorOptions {
   std::filesystem::path directory;
 };
 
-// Nothing for a command line that is incomplete or holds anything else.
+// Returns nothing if the command line is incomplete or holds anything else.
 std::optional<MonitorOptions> ParseCommandLine(std::span<const wchar_t* const> arguments);
 
 }  // namespace vosk::tools

@@ -5,7 +5,7 @@
 
 namespace vosk::tools {
 
-// Returns the monitor's exit code: 0 when the target has ended and the dump that was due is
+// Returns the monitor's exit code: 0 if the target has ended and its dump, if one was due, is
 // written, otherwise 1 (no such process, a debugger is attached already, the dump failed).
 int WatchUntilEnd(const MonitorOptions& options);
 

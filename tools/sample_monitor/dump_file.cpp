@@ -38,7 +38,7 @@ bool WriteDump(HANDLE process, const std::wstring& image_name, StoppedThread thr
   }
   CONTEXT context = ContextOf(thread.id);
   EXCEPTION_POINTERS pointers{&thread.exception, &context};
-  // The pointers lie in this process, not in the target.
+  // The pointers are valid in this process, not in the target.
   MINIDUMP_EXCEPTION_INFORMATION information{thread.id, &pointers, FALSE};
   const BOOL written =
       MiniDumpWriteDump(process, options.pid, file, static_cast<MINIDUMP_TYPE>(options.dump_type),

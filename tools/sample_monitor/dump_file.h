@@ -16,7 +16,7 @@ struct StoppedThread {
 };
 
 // Writes "<image name>_YYMMDD_HHMMSS.dmp" (local time) with the exception into the directory of
-// `options`. Prints the path, or the system's error code and returns false.
+// `options`. Prints the path, or prints the system's error code and returns false.
 bool WriteDump(HANDLE process, const std::wstring& image_name, StoppedThread thread,
                const MonitorOptions& options);
 

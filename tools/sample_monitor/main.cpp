@@ -1,5 +1,5 @@
-// Stands in for ProcDump: attaches to a process as its debugger and writes a real minidump when it
-// dies of an unhandled exception.
+// Plays ProcDump: attaches to a process as its debugger and writes a real minidump when it dies of
+// an unhandled exception.
 #include <cstddef>
 #include <cstdio>
 #include <optional>

@@ -9,7 +9,7 @@ const component = ({ id, file }) => `
         <File Id="${id}File" Source="${file}" Name="${file}" KeyPath="yes"/>
       </Component>`;
 
-// A missing TARGETDIR, as at an uninstallation, is the Core's own place.
+// If TARGETDIR is missing, as at an uninstallation, it is the Core's own place.
 const definition = ({ version, upgradeCode, refuses }, files) => `<?xml version="1.0"?>
 <Wix xmlns="http://schemas.microsoft.com/wix/2006/wi">
   <Product Id="*" Name="VELDRAN Core" Manufacturer="VELDRAN Inc" Language="1033"

@@ -1,6 +1,6 @@
 // Makes everything that the Core's makers and ProcDump's publish: installers in zips, good ones and
-// bad ones, in packages/ beside the VOSK that they hold. Made again only when something in them
-// changed.
+// bad ones, in packages/ beside the VOSK that they hold. They are made again only if something in
+// them has changed.
 //
 // command: node make.mjs [BUILD_FOLDER]
 import { execFile } from 'node:child_process';

@@ -34,7 +34,7 @@ function fail(message) {
   process.exit(1);
 }
 
-// The rows between two edges of a frame, which starts at or after line `from`.
+// Returns the rows between two edges of a frame that starts at or after line `from`.
 function readFrame(lines, from) {
   const top = lines.findIndex((line, at) => at >= from && /^\+-+\+$/.test(line));
   const bottom = lines.findIndex((line, at) => at > top && line === lines[top]);
@@ -87,7 +87,7 @@ function frameStrokes(row, column, character, colour) {
   });
 }
 
-// How one cell looks: its character, and the colours after reverse video.
+// Returns how one cell looks: its character, and the colours after reverse video.
 function look(screen, row, column) {
   const letter = screen.ink[row][column];
   const ink = INKS[letter.toLowerCase()] ?? OWN_INK;
@@ -100,7 +100,7 @@ function look(screen, row, column) {
   };
 }
 
-// Calls `draw` with each longest run of a row's cells that give the same key.
+// Calls `draw` with each longest run of a row's cells with the same key.
 function forEachRun(cells, keyOf, draw) {
   for (let first = 0, end = 0; first < cells.length; first = end) {
     while (end < cells.length && keyOf(cells[end]) === keyOf(cells[first])) end += 1;

@@ -1,5 +1,5 @@
 // A certificate authority and a server certificate for this machine's loopback addresses, made on
-// the spot with openssl. Nothing outside the folder learns to trust it.
+// the spot with openssl. Nothing outside the folder trusts it.
 import { execFile } from 'node:child_process';
 import { mkdir, readFile, writeFile } from 'node:fs/promises';
 import path from 'node:path';

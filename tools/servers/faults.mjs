@@ -40,8 +40,7 @@ export const honest = {
   other: (exchange) => answer(exchange, 404, {}, 'no such page'),
 };
 
-// Hangs up when half of the first PATCH has come, and keeps that half; later ones are served
-// honestly.
+// Hangs up after half of the first PATCH, and keeps that half; later ones are served honestly.
 async function cutFirstPatch(exchange) {
   const { request, upload } = exchange;
   if (upload.patches > 1) return honest.patch(exchange);

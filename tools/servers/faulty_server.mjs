@@ -1,7 +1,7 @@
-// A collection server that misbehaves on purpose, so that a client can be seen to take it well.
-// The fault is one of the names in faults.mjs: given once for every upload, or taken from the
-// start of the uploaded file's name ("reset_HOST_CRASH.zip"), so that one crash with a dump for
-// each fault meets them all.
+// A collection server that misbehaves on purpose, to show that a client copes with it. The fault is
+// one of the names in faults.mjs: set once for every upload, or taken from the start of the
+// uploaded file's name ("reset_HOST_CRASH.zip"), so that one crash with a dump for each fault meets
+// them all.
 //
 // command: node faulty_server.mjs PORT [FAULT]
 import https from 'node:https';

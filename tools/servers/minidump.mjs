@@ -1,4 +1,4 @@
-// Reads what a crash report is about out of a Windows minidump: its streams and the exception.
+// Reads the streams and the exception of a Windows minidump, for a crash report.
 import { readFile } from 'node:fs/promises';
 
 const signature = 'MDMP';

@@ -1,5 +1,5 @@
-// The sites that VOSK asks and loads from, on this machine over HTTPS: the version service, the
-// Core's package and ProcDump's zip. What they answer may be changed while they run.
+// The sites that VOSK contacts, on this machine over HTTPS: the version service, the Core's package
+// and ProcDump's zip. Their answers may be changed while they run.
 //
 // command: node site_server.mjs PACKAGES_FOLDER VERSION [PORT]
 import { createReadStream } from 'node:fs';

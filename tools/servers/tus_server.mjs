@@ -1,6 +1,6 @@
 // A crash-collection server for this machine: TUS 1.0.0 over HTTPS at the root path "/", with a
-// certificate made on the spot. Finished uploads lie in the folder under their own names, each
-// with "<name>.upload.json" (size and metadata) beside it.
+// certificate made on the spot. Finished uploads are in the folder under their own names, each with
+// "<name>.upload.json" (size and metadata) beside it.
 //
 // command: node tus_server.mjs FOLDER [PORT]
 import { fork } from 'node:child_process';

@@ -1,6 +1,6 @@
 // The process that tus_server.mjs keeps alive: @tus/server at the root path of an HTTPS server.
-// It gets its options as one JSON argument and tells its parent what happens, one object for each
-// event, or prints them when it has no parent to tell.
+// It gets its options as one JSON argument and sends its parent an object for each event, or prints
+// it if there is no parent.
 import { link, mkdir, readFile, rename, stat, writeFile } from 'node:fs/promises';
 import https from 'node:https';
 import path from 'node:path';
@@ -15,7 +15,7 @@ const tell = (event) => (process.send ? process.send(event) : console.log(JSON.s
 // The client names the file; only its last component may name a file here.
 const safeName = (name, id) => path.basename((name ?? '').replaceAll('\\', '/')) || id;
 
-// Links a finished upload under its own name, with a number when the name is taken.
+// Links a finished upload under its own name, with a number if the name is taken.
 async function keep(upload) {
   const { name, ext } = path.parse(safeName(upload.metadata?.filename, upload.id));
   for (let number = 1; ; ++number) {
@@ -29,7 +29,7 @@ async function keep(upload) {
     }
     const { size } = await stat(file);
     const record = { fileName, size, metadata: upload.metadata, announcedSize: upload.size };
-    // Written aside first: whoever sees the record sees all of it.
+    // This is written aside first, so that nobody sees half a record.
     await writeFile(`${file}.upload.part`, JSON.stringify(record, null, 2) + '\n');
     await rename(`${file}.upload.part`, `${file}.upload.json`);
     return record;
@@ -39,7 +39,7 @@ async function keep(upload) {
 await mkdir(store, { recursive: true });
 const tus = new Server({
   path: '/',
-  // The absolute form would say http://, since TLS ends before @tus/server sees the request.
+  // The default would start with http://, since TLS ends before @tus/server sees the request.
   generateUrl: (request, { host, id }) => `https://${host}/${id}`,
   datastore: new FileStore({ directory: store }),
   onUploadFinish: async (request, upload) => {

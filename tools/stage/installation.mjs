@@ -1,4 +1,4 @@
-// The Core as the Windows Installer puts it on a machine: where it lies, what is registered.
+// The Core as Windows Installer installs it: where its files are and what is registered.
 import { readFile, rm } from 'node:fs/promises';
 import path from 'node:path';
 

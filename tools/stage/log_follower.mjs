@@ -1,5 +1,5 @@
-// Reads VOSK.log while it is written. The lines are the witness of what VOSK did, so waiting goes
-// strictly forward: each wait starts behind the line that the last one found.
+// Reads VOSK.log while it is written. The lines prove what VOSK did, so waiting goes strictly
+// forward: each wait starts after the line that the last one found.
 import { open } from 'node:fs/promises';
 import { setTimeout as sleep } from 'node:timers/promises';
 

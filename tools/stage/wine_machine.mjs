@@ -1,5 +1,5 @@
 // A small Windows machine for one run: a Wine prefix of its own and a private display, so that
-// programs can have console windows. Nothing of the user's own Wine or screen is touched.
+// programs can have console windows. The user's own Wine and screen are not touched.
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
 import { closeSync, existsSync, openSync } from 'node:fs';
@@ -24,7 +24,7 @@ async function startDisplay(logFile) {
   xvfb.unref();
   let number = '';
   const numberCame = (async () => {
-    // Up to the line's end: the display server dies when it cannot write all of it.
+    // Reads to the line's end: the display server dies if it cannot write all of it.
     for await (const text of xvfb.stdio[3]) {
       number += text;
       if (number.endsWith('\n')) return;
@@ -74,12 +74,12 @@ export class WineMachine {
 
   async #makePrefix() {
     const ready = path.join(this.prefix, 'ready');
-    // Whatever an interrupted run left behind in this prefix.
+    // Ends whatever an interrupted run left behind in this prefix.
     if (existsSync(this.prefix)) await this.endPrograms();
     if (existsSync(ready)) return;
     await rm(this.prefix, { recursive: true, force: true });
     await this.run('wineboot', ['-i'], prefixLimitMs);
-    // As on a server: no debugger waits to be started by a crash.
+    // As on a server, no debugger is set to start at a crash.
     await this.run('wine', ['reg', 'delete',
       'HKLM\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug', '/v', 'Debugger', '/f']);
     await writeFile(ready, '');

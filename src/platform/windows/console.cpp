@@ -86,7 +86,7 @@ class WindowsConsole : public Console {
     const std::string lines = WithCarriageReturns(text);
     DWORD done = 0;
     if (DWORD mode = 0; ::GetConsoleMode(handle, &mode)) {
-      // In one piece and as UTF-16: a character of several bytes cannot be torn apart.
+      // Written in one piece and as UTF-16, so that no multi-byte character is torn apart.
       const std::wstring wide = ToWide(lines);
       ::WriteConsoleW(handle, wide.data(), static_cast<DWORD>(wide.size()), &done, nullptr);
     } else {

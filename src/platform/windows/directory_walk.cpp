@@ -59,7 +59,7 @@ class WindowsWalk : public DirectoryWalk {
     std::filesystem::path directory;
     FindHandle search{};
     WIN32_FIND_DATAW entry{};
-    bool entry_unread = true;  // the search begins with an entry in hand
+    bool entry_unread = true;  // the search begins with its first entry already read
   };
 
   tl::unexpected<Error> Over(Error error) {

@@ -1,4 +1,4 @@
-// What stands behind the streams that Files gives out.
+// The buffers behind the streams that Files opens.
 #pragma once
 
 #include <windows.h>
@@ -32,8 +32,8 @@ class HandleReader : public std::streambuf {
   std::vector<char> buffer_;
 };
 
-// Writes to a descriptor of the C library, unbuffered: what could not be written is not kept to be
-// tried again behind later text.
+// Writes to a descriptor of the C library, unbuffered: text that could not be written is not kept
+// and written again later.
 class DescriptorWriter : public std::streambuf {
  public:
   explicit DescriptorWriter(int descriptor) : descriptor_(descriptor) {}

@@ -46,7 +46,7 @@ class WindowsInstaller : public Installer {
   }
 
   Result<std::string> FieldText(const DatabaseRecord& record, std::uint32_t field) override {
-    // The first call gives the length without the terminator, the second wants room for it.
+    // The first call returns the length without the terminator, the second needs room for it.
     wchar_t nothing[1] = L"";
     DWORD length = 0;
     const UINT asked = ::MsiRecordGetStringW(HandleOf(record), field, nothing, &length);
@@ -71,14 +71,14 @@ class WindowsInstaller : public Installer {
   }
 
  private:
-  // These calls give their error number themselves and leave the last error alone.
+  // These calls return their error number and do not set the last error.
   template <typename T = void>
   static Result<T> Judge(UINT status) {
     if (status != ERROR_SUCCESS) return tl::unexpected(ErrorCode{status});
     return {};
   }
 
-  // The handle by reference: the call that fills it is evaluated as the other argument.
+  // Takes the handle by reference, because the other argument is the call that fills it.
   template <typename Handle>
   Result<Handle> Own(UINT status, const MSIHANDLE& handle) {
     if (status != ERROR_SUCCESS) return tl::unexpected(ErrorCode{status});

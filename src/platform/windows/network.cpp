@@ -13,7 +13,7 @@ namespace {
 
 constexpr WORD kVersion22 = MAKEWORD(2, 2);
 
-// Nothing for an address of a family that is not asked for.
+// Returns nothing for an address of another family.
 std::optional<UnicastAddress> Convert(const sockaddr& address) {
   const bool ipv4 = address.sa_family == AF_INET;
   if (!ipv4 && address.sa_family != AF_INET6) return std::nullopt;
@@ -62,7 +62,7 @@ class WinsockSession : public NetworkSession {
   Result<std::vector<NetworkAdapter>> Adapters(std::uint32_t& buffer_bytes) override {
     constexpr ULONG kFlags = GAA_FLAG_SKIP_ANYCAST | GAA_FLAG_SKIP_MULTICAST |
                              GAA_FLAG_SKIP_DNS_SERVER | GAA_FLAG_INCLUDE_PREFIX;
-    // Of a type that aligns as the records in it do.
+    // This type has the alignment that the records need.
     std::vector<std::uint64_t> buffer(buffer_bytes / sizeof(std::uint64_t) + 1);
     auto* first = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
     ULONG size = buffer_bytes;

@@ -1,4 +1,4 @@
-// Windows' own side of each interface of the platform.
+// The Windows side of each interface of the platform.
 #pragma once
 
 #include <memory>

@@ -78,7 +78,7 @@ class WindowsProcesses : public Processes {
     const std::wstring parameters = ToWide(arguments);
     SHELLEXECUTEINFOW request{};
     request.cbSize = sizeof(request);
-    // The thread has no message loop, and a failure is the caller's to report.
+    // The thread has no message loop, and the caller reports a failure.
     request.fMask = SEE_MASK_NOCLOSEPROCESS | SEE_MASK_NOASYNC | SEE_MASK_FLAG_NO_UI;
     request.lpVerb = L"runas";
     request.lpFile = file.c_str();
@@ -174,7 +174,7 @@ class WindowsProcesses : public Processes {
     wanted.PrivilegeCount = 1;
     wanted.Privileges[0].Luid = {static_cast<DWORD>(privilege), static_cast<LONG>(privilege >> 32)};
     wanted.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
-    // The call leaves the last error alone when every privilege was enabled.
+    // The call does not set the last error if every privilege was enabled.
     ::SetLastError(ERROR_SUCCESS);
     const BOOL accepted = ::AdjustTokenPrivileges(Raw(token), FALSE, &wanted, 0, nullptr, nullptr);
     return {accepted != FALSE, LastError()};

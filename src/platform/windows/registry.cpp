@@ -8,14 +8,14 @@
 namespace vosk::platform::windows {
 namespace {
 
-// Longest name of a key, in characters with its terminator.
+// The longest name of a key, in characters with its terminator.
 constexpr std::size_t kMaxKeyName = 256;
 
 HKEY KeyOf(const RegistryKey& key) {
   return reinterpret_cast<HKEY>(key.Value());
 }
 
-// These calls give their error number themselves and leave the last error alone.
+// These calls return their error number and do not set the last error.
 tl::unexpected<ErrorCode> Failed(LSTATUS status) {
   return tl::unexpected(ErrorCode{static_cast<std::uint32_t>(status)});
 }
@@ -45,14 +45,14 @@ class WindowsRegistry : public Registry {
     const std::wstring wide_name = ToWide(name);
     RegistryValue value;
     LSTATUS status = ERROR_MORE_DATA;
-    // Somebody may lengthen the value between the question for its size and the reading.
+    // The value may grow between the question for its size and the reading.
     while (status == ERROR_MORE_DATA) {
       DWORD type = 0;
       DWORD size = 0;
       status = ::RegQueryValueExW(KeyOf(key), wide_name.c_str(), nullptr, &type, nullptr, &size);
       if (status != ERROR_SUCCESS) break;
       value.data.resize(size);
-      // Without a buffer the call would give the size alone.
+      // Without a buffer the call would return the size alone.
       std::uint8_t nothing = 0;
       std::uint8_t* const buffer = value.data.empty() ? &nothing : value.data.data();
       status = ::RegQueryValueExW(KeyOf(key), wide_name.c_str(), nullptr, &type, buffer, &size);

@@ -1,5 +1,5 @@
-// Functions that not every Windows has, found when they are needed, so that VOSK starts without
-// them.
+// Looks up functions that not every Windows has only when they are needed, so that VOSK starts
+// without them.
 #pragma once
 
 #include <windows.h>
@@ -9,7 +9,7 @@
 
 namespace vosk::platform::windows {
 
-// The function in a library of the system. The library stays loaded: graphics drivers do not all
+// Returns the function in a system library. The library stays loaded: not all graphics drivers
 // survive being unloaded.
 template <typename Function>
 Result<Function> LookUp(const wchar_t* library, const char* name) {

@@ -9,8 +9,8 @@
 
 namespace vosk::platform::windows {
 
-// Owns a handle that does not leave this folder. Close is the call that gives it back, Invalid the
-// value that stands for none beside null.
+// Owns a handle that does not leave this folder. Close is the call that closes it; Invalid is the
+// value that, besides null, means no handle.
 template <auto Close, HandleValue Invalid = kNoHandle>
 class UniqueHandle {
  public:
@@ -38,7 +38,7 @@ using SnapshotHandle = UniqueHandle<::CloseHandle, kInvalidHandleValue>;
 using FileHandle = UniqueHandle<::CloseHandle, kInvalidHandleValue>;
 using FindHandle = UniqueHandle<::FindClose, kInvalidHandleValue>;
 
-// The number of a handle outside this folder, and back.
+// Converts a handle to its number outside this folder, and back.
 inline HandleValue ValueOf(HANDLE handle) {
   return reinterpret_cast<HandleValue>(handle);
 }

@@ -1,4 +1,4 @@
-// Feeds a dump to the zip writer piece by piece and shows how far it has come.
+// Feeds a dump to the zip writer piece by piece and shows the progress.
 #pragma once
 
 #include <istream>
@@ -12,12 +12,12 @@ namespace vosk::report {
 
 class DumpSource : public zip::ZipSource {
  public:
-  // Share of the progress display that the dump takes, in percent.
+  // The dump's share of the progress display, in percent.
   static constexpr double kFullShare = 95.0;
 
   DumpSource(std::unique_ptr<std::istream> stream, console::TransferProgress& progress);
 
-  // Bytes in the dump as it was opened; nothing if the stream does not tell.
+  // Returns how many bytes the dump had when it was opened, or nothing if that is unknown.
   [[nodiscard]] std::optional<std::uint64_t> Size() const { return size_; }
 
   std::size_t ReadAt(std::uint64_t offset, void* buffer, std::size_t size) noexcept override;

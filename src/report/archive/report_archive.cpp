@@ -221,7 +221,7 @@ bool ReportArchive::TryAddDirectoryEntry(zip::ZipWriter& zip, const path& direct
     }
     return added.has_value();
   }
-  // Devices and pipes have nothing to tell.
+  // Devices and pipes have nothing to pack.
   if (*type != platform::FileType::regular) return true;
   const auto added = zip.AddFile(name, PathToUtf8(entry));
   if (!added) {

@@ -21,19 +21,19 @@ class ReportArchive {
   ReportArchive(platform::Files& files, platform::System& system, platform::Clock& clock,
                 console::LogSink& log, console::TransferProgress& progress);
 
-  // The zip's path beside the dump: stem, computer name ("UNKNOWN" if it cannot be read) and tag
-  // ("CRASH", "LIVE_FD"...), joined by underscores.
+  // Returns the zip's path beside the dump: stem, computer name ("UNKNOWN" if it cannot be read)
+  // and tag ("CRASH", "LIVE_FD"...), joined by underscores.
   [[nodiscard]] std::filesystem::path MakeReportZipPath(const std::filesystem::path& dump_path,
                                                         std::string_view tag);
 
-  // True if a complete zip stands at `zip_path`. The dump must get in; optional files and
-  // directories that are missing or unreadable only leave a line in the log. The dump is neither
-  // changed nor deleted. A failed run leaves no zip behind.
+  // Returns true if a complete zip is at `zip_path`. Without the dump it fails; missing or
+  // unreadable optional files and directories are only logged. The dump is neither changed nor
+  // deleted. A failed run leaves no zip behind.
   [[nodiscard]] bool CreateReportZip(const std::filesystem::path& zip_path,
                                      const std::filesystem::path& dump_path,
                                      const std::vector<std::filesystem::path>& optional_paths);
 
-  // True if every entry of the directory was added below `folder_name`.
+  // Returns true if every entry of the directory was added below `folder_name`.
   [[nodiscard]] bool AddDirectoryToZip(zip::ZipWriter& zip, const std::filesystem::path& directory,
                                        const std::string& folder_name);
 

@@ -10,8 +10,8 @@ namespace vosk::report {
 
 [[nodiscard]] std::string FormatFileVersion(const platform::FileVersion& version);
 
-// Returns the version of a file; "Unknown" if it bears none, an error in angle brackets, which is
-// also logged, if it cannot be read.
+// Returns the version of a file, or "Unknown" if it has none. If it cannot be read, the error is
+// returned in angle brackets and logged.
 [[nodiscard]] std::string FileVersionText(const std::filesystem::path& path,
                                           platform::Machine& machine, console::LogSink& log);
 

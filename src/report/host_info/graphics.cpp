@@ -20,7 +20,8 @@ using platform::GraphicsDescription;
 constexpr std::array<std::uint32_t, 9> kFeatureLevels{0xc100, 0xc000, 0xb100, 0xb000, 0xa100,
                                                       0xa000, 0x9300, 0x9200, 0x9100};
 
-// A system refuses a list with a level newer than itself, so the newest go until it takes the rest.
+// A system refuses a list with a level newer than itself, so the newest ones are dropped until it
+// accepts the rest.
 platform::Result<std::uint32_t> HighestFeatureLevel(GraphicsAdapter& adapter) {
   std::span<const std::uint32_t> levels = kFeatureLevels;
   auto level = adapter.TryFeatureLevels(levels);
@@ -71,7 +72,7 @@ void WriteAdapter(std::ostream& out, console::LogSink& log, GraphicsAdapter& ada
   WriteFeatureLevel(out, log, adapter, index);
 }
 
-// Writes the adapters up to the last; returns their number.
+// Writes all adapters and returns their number.
 std::uint32_t WriteAdapters(std::ostream& out, console::LogSink& log,
                             platform::GraphicsAdapters& adapters) {
   for (std::uint32_t index = 0;; ++index) {

@@ -8,7 +8,7 @@ namespace {
 constexpr std::uint32_t kIntel = 0x8086;
 constexpr std::uint32_t kAmd = 0x1002;
 constexpr std::uint32_t kNvidia = 0x10DE;
-// Memory of its own from which on a graphics adapter of these makers is no part of the processor.
+// Intel and AMD adapters with at least this much dedicated memory are discrete.
 constexpr std::uint64_t kDiscreteMebibytes = 512;
 
 }  // namespace

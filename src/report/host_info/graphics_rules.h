@@ -9,7 +9,7 @@
 namespace vosk::report {
 
 [[nodiscard]] std::string AdapterClass(const platform::GraphicsDescription& adapter);
-// A Direct3D feature level by name ("DirectX 11.1"); "Unknown" for those before and between.
+// Returns the name of a Direct3D feature level ("DirectX 11.1"), or "Unknown".
 [[nodiscard]] std::string FeatureLevelName(std::uint32_t level);
 [[nodiscard]] std::string FormatLuid(const platform::LocallyUniqueId& luid);
 

@@ -9,7 +9,8 @@
 namespace vosk::report {
 
 void WriteTimes(const SectionContext& context, std::time_t now, const std::tm& local_time);
-// An empty version of VOSK reads "0.0.0"; a Core of version "" or "0.0.0" was not detected.
+// An empty version of VOSK is written as "0.0.0"; version "" or "0.0.0" of the Core means that it
+// was not detected.
 void WriteVersions(const SectionContext& context, const std::string& vosk_version,
                    const std::string& core_version);
 void WriteHostname(const SectionContext& context);

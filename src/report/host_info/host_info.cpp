@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view kRule = "---------------------------------------------";
 static_assert(kRule.size() == 45);
 
-// Runs one section; whatever it throws ends that section alone.
+// Runs one section; an exception ends only that section.
 void Guarded(const SectionContext& context, const std::function<void()>& section) {
   try {
     section();

@@ -1,4 +1,4 @@
-// The host information report: what machine a crash comes from, as a text file.
+// The host information report: a text file that describes the machine on which a crash happened.
 #pragma once
 
 #include <filesystem>
@@ -12,7 +12,7 @@
 
 namespace vosk::report {
 
-// What the report tells of the two programs; the references outlive the reports.
+// What the report says about the two programs; the references outlive the reports.
 struct ReportedPrograms {
   std::string vosk_version;            // empty: unknown
   const std::string& core_version;     // empty or "0.0.0": unknown
@@ -23,15 +23,15 @@ class HostInfo {
  public:
   HostInfo(const platform::Host& host, console::LogSink& log, ReportedPrograms programs);
 
-  // Writes the report, over a file that stands there. What cannot be found out is named in its
-  // place; false only if the file cannot be opened.
+  // Writes the report, over an existing file. If something cannot be found out, the report says so
+  // in its place. Returns false only if the file cannot be opened.
   [[nodiscard]] bool GenerateHostInfoFile(const std::filesystem::path& path);
 
   // Writes the lines on the graphics adapters.
   void EnumerateGPUs(std::ostream& stream);
 
   // Returns the modules of a live process that belong to the C++ runtime or the base of the system,
-  // sorted by name; none, with the reason in the log, if they cannot be listed.
+  // sorted by name; none if they cannot be listed, which is logged.
   [[nodiscard]] ProcessModules CaptureProcessModules(const platform::ProcessHandle& process);
 
  private:

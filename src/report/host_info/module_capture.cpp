@@ -16,11 +16,11 @@ using platform::ProcessHandle;
 using platform::Result;
 
 struct ModuleListing {
-  ProcessHandle reopened;  // empty unless the handle at hand may not read
+  ProcessHandle reopened;  // empty if the given handle may read
   std::vector<ModuleId> modules;
 };
 
-// A Core that ran before VOSK is held by a handle that is good for waiting only.
+// If the Core ran before VOSK, its handle allows waiting only.
 Result<ModuleListing> ListModules(Processes& processes, const ProcessHandle& process) {
   constexpr std::uint32_t kReading =
       platform::access::kQueryInformation | platform::access::kReadMemory;
@@ -50,7 +50,7 @@ ProcessModules CaptureProcessModules(const ProcessHandle& process, Processes& pr
   const ProcessHandle& reader = listing->reopened ? listing->reopened : process;
   ProcessModules captured;
   for (const ModuleId module : listing->modules) {
-    // A module without a path was unloaded since it was listed.
+    // A module without a path was unloaded after it was listed.
     const auto path = processes.ModulePath(reader, module);
     if (!path) continue;
     std::string name = text::PathToUtf8(path->filename());

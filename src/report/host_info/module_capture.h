@@ -9,7 +9,7 @@
 namespace vosk::report {
 
 // Returns the modules of a live process that belong to the C++ runtime or the base of the system,
-// sorted by name; none, with the reason in the log, if they cannot be listed.
+// sorted by name; none if they cannot be listed, which is logged.
 [[nodiscard]] ProcessModules CaptureProcessModules(const platform::ProcessHandle& process,
                                                    platform::Processes& processes,
                                                    platform::Machine& machine,

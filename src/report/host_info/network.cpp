@@ -85,7 +85,7 @@ AdapterList WriteNetworkInterfaces(const SectionContext& context) {
     fmt::print(context.out, "Network Info: <GetAdaptersAddresses failed with error: {}>\n", code);
     return {};
   }
-  // The system lists them by how much it likes them at the moment.
+  // The system's own order depends on its preferences of the moment.
   std::ranges::stable_sort(*adapters, {}, &NetworkAdapter::index);
   for (const NetworkAdapter& adapter : *adapters) WriteAdapter(context, adapter);
   return *std::move(adapters);

@@ -10,13 +10,14 @@
 
 namespace vosk::report {
 
-// Whether a dotted address is private; loopback and link-local addresses count as private too.
+// Returns whether a dotted address is private; loopback and link-local addresses count as private
+// too.
 [[nodiscard]] bool IsPrivateIPv4(std::string_view text);
 [[nodiscard]] std::string InterfaceTypeName(std::uint32_t interface_type);
-// Two upper-case digits for each byte; says so if the length is unusual.
+// Returns two upper-case digits for each byte; the text mentions an unusual length.
 [[nodiscard]] std::string FormatPhysicalAddress(std::span<const std::uint8_t> address);
-// A private address on an adapter that is up and leads somewhere: the router in between has the
-// public one.
+// Returns whether an adapter that is up and leads somewhere has a private address: the router in
+// between has the public one.
 [[nodiscard]] bool IsLikelyBehindNat(std::span<const platform::NetworkAdapter> adapters);
 
 }  // namespace vosk::report

@@ -9,7 +9,7 @@ using platform::RegistryValue;
 using platform::Result;
 
 namespace {
-// A text with names of environment variables in it; they are shown as they stand.
+// A text that contains names of environment variables; they are not expanded.
 constexpr std::uint32_t kRegistryExpandableString = 2;
 }  // namespace
 

@@ -1,4 +1,4 @@
-// Reads texts and numbers out of the registry, whatever was stored under their names.
+// Reads texts and numbers from the registry, whatever is stored under their names.
 #pragma once
 
 #include <cstdint>
@@ -10,10 +10,10 @@ namespace vosk::report {
 
 inline constexpr platform::ErrorCode kUnsupportedType{1630};
 
-// The text up to its terminator, in UTF-8; an odd byte at the end is dropped. Values of another
-// type than text are kUnsupportedType.
+// Returns the text up to its terminator, in UTF-8; an odd byte at the end is dropped. The error is
+// kUnsupportedType if the value is not a text.
 [[nodiscard]] platform::Result<std::string> DecodeText(const platform::RegistryValue& value);
-// Values of another type or with fewer than four bytes are kUnsupportedType.
+// The error is kUnsupportedType if the value is not a number or has fewer than four bytes.
 [[nodiscard]] platform::Result<std::uint32_t> DecodeNumber(const platform::RegistryValue& value);
 
 [[nodiscard]] platform::Result<std::string> ReadText(platform::Registry& registry,

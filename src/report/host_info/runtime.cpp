@@ -67,7 +67,7 @@ Result<RegistryKey> OpenKey(const SectionContext& context, const std::string& pa
   return context.registry.Open(path, platform::registry_access::kRead);
 }
 
-// Whether a line was written: there is none for what is not installed.
+// Returns whether a line was written: there is none if nothing is installed.
 bool WriteRedistributable(const SectionContext& context, const Redistributable& redistributable) {
   const auto& [path, label] = redistributable;
   const auto key = OpenKey(context, path);
@@ -108,7 +108,7 @@ Result<std::vector<std::string>> SubKeys(platform::Registry& registry, const Reg
   }
 }
 
-// A key that is missing or cannot be read counts as nothing installed.
+// If a key is missing or cannot be read, that counts as not installed.
 std::optional<std::uint32_t> NumberBelow(const SectionContext& context, const std::string& key_path,
                                          const std::string& name) {
   const auto key = OpenKey(context, key_path);

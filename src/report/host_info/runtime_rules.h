@@ -10,13 +10,14 @@
 
 namespace vosk::report {
 
-// Whether a module (a file name in any case) belongs to the C++ runtime or the base of the system.
+// Returns whether a module (a file name in any case) belongs to the C++ runtime or the base of the
+// system.
 [[nodiscard]] bool IsRuntimeModule(std::string_view file_name);
-// The line that names the Visual C++ runtime among the modules of a process.
+// Returns the line that names the Visual C++ runtime among the modules of a process.
 [[nodiscard]] std::string DetectRuntime(std::span<const ProcessModule> modules);
-// The .NET Framework 4 version that a release number stands for.
+// Returns the .NET Framework 4 version with this release number.
 [[nodiscard]] std::string DotNetName(std::uint32_t release);
-// Whether a sub-key of the .NET set-up key stands for a version before 4.
+// Returns whether a sub-key of the .NET set-up key belongs to a version before 4.
 [[nodiscard]] bool IsOlderDotNetKey(std::string_view key);
 
 }  // namespace vosk::report

@@ -10,9 +10,8 @@
 
 namespace vosk::report {
 
-// What a section of the report writes to and asks. What it cannot find out leaves a line in angle
-// brackets in its place and an error in the log; the rest of it follows. The references outlive the
-// report.
+// What a section of the report reads from and writes to. If it cannot find something out, it writes
+// a line in angle brackets instead, logs an error and goes on. The references outlive the report.
 struct SectionContext {
   std::ostream& out;
   console::LogSink& log;

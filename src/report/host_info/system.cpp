@@ -10,7 +10,7 @@ namespace {
 
 constexpr double kBytesPerGibibyte = 1'073'741'824.0;
 
-// Writes label and text, or the line that stands for them if the value cannot be read.
+// Writes label and text, or a substitute line if the value cannot be read.
 void WriteValue(const SectionContext& context, const platform::RegistryKey& key, const char* name,
                 std::string_view label, std::string_view failure_line) {
   const auto value = ReadText(context.registry, key, name);

@@ -9,7 +9,7 @@
 namespace vosk::report {
 
 [[nodiscard]] std::string WindowsName(const platform::WindowsVersion& version);
-// With a blank in front (" Pro"), as the label expects it.
+// Returns the edition with a blank in front (" Pro"), as the label expects it.
 [[nodiscard]] std::string WindowsEdition(std::uint32_t product_type, std::uint32_t product_code);
 [[nodiscard]] std::string ProductTypeName(std::uint32_t product_type);
 

@@ -1,4 +1,5 @@
-// Uploads one file by the TUS 1.0.0 protocol: POST creates, HEAD asks for the offset, PATCH sends.
+// Uploads one file with the TUS 1.0.0 protocol: POST creates, HEAD asks for the offset, PATCH
+// sends.
 #pragma once
 
 #include <cstdint>
@@ -23,8 +24,8 @@ class TusClient : public Uploader {
 
   bool TusUpload(const std::filesystem::path& file_path) override;
 
-  // How many bytes the server holds of an upload: 0 if it does not know it, -1 on failure. The
-  // handle's method, body and headers are set anew and taken back.
+  // Returns how many bytes of an upload the server holds: 0 if it does not know it, -1 on failure.
+  // The handle's method, body and headers are set and reset afterwards.
   [[nodiscard]] std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url,
                                                 TusResponse& response);
 

@@ -96,7 +96,7 @@ std::int64_t ChunkLength(std::int64_t offset, std::int64_t file_size) {
 ChunkVerdict JudgeChunk(bool transferred, long status, int attempt) {
   if (transferred && status == 204) return ChunkVerdict::accepted;
   if (attempt >= kMaxAttempts) return ChunkVerdict::attempts_used_up;
-  // Conflicting and locked are states that pass.
+  // A conflict (409) and a lock (423) are temporary.
   const bool final = transferred && status < 500 && status != 409 && status != 423;
   return final ? ChunkVerdict::refused : ChunkVerdict::retry;
 }

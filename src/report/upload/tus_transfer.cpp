@@ -13,7 +13,7 @@ constexpr std::size_t kMaxHeaderBytes = 1'048'576;
 constexpr std::size_t kMaxBodyBytes = 10'485'760;
 constexpr double kMaxRunningPercentage = 99.9;
 
-// Any count but the one that was offered makes libcurl give up the transfer.
+// If any other count than the offered one is returned, libcurl gives up the transfer.
 std::size_t AppendWithin(std::size_t cap, std::string* target, const char* data,
                          std::size_t bytes) noexcept try {
   if (bytes == 0 || target == nullptr || bytes > cap - target->size()) return 0;
@@ -64,7 +64,7 @@ std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* re
 }
 
 // Looking for the end with a peek before every read would cost a tenth of the speed, so a read that
-// meets nothing but the end stands for it.
+// returns nothing is taken for the end.
 std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
                           void* response) noexcept try {
   constexpr int kEnd = std::istream::traits_type::eof();
@@ -75,7 +75,7 @@ std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
 
   stream.read(buffer, static_cast<std::streamsize>(size * count));
   if (!stream.good() && !stream.eof()) {
-    // For a debugger only: the log gets the error that libcurl makes of it.
+    // For a debugger only: the log shows the error that libcurl makes of it.
     [[maybe_unused]] const std::string reason = fmt::format(
         "read_callback: File read error occurred. State flags: good={:d}, eof={:d}, fail={:d}, "
         "bad={:d}",

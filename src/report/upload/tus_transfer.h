@@ -1,5 +1,4 @@
-// What libcurl needs for a TUS upload: its options and header lists, and the callbacks with what
-// they write to and read from.
+// What libcurl needs for a TUS upload: options, header lists, and callbacks with their data.
 #pragma once
 
 #include <curl/curl.h>
@@ -17,8 +16,8 @@
 
 namespace vosk::report {
 
-// Sets one option. Throws std::bad_alloc if libcurl has no memory to keep it: the request would go
-// out as something else.
+// Sets one option. Throws std::bad_alloc if libcurl has no memory to keep it: without it the
+// request would be a different one.
 template <typename Value>
 void SetOption(CURL* handle, CURLoption option, Value value) {
   if (curl_easy_setopt(handle, option, value) == CURLE_OUT_OF_MEMORY) throw std::bad_alloc();
@@ -69,8 +68,8 @@ struct TusAnswer {
 // Makes the handle collect headers and body in `response`, which outlives the request.
 void CaptureResponse(CURL* handle, TusResponse& response);
 
-// Callbacks of libcurl; the last argument is a TusResponse, of ReportProgress a TusProgressContext.
-// They never throw.
+// Callbacks of libcurl; the last argument is a TusResponse, for ReportProgress a
+// TusProgressContext. They never throw.
 std::size_t AppendHeader(char* data, std::size_t size, std::size_t count, void* response) noexcept;
 std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* response) noexcept;
 std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
@@ -78,8 +77,8 @@ std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
 int ReportProgress(void* context, curl_off_t download_total, curl_off_t downloaded,
                    curl_off_t upload_total, curl_off_t uploaded) noexcept;
 
-// Makes a relative upload location absolute against the endpoint; returns it as it stands if that
-// fails, and nothing if libcurl gives no URL handle.
+// Makes a relative upload location absolute against the endpoint; returns it unchanged if that
+// fails, and nothing if libcurl has no memory for it.
 [[nodiscard]] std::optional<std::string> ResolveLocation(const std::string& endpoint,
                                                          const std::string& location);
 

@@ -16,7 +16,8 @@ using namespace std::chrono_literals;
 // libcurl's own 64 KiB cost a fifth of the speed that a fast server allows.
 constexpr long kUploadBufferBytes = 524'288;
 constexpr std::chrono::milliseconds kRetryPause = 3000ms;
-// Answers that leave the offset as it was, or set it back, before the server counts as broken.
+// How many answers may leave the offset as it was, or set it back, before the server counts as
+// broken.
 constexpr int kMaxFruitlessAnswers = 100;
 
 void SetConnectionOptions(CURL* handle) {
@@ -204,15 +205,15 @@ bool TusUploadRun::SendChunk() {
   const std::int64_t chunk_length = ChunkLength(offset_, file_size_);
   const HeaderList headers(ChunkHeaders(offset_));
   attempt_ = 0;
-  // A server that advanced during a failed attempt starts a fresh chunk.
+  // If the server advanced during a failed attempt, a fresh chunk begins.
   while (offset_ == chunk_start) {
     if (!SeekToOffset()) return false;
     log_.LogInfo("PATCH Attempt {}/{}: Offset={}, ChunkSize={}", attempt_ + 1, kMaxAttempts,
                  offset_, chunk_length);
     response_.bytesReadForChunk = 0;
     response_.ClearBuffers();
-    // Method and upload mode stay as the request before left them: an offset query turns what
-    // follows it into a plain request without a body.
+    // Method and upload mode stay as the previous request left them: after an offset query, this is
+    // a plain request without a body.
     SetOption(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(chunk_length));
     SetOption(handle, CURLOPT_URL, url_.c_str());
     SetOption(handle, CURLOPT_HTTPHEADER, headers.Get());

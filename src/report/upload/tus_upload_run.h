@@ -24,8 +24,8 @@ class TusUploadRun {
   TusUploadRun(const TusUploadRun&) = delete;
   TusUploadRun& operator=(const TusUploadRun&) = delete;
 
-  // Goes through all steps, once. True if the server holds the whole file, which is then deleted
-  // here; otherwise the reason is in the log. Throws what the standard library throws.
+  // Goes through all steps, once. Returns true if the server holds the whole file, which is then
+  // deleted here; otherwise the reason is logged. Throws what the standard library throws.
   [[nodiscard]] bool Run();
 
  private:
@@ -41,7 +41,8 @@ class TusUploadRun {
   [[nodiscard]] bool AcceptChunk();
   void LogOffsetOfAnswer(std::int64_t server_offset);
   [[nodiscard]] bool MayRetry(const TusAnswer& answer);
-  // Goes on from the server's offset, or after a pause if that is the local one.
+  // Goes on from the server's offset; pauses first if that is the local one. Returns false if it is
+  // unknown or smaller.
   [[nodiscard]] bool AgreeOnOffset();
   // The texts are format strings for the path, the last one for the path and the reason.
   void DeleteLocal(const char* deleted, const char* failed, const char* exception);
@@ -55,12 +56,12 @@ class TusUploadRun {
 
   std::int64_t file_size_ = 0;
   std::string url_;
-  std::int64_t offset_ = 0;  // how much the server holds, as far as is known here
-  int attempt_ = 0;          // failed ones, for the chunk at hand
+  std::int64_t offset_ = 0;  // what the server holds, as far as we know
+  int attempt_ = 0;          // failed attempts for this chunk
   int fruitless_answers_ = 0;
   TusResponse response_;
   TusProgressContext progress_context_;
-  // Last, so that nothing that the handle points to goes before it.
+  // This is last, so that the handle goes before anything that it points to.
   net::EasyHandle curl_;
 };
 

@@ -7,8 +7,8 @@ namespace vosk::report {
 class Uploader {
  public:
   virtual ~Uploader() = default;
-  // True if the server holds the whole file, which is then deleted here; otherwise the reason is
-  // in the log and the file stays.
+  // Returns true if the server holds the whole file, which is then deleted here; otherwise the
+  // reason is logged and the file stays.
   virtual bool TusUpload(const std::filesystem::path& file_path) = 0;
 };
 

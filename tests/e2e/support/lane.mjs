@@ -13,7 +13,7 @@ const lanes = [
 const limitMs = 600_000;
 const pollMs = 200;
 
-// A port of its own says that a lane is taken: it is free again however the process ends.
+// A lane's own port marks it as taken: the port is free again however the process ends.
 async function claim(lane) {
   const holder = net.createServer();
   holder.listen(lane.claimPort, '127.0.0.1');

@@ -1,4 +1,4 @@
-// What a collection server holds of one crash, judged by programs that are not ours.
+// Checks what a collection server holds of one crash, with programs that are not ours.
 import assert from 'node:assert/strict';
 import path from 'node:path';
 
@@ -28,7 +28,7 @@ export async function dumpIn(zip) {
  * Returns its name.
  */
 export async function checkReport({ folder, received }, count, tag, dumpType, exceptionCode) {
-  // VOSK's log may tell of the upload before the server does.
+  // VOSK may log the upload before the server announces it.
   await until(() => received.length >= count, seconds(20), `${count} reports on the server`);
   assert.equal(received.length, count);
   const report = received.at(-1);

@@ -42,7 +42,7 @@ class Stage {
 
   /** A fresh folder for one test. `stats` says whether the Core has run on this machine before. */
   async folder(name, { stats = true, vosk = true, ...parts } = {}) {
-    // Whatever a failed test left running must not meet this one.
+    // Whatever a failed test left running must not disturb this one.
     await this.machine.endPrograms();
     if (existsSync(installFolder(this.machine))) await removeInstalled(this.machine);
     const folder = path.join(e2eFolder, 'runs', name);

@@ -1,9 +1,9 @@
-// Steps that many lives of VOSK share, told by its log.
+// Steps that many lives of VOSK share, checked by its log.
 import assert from 'node:assert/strict';
 
 import { seconds } from './stage.mjs';
 
-// Wine takes a second or two to write a dump, very many times that on a busy machine.
+// Wine takes a second or two to write a dump, and far longer on a busy machine.
 const crashLimitMs = seconds(120);
 
 const escaped = (text) => text.replace(/[.+?^${}()|[\]\\]/g, '\\$&').replaceAll('*', '.*');
