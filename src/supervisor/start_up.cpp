@@ -143,11 +143,12 @@ bool StartUp::WaitForDiskSpace() {
   std::optional<SupervisorState::SteadyTime> last_cleanup;
   while (!space.CheckDiskSpace(unsettled, /*verbose=*/!last_cleanup)) {
     const auto now = host_.clock.SteadyNow();
-    const bool first_pass = !last_cleanup;
-    if (first_pass || now - *last_cleanup >= kCleanupInterval) {
+    if (!last_cleanup || now - *last_cleanup >= kCleanupInterval) {
+      const bool room = CleanUpStorage();
+      if (room && !last_cleanup) return true;
       last_cleanup = now;
-      if (CleanUpStorage()) return true;
-      if (first_pass) log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
+      if (room) break;
+      log_.LogWarn("Storage space not sufficient. Halting VOSK Operations.");
     }
     host_.clock.SleepFor(kDiskSpacePause);
     services_.menu.ReadQuitKey();

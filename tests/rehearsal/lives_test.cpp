@@ -42,6 +42,38 @@ TEST_P(Lives, AreToldAsStored) {
 INSTANTIATE_TEST_SUITE_P(All, Lives, testing::ValuesIn(NamesOfLives()),
                          [](const auto& life) { return life.param; });
 
+// Quiet stretches pass in leaps, so the lines that come at a fixed pace are fewer than in real
+// time.
+TEST(Days, OfRefusalsAndCrashesStayQuiet) {
+  struct Row {
+    std::string day;
+    std::uint64_t most_lines = 2'000;
+    std::uint64_t most_requests = 300;
+  };
+  const Row rows[] = {
+      {"Core is running\nCore refuses handles\n"},
+      {"calls of processes.Start fail with 740\n"},
+      {"Core is running\ncalls of processes.Start fail with 8\n"},
+      {"monitor refuses\n"},
+      {"C: 1 GiB free\n"},
+      {"09:10 C: 1 GiB free\n"},
+      {"version service down\ndownload server down\ncollection server down\n"},
+      {"release 1.2.3 is installed\n"
+       "09:10 release 1.2.4 published, its package cannot be unpacked\n"},
+      {"release 1.2.3 is installed\n09:10 release 1.2.4 published, its Core crashes at once\n",
+       20'000, 2'000}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.day);
+    const Script script(row.day + "day 2 09:01 end\n");
+    Life life;
+    script.Apply(life);
+    life.Run(script.Length());
+    EXPECT_LT(life.witness.Counted().log_lines, row.most_lines);
+    EXPECT_LT(life.servers.requests, row.most_requests);
+    for (const auto& broken : life.witness.Broken()) ADD_FAILURE() << broken.promise << broken.how;
+  }
+}
+
 TEST(Scripts, SayWhichLineCannotBeRehearsed) {
   const std::pair<std::string, std::string> rows[] = {
       {"09:01 Core sings\n09:02 end\n", "'Core sings' says nothing that can be rehearsed"},

@@ -238,7 +238,7 @@ void Life::StartAgainAfter(Duration pause) {
 
 // Returns whether the file is whole, as it was made or installed.
 bool Life::IsProgram(const fs::path& file) const {
-  return host.ReadFile(file) == "MZ" || !VersionOf(file).empty();
+  return programs_.contains(host.ReadFile(file)) || !VersionOf(file).empty();
 }
 
 bool Life::FindVosk() {
@@ -246,6 +246,8 @@ bool Life::FindVosk() {
        {host.system.module_path, InstallDirectory() / identity::kSupervisorExecutable}) {
     if (!IsProgram(path)) continue;
     host.system.module_path = path;
+    // It stays one when its product is removed.
+    programs_.insert(host.ReadFile(path));
     return true;
   }
   witness.Break("Startable", "no VOSK.exe is left on the disk");

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,7 @@ class Life {
   simulation::AfterPowerCut after_power_cut_ = simulation::AfterPowerCut::whole;
   std::optional<Duration> put_back_after_;
   bool vosk_runs_ = false;
+  std::set<std::string> programs_{"MZ"};
   bool over_ = false;
   bool quit_ = false;
   bool vosk_runs_at_the_end_ = false;

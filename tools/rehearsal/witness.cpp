@@ -30,6 +30,7 @@ constexpr std::uint64_t kMostRequestsAnHour = 400;
 constexpr std::u16string_view kMonitors[] = {u"procdump64.exe", u"procdump.exe"};
 
 constexpr std::string_view kHalt = "Storage space not sufficient. Halting VOSK Operations.";
+constexpr std::string_view kResume = "Storage space is sufficient again. Resuming VOSK Operations.";
 
 // Warnings that belong to a crash and its report and are no obstacle.
 constexpr std::string_view kOrdinaryWarnings[] = {
@@ -175,10 +176,7 @@ bool Witness::CoreIsWatched() {
 
 void Witness::SeeOperation(std::string_view operation, const std::string& subject) {
   if (operation == "clock.SleepFor") return SeeCycle();
-  if (operation == "console.KeyWaiting") {
-    loop_runs_ = true;
-    if (std::exchange(halted_, false)) halt_ended_ = host_.clock.Elapsed();
-  }
+  if (operation == "console.KeyWaiting") loop_runs_ = true;
   if (operation == "files.FreeSpace") last_cycle_ = Waited();
   if (operation == "files.Remove") CheckRemoval(subject);
   if (operation == "processes.Terminate") CheckEndedProcess(subject);
@@ -279,6 +277,10 @@ void Witness::SeeLine(std::string_view line) {
     ++(text.find("Yes") != std::string_view::npos ? tally_.updates_made : tally_.updates_failed);
   }
   if (text.starts_with(kHalt)) halted_ = true;
+  if (text.starts_with(kResume)) {
+    halted_ = false;
+    halt_ended_ = host_.clock.Elapsed();
+  }
   CheckIsTrue(text);
 }
 
