@@ -71,7 +71,9 @@ class SimUploader : public report::Uploader {
  public:
   SimUploader(SimServers& network, platform::Files& files) : network_(network), files_(files) {}
 
-  bool TusUpload(const fs::path& file_path) override {
+  using Uploader::TusUpload;
+  bool TusUpload(const fs::path& file_path, const Interrupt& interrupt) override {
+    if (interrupt && interrupt()) return false;
     if (!network_.Request("network.Upload", network_.server_up)) return false;
     network_.received.push_back({.name = file_path.filename().string(),
                                  .entries = EntriesOf(file_path),

@@ -18,6 +18,7 @@ inline constexpr std::string_view kDefaultTargetPath =
 
 inline constexpr std::string_view kLogFileName = "VOSK.log";
 inline constexpr std::string_view kDumpStorageName = "VELDRAN_VOSK_Dumps";
+inline constexpr std::string_view kUnsentReportsName = "VELDRAN_VOSK_Unsent";
 
 // The TUS creation endpoint of the crash-collection server.
 extern const std::string_view kCollectionUrl;

@@ -46,7 +46,8 @@ StorageCleanup::StorageCleanup(platform::Files& files, platform::Clock& clock,
 std::uint64_t StorageCleanup::CleanUpStorage(const Path& dump_storage_directory,
                                              const Path& temp_directory) {
   log_.LogWarn("Initiating storage cleanup due to insufficient disk space...");
-  std::uint64_t freed = CleanDumpStorage(dump_storage_directory, temp_directory);
+  std::uint64_t freed = RemoveUnsentReports(temp_directory);
+  freed += CleanDumpStorage(dump_storage_directory, temp_directory);
   freed += RemoveInstallDirectory(temp_directory);
   freed += ScanTempDirectory(temp_directory);
   processes_.TerminateProcDumpInstances();
@@ -78,6 +79,24 @@ std::uint64_t StorageCleanup::CleanDumpStorage(const Path& directory, const Path
     log_.LogError("{}: {}", failure, problem.what());
     return 0;
   }
+}
+
+std::uint64_t StorageCleanup::RemoveUnsentReports(const Path& temp_directory) try {
+  const Path directory = temp_directory / identity::kUnsentReportsName;
+  if (!files_.Exists(directory).value_or(false)) return 0;
+  log_.LogInfo("Cleaning unsent reports directory: {}", directory);
+  const std::uint64_t size = files::TreeSize(files_, directory);
+  if (const auto removed = files::RemoveTree(files_, directory, temp_directory); !removed) {
+    log_.LogError("Failed to remove unsent reports directory: {}, Error: {}", directory,
+                  removed.error());
+    return size - std::min(size, files::TreeSize(files_, directory));
+  }
+  log_.LogInfo("Removed unsent reports directory. Freed approximately {:.2f} MB",
+               InMegabytes(size));
+  return size;
+} catch (const std::exception& problem) {
+  log_.LogError("Exception cleaning unsent reports directory: {}", problem.what());
+  return 0;
 }
 
 std::uint64_t StorageCleanup::RemoveInstallDirectory(const Path& temp_directory) try {

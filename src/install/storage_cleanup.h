@@ -18,12 +18,14 @@ class StorageCleanup {
   StorageCleanup(platform::Files& files, platform::Clock& clock, console::LogSink& log,
                  process::ProcessControl& processes);
 
-  // Deletes every dump and report in the dump storage, the installation work directory, and VOSK's
-  // leftovers in the temporary directory; ends stray dump monitors. Returns the bytes freed.
+  // Deletes the unsent reports of earlier runs, every dump and report in the dump storage, the
+  // installation work directory, and VOSK's leftovers in the temporary directory; ends stray dump
+  // monitors. Returns the bytes freed.
   std::uint64_t CleanUpStorage(const std::filesystem::path& dump_storage_directory,
                                const std::filesystem::path& temp_directory);
 
  private:
+  std::uint64_t RemoveUnsentReports(const std::filesystem::path& temp_directory);
   std::uint64_t CleanDumpStorage(const std::filesystem::path& directory,
                                  const std::filesystem::path& temp_directory);
   std::uint64_t RemoveInstallDirectory(const std::filesystem::path& temp_directory);

@@ -16,8 +16,12 @@ std::string ExitCodeText(const CoreEnd& end) {
 }
 
 CrashProcessing::CrashProcessing(platform::Files& files, console::LogSink& log, ReportSteps& steps,
-                                 report::Uploader& uploader)
-    : files_(files), log_(log), steps_(steps), uploader_(uploader) {}
+                                 report::Uploader& uploader, UnsentReports& unsent_reports)
+    : files_(files),
+      log_(log),
+      steps_(steps),
+      uploader_(uploader),
+      unsent_reports_(unsent_reports) {}
 
 void CrashProcessing::ProcessNewDumps(const std::filesystem::path& dump_directory,
                                       const std::filesystem::path& log_root_directory,
@@ -114,6 +118,7 @@ void CrashProcessing::ProcessDump(const std::filesystem::path& dump,
     if (!dump_deleted) PutAwaySentDump(dump);
   } else {
     KeepUnsentArchive(archive, dump_deleted);
+    unsent_reports_.NoteFailure();
   }
   log_.LogInfo(kRule);
 }
@@ -192,7 +197,7 @@ bool CrashProcessing::DeletePackedDump(const std::filesystem::path& dump) {
 void CrashProcessing::KeepUnsentArchive(const std::filesystem::path& archive, bool dump_deleted) {
   log_.LogError("Failed to upload zip via TUS: {}. Renaming to .zip.failed_upload", archive);
   try {
-    const auto kept = WithSuffix(archive, ".failed_upload");
+    const auto kept = WithSuffix(archive, kUnsentSuffix);
     if (const auto renamed = files_.Replace(archive, kept); !renamed) {
       log_.LogError("Failed to rename failed upload zip '{}' to '{}'. Error: {}", archive, kept,
                     renamed.error());

@@ -12,6 +12,7 @@
 #include "platform/files.h"
 #include "report/upload/uploader.h"
 #include "supervisor/report_steps.h"
+#include "supervisor/unsent_reports.h"
 
 namespace vosk::supervisor {
 
@@ -27,7 +28,7 @@ struct CoreEnd {
 class CrashProcessing {
  public:
   CrashProcessing(platform::Files& files, console::LogSink& log, ReportSteps& steps,
-                  report::Uploader& uploader);
+                  report::Uploader& uploader, UnsentReports& unsent_reports);
 
   // Packs and uploads every ".dmp" file in the directory. Whatever fails, no dump is lost: it ends
   // uploaded, as ".dmp.failed_zip", inside a ".zip.failed_upload", or untouched.
@@ -56,6 +57,7 @@ class CrashProcessing {
   console::LogSink& log_;
   ReportSteps& steps_;
   report::Uploader& uploader_;
+  UnsentReports& unsent_reports_;
   std::set<std::filesystem::path> sent_dumps_;  // those that can be neither deleted nor renamed
 };
 

@@ -4,12 +4,14 @@ namespace vosk::supervisor {
 
 DiagnosticReport::DiagnosticReport(platform::Files& files, console::LogSink& log,
                                    dumps::ImmediateDump& immediate_dump, ReportSteps& steps,
-                                   report::Uploader& uploader, const Places& places)
+                                   report::Uploader& uploader, UnsentReports& unsent_reports,
+                                   const Places& places)
     : files_(files),
       log_(log),
       immediate_dump_(immediate_dump),
       steps_(steps),
       uploader_(uploader),
+      unsent_reports_(unsent_reports),
       places_(places) {}
 
 void DiagnosticReport::Submit(platform::ProcessId core_pid) {
@@ -77,7 +79,8 @@ void DiagnosticReport::Upload(const std::filesystem::path& archive) {
   }
   log_.LogError("Failed to upload diagnostic report.");
   // If the renaming fails, the archive keeps its own name; it is not lost.
-  static_cast<void>(files_.Replace(archive, WithSuffix(archive, ".failed_upload")));
+  static_cast<void>(files_.Replace(archive, WithSuffix(archive, kUnsentSuffix)));
+  unsent_reports_.NoteFailure();
 }
 
 }  // namespace vosk::supervisor

@@ -9,6 +9,7 @@
 #include "report/upload/uploader.h"
 #include "supervisor/places.h"
 #include "supervisor/report_steps.h"
+#include "supervisor/unsent_reports.h"
 
 namespace vosk::supervisor {
 
@@ -16,7 +17,7 @@ class DiagnosticReport {
  public:
   DiagnosticReport(platform::Files& files, console::LogSink& log,
                    dumps::ImmediateDump& immediate_dump, ReportSteps& steps,
-                   report::Uploader& uploader, const Places& places);
+                   report::Uploader& uploader, UnsentReports& unsent_reports, const Places& places);
 
   // Dumps the running Core, packs the dump and uploads the archive. The Core goes on; a report that
   // cannot be sent stays as ".zip.failed_upload" until the next start.
@@ -33,6 +34,7 @@ class DiagnosticReport {
   dumps::ImmediateDump& immediate_dump_;
   ReportSteps& steps_;
   report::Uploader& uploader_;
+  UnsentReports& unsent_reports_;
   const Places& places_;
 };
 

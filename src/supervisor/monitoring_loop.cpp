@@ -24,6 +24,8 @@ constexpr seconds kLogRootSearchInterval{15};
 // that lives so long begins anew.
 constexpr seconds kShortLife{60};
 constexpr std::chrono::minutes kLongLife{10};
+// Reports that wait are sent once the Core has run for so long.
+constexpr std::chrono::minutes kUndisturbedLife{5};
 constexpr BackoffPlan kCrashLoop{
     .free_failures = 5, .first = seconds(10), .longest = std::chrono::minutes(5)};
 // Launches that a repair has not helped, and launches of a Core that cannot be watched.
@@ -63,6 +65,7 @@ void MonitoringLoop::RunCycle() {
   // A successor that has taken over launches the Core itself.
   if (state_.g_terminateMonitoring.load()) return;
   const bool none_runs = core_runs ? UpdateEndedCore() : core_.IsHeld() || !out_of_reach;
+  if (core_runs) SendUnsentReports(now);
   if (none_runs && clock_.SteadyNow() >= state_.relaunch_not_before) Relaunch();
   clock_.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
@@ -141,6 +144,12 @@ bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
                console::FormatUptime(*uptime), kScheduledRestartInterval.count());
   core_.InitiateGracefulRestart("Scheduled Interval");
   return true;
+}
+
+void MonitoringLoop::SendUnsentReports(SteadyTime now) {
+  const auto uptime = core_.Uptime(now);
+  if (!uptime || *uptime < kUndisturbedLife || !core_.HasMonitor() || state_.menu_visible) return;
+  services_.unsent_reports.SendWhenDue(now);
 }
 
 bool MonitoringLoop::UpdateEndedCore() {

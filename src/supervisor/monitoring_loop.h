@@ -33,6 +33,8 @@ class MonitoringLoop {
   // Returns true if the Core has run so long that it is restarted.
   [[nodiscard]] bool RestartWhenDue(SteadyTime now);
 
+  void SendUnsentReports(SteadyTime now);
+
   // Returns whether a failed update has left no Core.
   [[nodiscard]] bool UpdateEndedCore();
   void Relaunch();

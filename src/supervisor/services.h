@@ -34,6 +34,7 @@
 #include "supervisor/places.h"
 #include "supervisor/report_steps.h"
 #include "supervisor/state.h"
+#include "supervisor/unsent_reports.h"
 #include "supervisor/update_schedule.h"
 #include "supervisor/watched_core.h"
 
@@ -50,6 +51,12 @@ struct Services {
             .crash_count = state.crash_count,
             .uptime = core.Uptime(host.clock.SteadyNow()),
             .red_alert = state.red_alert_mode.load()};
+  }
+
+  // Whether there is something that an upload without haste has to give way to.
+  [[nodiscard]] bool SomethingIsDue() {
+    return host.console.KeyWaiting() || !core.IsRunning() ||
+           !disk_space.CheckDiskSpace(places.target_directory, /*verbose=*/false);
   }
 
   // clang-format off
@@ -79,8 +86,9 @@ struct Services {
   report::HostInfo host_info{host, log, {std::string(identity::kVersion), core_version.Current(), core.Modules()}};
   report::ReportArchive archive{host.files, host.system, host.clock, log, progress};
   ReportSteps report_steps{host.files, host_info, archive, state.red_alert_mode};
-  CrashProcessing crash_processing{host.files, log, report_steps, *uploader};
-  DiagnosticReport diagnostic_report{host.files, log, immediate_dump, report_steps, *uploader, places};
+  UnsentReports unsent_reports{host.files, host.clock, log, *uploader, places, [this] { return SomethingIsDue(); }};
+  CrashProcessing crash_processing{host.files, log, report_steps, *uploader, unsent_reports};
+  DiagnosticReport diagnostic_report{host.files, log, immediate_dump, report_steps, *uploader, unsent_reports, places};
   CoreEndHandling core_end{host.clock, log, core, crash_processing, places, state};
   UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_space, core_version, core, core_end, places, state};
   MenuActions menu{host.console, log, screen, core, core_version, diagnostic_report, update_schedule, state};

@@ -117,6 +117,7 @@ StartUp::Step StartUp::AcquireProcDump() {
   if (places_.dump_storage_directory.empty()) {
     log_.LogWarn("Dump storage directory path is invalid, cannot clear contents.");
   } else {
+    services_.unsent_reports.Rescue();
     files::ClearDirectory(host_.files, host_.clock, log_, places_.dump_storage_directory);
   }
   return {};

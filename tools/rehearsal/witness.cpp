@@ -227,6 +227,7 @@ void Witness::CheckRemoval(const std::string& path) {
   const std::string name = where.filename().string();
   const bool in_own_directories =
       text.starts_with(temp + std::string(identity::kDumpStorageName)) ||
+      text.starts_with(temp + std::string(identity::kUnsentReportsName)) ||
       text.starts_with(temp + std::string(install::kWorkDirectoryName));
   const bool own_leftover = where.parent_path() == fs::path(own) &&
                             (name.starts_with("VOSK") || name.starts_with("procdump"));
