@@ -45,6 +45,9 @@ class ReportArchive {
                              const std::filesystem::path& dump_path,
                              const std::vector<std::filesystem::path>& optional_paths);
   [[nodiscard]] bool AddDump(zip::ZipWriter& zip, const std::filesystem::path& dump_path);
+  // Adds what a file holds just now; it may go on to grow.
+  [[nodiscard]] zip::ZipWriter::Outcome AddFile(zip::ZipWriter& zip, const std::string& entry_name,
+                                                const std::filesystem::path& file);
   void AddOptionalPath(zip::ZipWriter& zip, const std::filesystem::path& path);
   void AddOptionalFile(zip::ZipWriter& zip, const std::filesystem::path& file);
   [[nodiscard]] bool AddDirectoryEntry(zip::ZipWriter& zip, const std::filesystem::path& directory,
