@@ -100,7 +100,7 @@ TEST_F(ReportArchiveTest, PacksDumpFilesAndDirectoriesInOrder) {
       shown.push_back(progress_.Percentage());
     }
   };
-  files_.before_read = [&](int) { look(); };
+  files_.before_read = [&](int) { host_.clock.Advance(std::chrono::seconds(1)); };
   log_.Sink().SetRedrawHook(look);
 
   EXPECT_TRUE(Pack({"info/hostInfo.txt", "info/core_hostInfo.txt", "TestNet", "info/."}));
@@ -119,7 +119,7 @@ TEST_F(ReportArchiveTest, PacksDumpFilesAndDirectoriesInOrder) {
   };
   EXPECT_EQ(ReadZip(kZip), expected);
   ExpectReadersAccept(kZip);
-  EXPECT_EQ(shown, (std::vector<double>{-1, 0, 23.75, 47.5, 71.25, 95, 90}));
+  EXPECT_EQ(shown, (std::vector<double>{-1, 47.5, 71.25, 95, 90}));
   EXPECT_EQ(progress_.Percentage(), 100.0);
 }
 

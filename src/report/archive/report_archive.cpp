@@ -120,6 +120,7 @@ bool ReportArchive::AddDump(zip::ZipWriter& zip, const path& dump_path) {
   FileSource source(std::move(*stream), [&](std::uint64_t end) {
     const double share = size == 0 ? 1.0 : static_cast<double>(end) / static_cast<double>(size);
     progress_.Set(std::min(share * kDumpShare, kDumpShare));
+    pulse_.Beat();
   });
   if (!source.Size()) {
     log_.LogError("Failed to read the size of the dump file for zip compression: {}", dump_path);
@@ -145,7 +146,7 @@ zip::ZipWriter::Outcome ReportArchive::AddFile(zip::ZipWriter& zip, const std::s
   if (!modified) return tl::unexpected<std::string>("file stat failed");
   auto stream = files_.OpenForReading(file);
   if (!stream) return tl::unexpected<std::string>("file open failed");
-  FileSource source(std::move(*stream), [](std::uint64_t) {});
+  FileSource source(std::move(*stream), [this](std::uint64_t) { pulse_.Beat(); });
   if (!source.Size()) return tl::unexpected<std::string>("file seek failed");
   return zip.AddUpTo(entry_name, source, *source.Size(),
                      std::chrono::system_clock::to_time_t(*modified));

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "console/bar_pulse.h"
 #include "console/log.h"
 #include "console/transfer_progress.h"
 #include "platform/clock.h"
@@ -64,6 +65,7 @@ class ReportArchive {
   platform::Clock& clock_;
   console::LogSink& log_;
   console::TransferProgress& progress_;
+  console::BarPulse pulse_{clock_, log_};
 };
 
 }  // namespace vosk::report

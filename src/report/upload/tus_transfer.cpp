@@ -89,13 +89,20 @@ std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
   return CURL_READFUNC_ABORT;
 }
 
+void TusProgressContext::Show(std::int64_t uploaded) const {
+  progress->Set(std::min(Percentage(*offset + uploaded, totalSize), kMaxRunningPercentage));
+}
+
 int ReportProgress(void* context, curl_off_t /*download_total*/, curl_off_t /*downloaded*/,
-                   curl_off_t /*upload_total*/, curl_off_t uploaded) noexcept {
+                   curl_off_t /*upload_total*/, curl_off_t uploaded) noexcept try {
   const auto* target = static_cast<const TusProgressContext*>(context);
   if (target != nullptr && target->totalSize > 0 && target->offset != nullptr) {
-    const double percentage = Percentage(*target->offset + uploaded, target->totalSize);
-    target->progress->Set(std::min(percentage, kMaxRunningPercentage));
+    target->Show(uploaded);
+    if (target->pulse != nullptr) target->pulse->Beat();
   }
+  return 0;
+} catch (...) {
+  // A bar that cannot be drawn is no reason to give up an upload.
   return 0;
 }
 

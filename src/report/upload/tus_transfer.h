@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "console/bar_pulse.h"
 #include "console/transfer_progress.h"
 
 namespace vosk::report {
@@ -52,6 +53,10 @@ struct TusProgressContext {
   std::int64_t totalSize = 0;
   const std::int64_t* offset = nullptr;
   console::TransferProgress* progress = nullptr;
+  console::BarPulse* pulse = nullptr;  // or nobody looks
+
+  // Shows the share of the file that the server holds, `uploaded` bytes beyond the offset.
+  void Show(std::int64_t uploaded) const;
 };
 
 // How one request ended.

@@ -156,6 +156,9 @@ bool TusUploadRun::TakeLocation() {
 }
 
 bool TusUploadRun::SendFile() {
+  progress_context_ = {file_size_, &offset_, &progress_, &pulse_};
+  // The display still shows where packing ended.
+  progress_context_.Show(0);
   progress_.SetLabel("Uploading");
   log_.RedrawStatusBar();
   log_.LogInfo("TUS Step 3: Starting chunked PATCH uploads from offset {}...", offset_);
@@ -165,7 +168,6 @@ bool TusUploadRun::SendFile() {
     return false;
   }
   response_.stream = std::move(*stream);
-  progress_context_ = {file_size_, &offset_, &progress_};
   StartSending();
   while (offset_ < file_size_) {
     if (!SendChunk()) return false;

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 
+#include "console/bar_pulse.h"
 #include "console/log.h"
 #include "console/transfer_progress.h"
 #include "net/easy_handle.h"
@@ -59,6 +60,7 @@ class TusUploadRun {
   int attempt_ = 0;          // failed ones, for the chunk at hand
   int fruitless_answers_ = 0;
   TusResponse response_;
+  console::BarPulse pulse_{clock_, log_};
   TusProgressContext progress_context_;
   // Last, so that nothing that the handle points to goes before it.
   net::EasyHandle curl_;
