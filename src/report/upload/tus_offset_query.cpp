@@ -29,6 +29,8 @@ std::int64_t OffsetOfAnswer(const TusResponse& response, console::LogSink& log) 
 std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url, TusResponse& response,
                                 console::LogSink& log) {
   log.LogInfo("TUS: Sending HEAD request to get offset for: {}", upload_url);
+  // Headers of an earlier answer would stand for this one's.
+  response.ClearBuffers();
   const HeaderList headers(OffsetQueryHeaders());
   SetOption(handle, CURLOPT_URL, upload_url.c_str());
   SetOption(handle, CURLOPT_CUSTOMREQUEST, "HEAD");

@@ -64,16 +64,19 @@ std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* re
 }
 
 // Looking for the end with a peek before every read would cost a tenth of the speed, so a read that
-// meets nothing but the end stands for it.
+// meets nothing but the end stands for it. The chunk's end is one as well: libcurl fills up a buffer
+// that is nearly empty whatever it announced, and stops only if it has sent exactly that.
 std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
                           void* response) noexcept try {
   constexpr int kEnd = std::istream::traits_type::eof();
   auto* state = static_cast<TusResponse*>(response);
   if (state == nullptr || state->stream == nullptr || !state->stream->good()) return 0;
   std::istream& stream = *state->stream;
+  const std::int64_t left = state->chunkLength - state->bytesReadForChunk;
+  if (left <= 0) return 0;
   if (size * count == 0) return stream.peek() == kEnd ? 0 : CURL_READFUNC_ABORT;
 
-  stream.read(buffer, static_cast<std::streamsize>(size * count));
+  stream.read(buffer, std::min(static_cast<std::streamsize>(size * count), left));
   if (!stream.good() && !stream.eof()) {
     // For a debugger only: the log gets the error that libcurl makes of it.
     [[maybe_unused]] const std::string reason = fmt::format(

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <istream>
+#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
@@ -41,6 +42,8 @@ struct TusResponse {
   std::string headers;  // lines as received, each with its CR LF
   std::string body;
   std::int64_t bytesReadForChunk = 0;
+  // No more than this is given away for one attempt.
+  std::int64_t chunkLength = std::numeric_limits<std::int64_t>::max();
   std::unique_ptr<std::istream> stream;  // none until the chunks are sent
 
   void ClearBuffers() {

@@ -212,6 +212,7 @@ bool TusUploadRun::SendChunk() {
     log_.LogInfo("PATCH Attempt {}/{}: Offset={}, ChunkSize={}", attempt_ + 1, kMaxAttempts,
                  offset_, chunk_length);
     response_.bytesReadForChunk = 0;
+    response_.chunkLength = chunk_length;
     response_.ClearBuffers();
     // Method and upload mode stay as the request before left them: an offset query turns what
     // follows it into a plain request without a body.
