@@ -8,12 +8,11 @@
 
 #include "net/download_progress.h"
 #include "net/easy_handle.h"
+#include "net/redirections.h"
 
 namespace vosk::net {
 namespace {
 
-// Some versions of libcurl follow a circle of redirections for ever.
-constexpr long kMostRedirections = 30;
 constexpr double kHighestRunningPercentage = 99.9;
 
 std::string TextOfErrno(int number) {
@@ -53,10 +52,11 @@ class DownloadedFile {
 // Shows how far one transfer has come and tells when it has to stop.
 class ProgressReporter {
  public:
-  ProgressReporter(platform::Clock& clock, console::LogSink& log,
+  ProgressReporter(CURL* easy, platform::Clock& clock, console::LogSink& log,
                    console::TransferProgress& progress,
                    const std::atomic<bool>& g_terminateMonitoring)
-      : clock_(clock),
+      : easy_(easy),
+        clock_(clock),
         log_(log),
         progress_(progress),
         g_terminateMonitoring_(g_terminateMonitoring),
@@ -64,6 +64,21 @@ class ProgressReporter {
 
   // False if the transfer is to be broken off.
   bool Report(DownloadedBytes bytes) {
+    if (!Redirects()) Show(bytes);
+    if (!g_terminateMonitoring_.load()) return true;
+    log_.LogWarn("Download interrupted by termination request.");
+    return false;
+  }
+
+ private:
+  // Whether what arrives is only a page about a redirection.
+  [[nodiscard]] bool Redirects() const {
+    long status = 0;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+    return status >= 300 && status < 400;
+  }
+
+  void Show(DownloadedBytes bytes) {
     if (bytes.total > 0) {
       const double percentage =
           static_cast<double>(bytes.now) * 100.0 / static_cast<double>(bytes.total);
@@ -76,12 +91,9 @@ class ProgressReporter {
       log_.LogProgress(ProgressLine(bytes));
       log_.RedrawStatusBar();
     }
-    if (!g_terminateMonitoring_.load()) return true;
-    log_.LogWarn("Download interrupted by termination request.");
-    return false;
   }
 
- private:
+  CURL* easy_;
   platform::Clock& clock_;
   console::LogSink& log_;
   console::TransferProgress& progress_;
@@ -108,8 +120,7 @@ void SetOptions(CURL* easy, const std::string& url, DownloadedFile& file,
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, WriteBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &file);
-  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMostRedirections);
+  FollowRedirections(easy, url);
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, ShowProgress);
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &reporter);
@@ -162,7 +173,7 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   }
 
   DownloadedFile file(std::move(*stream));
-  ProgressReporter reporter(clock_, log_, progress_, g_terminateMonitoring_);
+  ProgressReporter reporter(easy.get(), clock_, log_, progress_, g_terminateMonitoring_);
   progress_.Begin("Downloading");
   SetOptions(easy.get(), url, file, reporter, limits_);
   CURLcode code = curl_easy_perform(easy.get());

@@ -6,6 +6,7 @@
 
 #include "identity.h"
 #include "net/easy_handle.h"
+#include "net/redirections.h"
 #include "net/version_reply.h"
 
 namespace vosk::net {
@@ -59,7 +60,7 @@ void SetOptions(CURL* easy, const std::string& url, ResponseBody& body,
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, CollectBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+  FollowRedirections(easy, url);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT, patience.seconds_in_all);
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, patience.connect_seconds);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);

@@ -122,6 +122,8 @@ TEST_F(HttpDownloadTest, KeepsTheBodyOrNothing) {
       {"up to the end of the connection", send("", "abc")},
       {"redirected", redirect(30, "200 OK")},
       {"redirected in a circle", redirect(30, "302 Found")},
+      {"redirected to another protocol",
+       [](ScriptedPeer& peer) { peer.Answer("302 Found", {"Location: ftp://127.0.0.1:1/"}); }},
       {"missing after a redirection", redirect(1, "403 Forbidden")},
       {"bad request", answer("400 Bad Request", "a page")},
       {"no answer", [](ScriptedPeer& peer) { peer.Drop(); }},
@@ -176,11 +178,14 @@ TEST_F(HttpDownloadTest, ShowsHowFarItHasCome) {
   std::string body(32 << 20, 'x');
   for (std::size_t at = 0; at < body.size(); at += 1'000) body[at] = static_cast<char>(at % 101);
   Download();
+  peer_.Answer("302 Found", {"Location: /package"}, std::string(3'000, 'x'));
+  peer_.Expect("GET /package");
   peer_.Answer("200 OK", {}, body);
   EXPECT_TRUE(Ending().find("done: " + body + '\n') == 2);
   EXPECT_EQ(highest, 99.9);
   // The first, the last, and not more than two in a second.
   EXPECT_LE(progress_lines_.size(), 2 + clock_.Elapsed() / std::chrono::milliseconds(500));
+  EXPECT_THAT(progress_lines_, testing::Each(testing::HasSubstr("/ 32.00 MB")));
   EXPECT_EQ(progress_lines_.back(), "[PROG] Downloading: 32.00 MB / 32.00 MB (100.0%)");
   peer_.Drop();
   clock_.step = std::chrono::milliseconds(1'001);

@@ -98,16 +98,22 @@ TEST_F(VersionServiceTest, GivesTheVersionOrSaysWhyThereIsNone) {
                          const std::vector<std::string>& headers = {}) {
     return [=](ScriptedPeer& peer) { peer.Answer(status, headers, body); };
   };
+  const auto redirect = [](int times, const std::string& then) {
+    return [=](ScriptedPeer& peer) {
+      for (int n = 0; n < times; ++n) {
+        peer.Answer("302 Found", {"Location: /elsewhere"});
+        peer.Expect("GET /elsewhere");
+      }
+      peer.Answer(then, {"Location: /elsewhere"}, R"({"result":0,"version":" 3.4.1 "})");
+    };
+  };
   const std::vector<std::string> gzip = {"Content-Encoding: gzip"};
   const std::string refusal = R"({"result":7,"errorDescription":"no such product"})";
   const std::string longest = "<html>" + std::string(65'530, 'x');
   const std::pair<std::string, std::function<void(ScriptedPeer&)>> rows[] = {
-      {"redirected",
-       [](ScriptedPeer& peer) {
-         peer.Answer("302 Found", {"Location: /elsewhere"});
-         peer.Expect("GET /elsewhere");
-         peer.Answer("200 OK", {}, R"({"result":0,"version":" 3.4.1 "})");
-       }},
+      {"redirected", redirect(30, "200 OK")},
+      {"redirected in a circle", redirect(30, "302 Found")},
+      {"redirected to another protocol", answer("302 Found", "", {"Location: ftp://127.0.0.1:1/"})},
       {"gzip", answer("200 OK", kZipped, gzip)},
       {"broken gzip", answer("200 OK", std::string(kZipped).replace(20, 4, 4, '\xff'), gzip)},
       {"404 with JSON", answer("404 Not Found", R"({"result":0,"version":"3.4.1"})")},

@@ -272,23 +272,37 @@ TEST_F(TusFailures, ASlowNetworkGetsNoMoreThanTheChunk) {
   EXPECT_THAT(log_.Lines(), LogLacks("mismatch"));
 }
 
-TEST_F(TusFailures, AServerThatNeverAdvancesEndsTheUpload) {
-  host_.PutFile(kReport, "report");
-  console::TransferProgress progress;
-  ScriptedPeer peer;
-  TusClient client(peer.Url(), host_.files, host_.clock, log_.Sink(), progress);
-  peer.Run([&] { return client.TusUpload(kReport); });
-  int requests = 0;
-  for (; peer.Await(); ++requests) {
-    peer.Answer(requests == 0   ? "201 Created"
-                : requests == 1 ? "200 OK"
-                                : "204 No Content",
-                {"Location: /files/1", "Upload-Offset: 0"});
+TEST_F(TusFailures, AServerThatLeadsNowhereEndsTheUpload) {
+  struct Row {
+    Words answers;  // the last one for ever
+    std::size_t requests;
+    std::string end;
+  };
+  const std::string circle = "Number of redirects hit maximum amount";
+  const Row rows[] = {
+      {{"201 Created", "200 OK", "204 No Content"},
+       102,
+       "[ERROR] Server offset did not advance in 100 answers to TUS PATCH. Aborting upload."},
+      {{"302 Found"}, 31, "[ERROR] TUS POST request failed. CURLcode: 47 (" + circle},
+      {{"201 Created", "302 Found"},
+       32,
+       "[ERROR] TUS HEAD request failed. CURLcode: 47 (" + circle},
+  };
+  for (const auto& [answers, wanted, end] : rows) {
+    host_.PutFile(kReport, "report");
+    console::TransferProgress progress;
+    ScriptedPeer peer;
+    TusClient client(peer.Url(), host_.files, host_.clock, log_.Sink(), progress);
+    peer.Run([&] { return client.TusUpload(kReport); });
+    std::size_t requests = 0;
+    for (; peer.Await(); ++requests) {
+      peer.Answer(answers[std::min(requests, answers.size() - 1)],
+                  {"Location: /files/1", "Upload-Offset: 0"});
+    }
+    EXPECT_FALSE(peer.Result());
+    EXPECT_EQ(requests, wanted) << end;
+    EXPECT_THAT(log_.Lines(), testing::Contains(testing::StartsWith(end)));
   }
-  EXPECT_FALSE(peer.Result());
-  EXPECT_EQ(requests, 102);
-  EXPECT_EQ(log_.Lines().back(),
-            "[ERROR] Server offset did not advance in 100 answers to TUS PATCH. Aborting upload.");
 }
 
 TEST_F(TusFailures, AnUnknownCertificateIsRefused) {

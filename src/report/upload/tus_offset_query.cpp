@@ -32,7 +32,7 @@ std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url, Tus
   // Headers of an earlier answer would stand for this one's.
   response.ClearBuffers();
   const HeaderList headers(OffsetQueryHeaders());
-  SetOption(handle, CURLOPT_URL, upload_url.c_str());
+  SetUrl(handle, upload_url);
   SetOption(handle, CURLOPT_CUSTOMREQUEST, "HEAD");
   SetOption(handle, CURLOPT_NOBODY, 1L);
   SetOption(handle, CURLOPT_HTTPGET, 0L);

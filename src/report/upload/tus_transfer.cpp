@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "net/redirections.h"
 #include "report/upload/tus_protocol.h"
 
 namespace vosk::report {
@@ -39,6 +40,11 @@ std::string TusAnswer::CodeText() const {
   return fmt::format("{} ({})", static_cast<int>(code), curl_easy_strerror(code));
 }
 
+void SetUrl(CURL* handle, const std::string& url) {
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  net::FollowRedirections(handle, url);
+}
+
 TusAnswer Perform(CURL* handle) {
   TusAnswer answer;
   answer.code = curl_easy_perform(handle);
@@ -64,8 +70,8 @@ std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* re
 }
 
 // Looking for the end with a peek before every read would cost a tenth of the speed, so a read that
-// meets nothing but the end stands for it. The chunk's end is one as well: libcurl fills up a buffer
-// that is nearly empty whatever it announced, and stops only if it has sent exactly that.
+// meets nothing but the end stands for it. The chunk's end is one as well: libcurl fills up a
+// buffer that is nearly empty whatever it announced, and stops only if it has sent exactly that.
 std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
                           void* response) noexcept try {
   constexpr int kEnd = std::istream::traits_type::eof();

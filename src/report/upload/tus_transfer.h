@@ -71,6 +71,9 @@ struct TusAnswer {
   [[nodiscard]] std::string CodeText() const;
 };
 
+// Where the next request goes, and how far it may be redirected.
+void SetUrl(CURL* handle, const std::string& url);
+
 // Sends the request that the handle is set to, and waits for its end.
 [[nodiscard]] TusAnswer Perform(CURL* handle);
 

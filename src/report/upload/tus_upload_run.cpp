@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "net/redirections.h"
 #include "report/upload/tus_offset_query.h"
 #include "report/upload/tus_protocol.h"
 #include "text/utf.h"
@@ -22,7 +23,6 @@ constexpr int kMaxFruitlessAnswers = 100;
 void SetConnectionOptions(CURL* handle) {
   SetOption(handle, CURLOPT_SSL_VERIFYPEER, 1L);
   SetOption(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-  SetOption(handle, CURLOPT_FOLLOWLOCATION, 1L);
   SetOption(handle, CURLOPT_TIMEOUT, 300L);
   SetOption(handle, CURLOPT_CONNECTTIMEOUT, 30L);
   SetOption(handle, CURLOPT_TCP_KEEPALIVE, 1L);
@@ -116,7 +116,7 @@ bool TusUploadRun::CreateResource() {
   const std::string metadata =
       UploadMetadata(text::PathToUtf8(file_.filename()), text::PathToUtf8(file_.extension()));
   const HeaderList headers(CreationHeaders(file_size_, metadata));
-  SetOption(handle, CURLOPT_URL, endpoint_.c_str());
+  SetUrl(handle, endpoint_);
   SetOption(handle, CURLOPT_POST, 1L);
   SetOption(handle, CURLOPT_POSTFIELDSIZE, 0L);
   SetOption(handle, CURLOPT_HTTPHEADER, headers.Get());
@@ -152,6 +152,10 @@ bool TusUploadRun::TakeLocation() {
     url_ = std::move(*resolved);
   }
   log_.LogInfo("TUS Step 1: Resource created. Upload URL: {}", url_);
+  if (net::IsEncrypted(endpoint_) && !net::IsEncrypted(url_)) {
+    log_.LogWarn(
+        "TUS: The report will be sent without encryption: the server gave an http address.");
+  }
   return true;
 }
 
@@ -217,7 +221,7 @@ bool TusUploadRun::SendChunk() {
     // Method and upload mode stay as the request before left them: an offset query turns what
     // follows it into a plain request without a body.
     SetOption(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(chunk_length));
-    SetOption(handle, CURLOPT_URL, url_.c_str());
+    SetUrl(handle, url_);
     SetOption(handle, CURLOPT_HTTPHEADER, headers.Get());
     CaptureResponse(handle, response_);
     const TusAnswer answer = Perform(handle);
