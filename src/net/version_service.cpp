@@ -8,6 +8,7 @@
 #include "net/easy_handle.h"
 #include "net/redirections.h"
 #include "net/version_reply.h"
+#include "text/remote_text.h"
 
 namespace vosk::net {
 namespace {
@@ -17,10 +18,6 @@ constexpr long kHttpOk = 200;
 // it up. The parsed document is many times as large, and its parser does not survive a refused
 // allocation.
 constexpr std::size_t kLargestBody = std::size_t{4} << 20;
-// A body of this size is logged in full. The log, its recent lines and the console each keep a
-// copy.
-constexpr std::size_t kLongestLoggedBody = std::size_t{64} << 10;
-
 class ResponseBody {
  public:
   explicit ResponseBody(console::LogSink& log) : log_(log) {}
@@ -111,12 +108,7 @@ std::string HttpVersionService::FetchVersion() {
 }
 
 void HttpVersionService::LogResponseBody(const std::string& body) {
-  if (body.size() <= kLongestLoggedBody) {
-    log_.LogError("FetchVersion: Response Body: {}", body);
-    return;
-  }
-  log_.LogError("FetchVersion: Response Body: {}... ({} bytes in all)",
-                body.substr(0, kLongestLoggedBody), body.size());
+  log_.LogError("FetchVersion: Response Body: {}", text::RemoteBody(body));
 }
 
 }  // namespace vosk::net

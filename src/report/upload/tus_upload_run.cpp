@@ -7,6 +7,7 @@
 #include "net/redirections.h"
 #include "report/upload/tus_offset_query.h"
 #include "report/upload/tus_protocol.h"
+#include "text/remote_text.h"
 #include "text/utf.h"
 
 namespace vosk::report {
@@ -128,8 +129,8 @@ bool TusUploadRun::CreateResource() {
   if (!answer.Transferred() || answer.status != 201) {
     log_.LogError("TUS POST request failed. CURLcode: {}, HTTP Status: {}", answer.CodeText(),
                   answer.status);
-    log_.LogError("Response Body: {}", response_.body);
-    log_.LogError("Response Headers:\n{}", response_.headers);
+    log_.LogError("Response Body: {}", text::RemoteBody(response_.body));
+    log_.LogError("Response Headers:\n{}", text::RemoteHeaders(response_.headers));
     return false;
   }
   return TakeLocation();
@@ -140,7 +141,7 @@ bool TusUploadRun::TakeLocation() {
   if (url_.empty()) {
     log_.LogError(
         "TUS POST succeeded (HTTP 201), but 'Location' header was missing in the response.");
-    log_.LogError("Response Headers:\n{}", response_.headers);
+    log_.LogError("Response Headers:\n{}", text::RemoteHeaders(response_.headers));
     return false;
   }
   if (!url_.starts_with("http")) {
@@ -151,7 +152,7 @@ bool TusUploadRun::TakeLocation() {
     }
     url_ = std::move(*resolved);
   }
-  log_.LogInfo("TUS Step 1: Resource created. Upload URL: {}", url_);
+  log_.LogInfo("TUS Step 1: Resource created. Upload URL: {}", text::RemoteValue(url_));
   if (net::IsEncrypted(endpoint_) && !net::IsEncrypted(url_)) {
     log_.LogWarn(
         "TUS: The report will be sent without encryption: the server gave an http address.");
@@ -255,7 +256,7 @@ bool TusUploadRun::AcceptChunk() {
   } catch (const std::exception& problem) {
     log_.LogError(
         "Failed to parse 'Upload-Offset' header ('{}') after successful PATCH: {}. Aborting.",
-        value, problem.what());
+        text::RemoteValue(value), problem.what());
     return false;
   }
   LogOffsetOfAnswer(server_offset);
@@ -289,7 +290,7 @@ bool TusUploadRun::MayRetry(const TusAnswer& answer) {
   log_.LogError("TUS PATCH failed (Attempt {}/{}). CURLcode: {}, HTTP Status: {}", attempt_,
                 kMaxAttempts, answer.CodeText(), answer.status);
   if (!response_.body.empty()) {
-    log_.LogError("Response Body: {}", response_.body);
+    log_.LogError("Response Body: {}", text::RemoteBody(response_.body));
   }
   const auto verdict = JudgeChunk(answer.Transferred(), answer.status, attempt_);
   if (verdict == ChunkVerdict::attempts_used_up) {
