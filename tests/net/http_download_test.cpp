@@ -22,6 +22,12 @@ const fs::path kTarget = "work/package.zip";
 
 class HttpDownloadTest : public testing::Test {
  protected:
+  struct Row {
+    std::string name;
+    std::function<void(ScriptedPeer&)> answer;
+    std::function<void()> before = [] {};
+  };
+
   HttpDownloadTest() { host_.PutFile(kTarget, "an older package"); }
 
   void Download() {
@@ -88,11 +94,6 @@ class HttpDownloadTest : public testing::Test {
 };
 
 TEST_F(HttpDownloadTest, KeepsTheBodyOrNothing) {
-  struct Row {
-    std::string name;
-    std::function<void(ScriptedPeer&)> answer;
-    std::function<void()> before = [] {};
-  };
   const auto answer = [](const std::string& status, const std::string& body = {}) {
     return [=](ScriptedPeer& peer) { peer.Answer(status, {}, body); };
   };
