@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/hurrying_clock.h"
 #include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
 #include "tests/support/scripted_peer.h"
@@ -70,20 +71,9 @@ class HttpDownloadTest : public testing::Test {
     fs::create_symlink("/dev/full", kTarget);
   }
 
-  // Time passes with every look at it, where a test wants that.
-  class HurryingClock : public support::SimClock {
-   public:
-    using SimClock::SimClock;
-    support::Duration step{0};
-    std::chrono::steady_clock::time_point SteadyNow() override {
-      Advance(step);
-      return SimClock::SteadyNow();
-    }
-  };
-
   support::CheckedHost host_;
   MeddlingFiles files_{host_.files};
-  HurryingClock clock_{host_.choke};
+  support::HurryingClock clock_{host_.choke};
   support::LogRecorder log_{host_};
   std::size_t seen_lines_ = 0;
   LogText progress_lines_;
