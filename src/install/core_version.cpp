@@ -5,15 +5,17 @@
 #include <istream>
 
 #include "text/formatters.h"
+#include "text/remote_text.h"
 
 namespace vosk::install {
 namespace {
 
-std::string Trim(const std::string& line) {
+// The trimmed line, which another program wrote.
+std::string VersionIn(const std::string& line) {
   constexpr std::string_view kBlanks = " \t\n\r";
   const auto first = line.find_first_not_of(kBlanks);
   if (first == std::string::npos) return {};
-  return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
+  return text::RemoteValue(line.substr(first, line.find_last_not_of(kBlanks) - first + 1));
 }
 
 }  // namespace
@@ -23,7 +25,7 @@ std::string ReadCoreVersionFile(platform::Files& files,
   const auto stream = files.OpenForReading(stats_directory / kCoreVersionFile);
   std::string line;
   if (!stream || !std::getline(**stream, line)) return {};
-  return Trim(line);
+  return VersionIn(line);
 }
 
 CoreVersion::CoreVersion(platform::Files& files, console::LogSink& log)
@@ -69,7 +71,7 @@ std::string CoreVersion::ReadFirstLine(const std::filesystem::path& path, bool q
          quiet);
     return {};
   }
-  std::string version = Trim(line);
+  std::string version = VersionIn(line);
   if (version.empty()) Warn("CoreVersion.txt is empty.", quiet);
   return version;
 }

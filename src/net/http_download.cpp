@@ -8,12 +8,11 @@
 
 #include "net/download_progress.h"
 #include "net/easy_handle.h"
+#include "net/redirections.h"
 
 namespace vosk::net {
 namespace {
 
-// Some versions of libcurl follow circular redirections for ever.
-constexpr long kMostRedirections = 30;
 constexpr double kHighestRunningPercentage = 99.9;
 
 std::string TextOfErrno(int number) {
@@ -31,7 +30,7 @@ class DownloadedFile {
     return Check() ? size : 0;
   }
 
-  // Closes the file, so that others may use it. Returns the error number of a failed write, or 0.
+  // Gives the file back to everybody. Returns the error number of a write that failed, or 0.
   int Close() {
     errno = 0;
     stream_->flush();
@@ -50,20 +49,36 @@ class DownloadedFile {
   int error_ = 0;
 };
 
-// Shows the progress of one transfer and decides when it has to stop.
+// Shows how far one transfer has come and tells when it has to stop.
 class ProgressReporter {
  public:
-  ProgressReporter(platform::Clock& clock, console::LogSink& log,
+  ProgressReporter(CURL* easy, platform::Clock& clock, console::LogSink& log,
                    console::TransferProgress& progress,
                    const std::atomic<bool>& g_terminateMonitoring)
-      : clock_(clock),
+      : easy_(easy),
+        clock_(clock),
         log_(log),
         progress_(progress),
         g_terminateMonitoring_(g_terminateMonitoring),
         last_report_(clock.SteadyNow()) {}
 
-  // Returns false if the transfer has to stop.
+  // False if the transfer is to be broken off.
   bool Report(DownloadedBytes bytes) {
+    if (!Redirects()) Show(bytes);
+    if (!g_terminateMonitoring_.load()) return true;
+    log_.LogWarn("Download interrupted by termination request.");
+    return false;
+  }
+
+ private:
+  // Whether what arrives is only a page about a redirection.
+  [[nodiscard]] bool Redirects() const {
+    long status = 0;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+    return status >= 300 && status < 400;
+  }
+
+  void Show(DownloadedBytes bytes) {
     if (bytes.total > 0) {
       const double percentage =
           static_cast<double>(bytes.now) * 100.0 / static_cast<double>(bytes.total);
@@ -76,12 +91,9 @@ class ProgressReporter {
       log_.LogProgress(ProgressLine(bytes));
       log_.RedrawStatusBar();
     }
-    if (!g_terminateMonitoring_.load()) return true;
-    log_.LogWarn("Download interrupted by termination request.");
-    return false;
   }
 
- private:
+  CURL* easy_;
   platform::Clock& clock_;
   console::LogSink& log_;
   console::TransferProgress& progress_;
@@ -99,7 +111,7 @@ int ShowProgress(void* reporter, curl_off_t total, curl_off_t now, curl_off_t, c
   const DownloadedBytes bytes{.now = now, .total = total};
   return static_cast<ProgressReporter*>(reporter)->Report(bytes) ? 0 : 1;
 } catch (...) {
-  // No exception may pass through libcurl; without memory for a line the transfer ends.
+  // libcurl must not be unwound; without memory for a line the transfer ends.
   return 1;
 }
 
@@ -108,8 +120,7 @@ void SetOptions(CURL* easy, const std::string& url, DownloadedFile& file,
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, WriteBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &file);
-  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMostRedirections);
+  FollowRedirections(easy, url);
   curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, ShowProgress);
   curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &reporter);
@@ -162,7 +173,7 @@ bool HttpDownloader::DownloadFile(const std::string& url,
   }
 
   DownloadedFile file(std::move(*stream));
-  ProgressReporter reporter(clock_, log_, progress_, g_terminateMonitoring_);
+  ProgressReporter reporter(easy.get(), clock_, log_, progress_, g_terminateMonitoring_);
   progress_.Begin("Downloading");
   SetOptions(easy.get(), url, file, reporter, limits_);
   CURLcode code = curl_easy_perform(easy.get());

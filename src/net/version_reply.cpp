@@ -4,6 +4,8 @@
 #include <rapidjson/document.h>
 #include <rapidjson/error/en.h>
 
+#include "text/remote_text.h"
+
 namespace vosk::net {
 namespace {
 
@@ -49,7 +51,7 @@ const rapidjson::Value* FindMember(const rapidjson::Value& root, const char* nam
 }
 
 std::string TextOf(const rapidjson::Value& value) {
-  return {value.GetString(), value.GetStringLength()};
+  return text::RemoteValue({value.GetString(), value.GetStringLength()});
 }
 
 }  // namespace

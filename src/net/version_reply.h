@@ -6,8 +6,8 @@
 
 namespace vosk::net {
 
-// Returns the version in a reply of the version service, unchanged. If the reply cannot be used,
-// the error holds the lines to log.
+// The version in a reply of the version service, as it stands there but made harmless. The error is
+// what the log has to say of a reply that cannot be used, line by line.
 [[nodiscard]] tl::expected<std::string, std::vector<std::string>> ReadVersionReply(
     const std::string& body);
 

@@ -6,7 +6,9 @@
 
 #include "identity.h"
 #include "net/easy_handle.h"
+#include "net/redirections.h"
 #include "net/version_reply.h"
+#include "text/remote_text.h"
 
 namespace vosk::net {
 namespace {
@@ -15,10 +17,6 @@ constexpr long kHttpOk = 200;
 // The largest reply that is accepted; a larger one is treated as if memory had run out. The parsed
 // document is many times as large, and its parser does not survive a failed allocation.
 constexpr std::size_t kLargestBody = std::size_t{4} << 20;
-// A body of this size is logged in full. The log, its recent lines and the console each keep a
-// copy.
-constexpr std::size_t kLongestLoggedBody = std::size_t{64} << 10;
-
 class ResponseBody {
  public:
   explicit ResponseBody(console::LogSink& log) : log_(log) {}
@@ -58,7 +56,7 @@ void SetOptions(CURL* easy, const std::string& url, ResponseBody& body,
   curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
   curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, CollectBody);
   curl_easy_setopt(easy, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L);
+  FollowRedirections(easy, url);
   curl_easy_setopt(easy, CURLOPT_TIMEOUT, patience.seconds_in_all);
   curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT, patience.connect_seconds);
   curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
@@ -109,12 +107,7 @@ std::string HttpVersionService::FetchVersion() {
 }
 
 void HttpVersionService::LogResponseBody(const std::string& body) {
-  if (body.size() <= kLongestLoggedBody) {
-    log_.LogError("FetchVersion: Response Body: {}", body);
-    return;
-  }
-  log_.LogError("FetchVersion: Response Body: {}... ({} bytes in all)",
-                body.substr(0, kLongestLoggedBody), body.size());
+  log_.LogError("FetchVersion: Response Body: {}", text::RemoteBody(body));
 }
 
 }  // namespace vosk::net

@@ -10,20 +10,25 @@ namespace {
 // Without the flag at opening, miniz ignores it for the entries.
 constexpr mz_uint kLevelAndFlags = mz_uint{MZ_BEST_COMPRESSION} | mz_uint{MZ_ZIP_FLAG_WRITE_ZIP64};
 
-// Counts what miniz takes from a source.
-struct CountedSource {
-  ZipSource& source;
-  std::uint64_t end = 0;
-};
-
-std::size_t ReadCounted(void* opaque, mz_uint64 offset, void* buffer, std::size_t size) {
-  auto& counted = *static_cast<CountedSource*>(opaque);
-  const std::size_t count = counted.source.ReadAt(offset, buffer, size);
-  counted.end = std::max<std::uint64_t>(counted.end, offset + count);
-  return count;
-}
-
 }  // namespace
+
+// Counts what miniz takes from a source.
+struct ZipWriter::CountedSource {
+  ZipSource& source;
+  std::uint64_t size;
+  bool cut;  // whether the source ends for miniz after `size` bytes, even if it goes on
+  std::uint64_t end = 0;
+
+  // A count beyond the buffer makes miniz give up the entry.
+  static std::size_t Read(void* opaque, mz_uint64 offset, void* buffer, std::size_t size) {
+    auto& self = *static_cast<CountedSource*>(opaque);
+    if (self.cut) size = std::min<std::uint64_t>(size, self.size - offset);
+    if (size == 0) return 0;
+    const std::size_t count = self.source.ReadAt(offset, buffer, size);
+    if (count != ZipSource::kReadFailed) self.end = std::max(self.end, offset + count);
+    return count;
+  }
+};
 
 struct ZipWriter::Archive {
   mz_zip_archive zip{};
@@ -66,12 +71,17 @@ ZipWriter::Outcome ZipWriter::Open(const std::string& path) {
   return {};
 }
 
-ZipWriter::Outcome ZipWriter::AddSource(const std::string& entry_name, ZipSource& source,
-                                        std::uint64_t size, std::time_t modified) {
-  CountedSource counted{source};
-  Outcome added = Judge(mz_zip_writer_add_read_buf_callback(
-      &archive_->zip, entry_name.c_str(), ReadCounted, &counted, size, &modified, nullptr, 0,
-      kLevelAndFlags, nullptr, 0, nullptr, 0));
+ZipWriter::Outcome ZipWriter::Add(const std::string& entry_name, CountedSource& counted,
+                                  std::time_t modified) {
+  return Judge(mz_zip_writer_add_read_buf_callback(
+      &archive_->zip, entry_name.c_str(), CountedSource::Read, &counted, counted.size, &modified,
+      nullptr, 0, kLevelAndFlags, nullptr, 0, nullptr, 0));
+}
+
+ZipWriter::Outcome ZipWriter::AddWhole(const std::string& entry_name, ZipSource& source,
+                                       std::uint64_t size, std::time_t modified) {
+  CountedSource counted{.source = source, .size = size, .cut = false};
+  Outcome added = Add(entry_name, counted, modified);
   if (!added) return added;
   // miniz takes a source that ends early for complete, and does not look at an empty one at all.
   char beyond = 0;
@@ -81,9 +91,10 @@ ZipWriter::Outcome ZipWriter::AddSource(const std::string& entry_name, ZipSource
   return {};
 }
 
-ZipWriter::Outcome ZipWriter::AddFile(const std::string& entry_name, const std::string& path) {
-  return Judge(mz_zip_writer_add_file(&archive_->zip, entry_name.c_str(), path.c_str(), nullptr, 0,
-                                      kLevelAndFlags));
+ZipWriter::Outcome ZipWriter::AddUpTo(const std::string& entry_name, ZipSource& source,
+                                      std::uint64_t size, std::time_t modified) {
+  CountedSource counted{.source = source, .size = size, .cut = true};
+  return Add(entry_name, counted, modified);
 }
 
 ZipWriter::Outcome ZipWriter::AddFolder(const std::string& entry_name) {
@@ -95,9 +106,8 @@ ZipWriter::Outcome ZipWriter::Finalize() {
   // The C library buffers: a write that failed for one entry may have lost the end of the entry
   // before it, even if there is room again by now.
   if (archive_->write_failed) return Failed(MZ_ZIP_FILE_WRITE_FAILED);
-  // An entry that failed half-way, say a log that grew while it was read, leaves its bytes behind
-  // the last good one. The central directory must come after them: readers look for it at the
-  // file's end.
+  // An entry that failed half-way, say a log on a bad sector, leaves its bytes behind the last good
+  // one. The central directory must come after them: readers look for it at the file's end.
   mz_zip_archive& zip = archive_->zip;
   zip.m_archive_size = std::max<mz_uint64>(zip.m_archive_size, archive_->written_end);
   return Judge(mz_zip_writer_finalize_archive(&zip));

@@ -14,15 +14,17 @@ namespace vosk::zip {
 // Where the bytes of a large entry come from.
 class ZipSource {
  public:
+  static constexpr std::size_t kReadFailed = SIZE_MAX;
+
   virtual ~ZipSource() = default;
-  // Fills the buffer from `offset` on and returns how many bytes it got: fewer at the end, 0 beyond
-  // it or if reading fails.
+  // Fills the buffer from `offset` on and returns how many bytes it got: fewer at the end, 0 behind
+  // it.
   virtual std::size_t ReadAt(std::uint64_t offset, void* buffer, std::size_t size) noexcept = 0;
 };
 
 class ZipWriter {
  public:
-  // Success, or miniz's text for what went wrong.
+  // Done, or miniz's text for what went wrong.
   using Outcome = tl::expected<void, std::string>;
 
   ZipWriter();
@@ -33,11 +35,13 @@ class ZipWriter {
 
   // Creates the file or empties it.
   [[nodiscard]] Outcome Open(const std::string& path);
+  // After a failure to add something the archive goes on as if nothing had been added.
   // Adds exactly `size` bytes: a source that ends sooner or goes on is a failure.
-  [[nodiscard]] Outcome AddSource(const std::string& entry_name, ZipSource& source,
-                                  std::uint64_t size, std::time_t modified);
-  // After a failure the archive can go on as if nothing had been added.
-  [[nodiscard]] Outcome AddFile(const std::string& entry_name, const std::string& path);
+  [[nodiscard]] Outcome AddWhole(const std::string& entry_name, ZipSource& source,
+                                 std::uint64_t size, std::time_t modified);
+  // Adds the first `size` bytes, or fewer if the source ends sooner: it may change meanwhile.
+  [[nodiscard]] Outcome AddUpTo(const std::string& entry_name, ZipSource& source,
+                                std::uint64_t size, std::time_t modified);
   [[nodiscard]] Outcome AddFolder(const std::string& entry_name);
   // Writes the central directory; nothing can be added afterwards.
   [[nodiscard]] Outcome Finalize();
@@ -47,7 +51,10 @@ class ZipWriter {
 
  private:
   struct Archive;
+  struct CountedSource;
 
+  [[nodiscard]] Outcome Add(const std::string& entry_name, CountedSource& counted,
+                            std::time_t modified);
   [[nodiscard]] Outcome Judge(int miniz_result) const;
   [[nodiscard]] Outcome Failed(int miniz_error) const;
 

@@ -331,6 +331,7 @@ TEST_F(FileContract, PathsMayBeLongerThanTheOldLimit) {
     **log << "text" << std::flush;
   }
   EXPECT_EQ(host_.files.SizeOf(deep / "log"), 4u);
+  EXPECT_TRUE(host_.files.LastWriteTime(deep / "log"));
   EXPECT_EQ(Walked(deep, WalkDepth::direct_entries), Names{"log"});
   EXPECT_TRUE(host_.files.Rename(deep / "log", deep / "moved"));
   EXPECT_TRUE(host_.files.OpenForReading(deep / "moved"));

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/hurrying_clock.h"
 #include "tests/support/log_matchers.h"
 #include "tests/support/meddling_files.h"
 #include "tests/support/scripted_peer.h"
@@ -22,6 +23,12 @@ const fs::path kTarget = "work/package.zip";
 
 class HttpDownloadTest : public testing::Test {
  protected:
+  struct Row {
+    std::string name;
+    std::function<void(ScriptedPeer&)> answer;
+    std::function<void()> before = [] {};
+  };
+
   HttpDownloadTest() { host_.PutFile(kTarget, "an older package"); }
 
   void Download() {
@@ -31,7 +38,7 @@ class HttpDownloadTest : public testing::Test {
     });
     EXPECT_EQ(peer_.Expect("GET /package").Header("User-Agent"), "VELDRAN-CrashUploader/1.8");
   }
-  // Returns what the download left, and logged after its first two lines. Progress is kept apart.
+  // What the download left, and told after its first two lines. Its progress is kept apart.
   std::string Ending() {
     const bool done = peer_.Result();
     EXPECT_EQ(progress_.Percentage(), console::TransferProgress::kHidden);
@@ -64,20 +71,9 @@ class HttpDownloadTest : public testing::Test {
     fs::create_symlink("/dev/full", kTarget);
   }
 
-  // Time passes with every look at the clock, if a test wants that.
-  class HurryingClock : public support::SimClock {
-   public:
-    using SimClock::SimClock;
-    support::Duration step{0};
-    std::chrono::steady_clock::time_point SteadyNow() override {
-      Advance(step);
-      return SimClock::SteadyNow();
-    }
-  };
-
   support::CheckedHost host_;
   MeddlingFiles files_{host_.files};
-  HurryingClock clock_{host_.choke};
+  support::HurryingClock clock_{host_.choke};
   support::LogRecorder log_{host_};
   std::size_t seen_lines_ = 0;
   LogText progress_lines_;
@@ -88,11 +84,6 @@ class HttpDownloadTest : public testing::Test {
 };
 
 TEST_F(HttpDownloadTest, KeepsTheBodyOrNothing) {
-  struct Row {
-    std::string name;
-    std::function<void(ScriptedPeer&)> answer;
-    std::function<void()> before = [] {};
-  };
   const auto answer = [](const std::string& status, const std::string& body = {}) {
     return [=](ScriptedPeer& peer) { peer.Answer(status, {}, body); };
   };
@@ -116,12 +107,14 @@ TEST_F(HttpDownloadTest, KeepsTheBodyOrNothing) {
   const Row rows[] = {
       {"known length", answer("200 OK", "a package")},
       {"nothing", answer("200 OK")},
-      // Only an encoding that was asked for would be unpacked.
+      // Only what was asked for would be unpacked.
       {"encoded", send("Content-Encoding: gzip\r\n", "no gzip")},
       {"in chunks", send("Transfer-Encoding: chunked\r\n", "2\r\nab\r\n3\r\ncde\r\n0\r\n\r\n")},
       {"up to the end of the connection", send("", "abc")},
       {"redirected", redirect(30, "200 OK")},
       {"redirected in a circle", redirect(30, "302 Found")},
+      {"redirected to another protocol",
+       [](ScriptedPeer& peer) { peer.Answer("302 Found", {"Location: ftp://127.0.0.1:1/"}); }},
       {"missing after a redirection", redirect(1, "403 Forbidden")},
       {"bad request", answer("400 Bad Request", "a page")},
       {"no answer", [](ScriptedPeer& peer) { peer.Drop(); }},
@@ -176,11 +169,14 @@ TEST_F(HttpDownloadTest, ShowsHowFarItHasCome) {
   std::string body(32 << 20, 'x');
   for (std::size_t at = 0; at < body.size(); at += 1'000) body[at] = static_cast<char>(at % 101);
   Download();
+  peer_.Answer("302 Found", {"Location: /package"}, std::string(3'000, 'x'));
+  peer_.Expect("GET /package");
   peer_.Answer("200 OK", {}, body);
   EXPECT_TRUE(Ending().find("done: " + body + '\n') == 2);
   EXPECT_EQ(highest, 99.9);
   // The first, the last, and not more than two in a second.
   EXPECT_LE(progress_lines_.size(), 2 + clock_.Elapsed() / std::chrono::milliseconds(500));
+  EXPECT_THAT(progress_lines_, testing::Each(testing::HasSubstr("/ 32.00 MB")));
   EXPECT_EQ(progress_lines_.back(), "[PROG] Downloading: 32.00 MB / 32.00 MB (100.0%)");
   peer_.Drop();
   clock_.step = std::chrono::milliseconds(1'001);

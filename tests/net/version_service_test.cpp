@@ -34,6 +34,7 @@ TEST(VersionReply, IsAcceptedWithResult0AndAVersionOnly) {
       {R"({"result":0,"version":"3.4.1"})", "version 3.4.1"},
       {R"( {"more":[{}],"version":" soon\u00e9 ","result":-0} )", "version  soon\xc3\xa9 "},
       {R"({"result":0,"version":""})", "version "},
+      {R"({"result":0,"version":"\u001b[2J3.4.1\n"})", "version \uFFFD[2J3.4.1\uFFFD"},
       {R"({"result":"0","version":"1.2.3"})", no_result},
       {R"({"result":0.0,"version":"1.2.3"})", no_result},
       {R"({"version":"1.2.3"})", no_result},
@@ -98,23 +99,29 @@ TEST_F(VersionServiceTest, GivesTheVersionOrSaysWhyThereIsNone) {
                          const std::vector<std::string>& headers = {}) {
     return [=](ScriptedPeer& peer) { peer.Answer(status, headers, body); };
   };
+  const auto redirect = [](int times, const std::string& then) {
+    return [=](ScriptedPeer& peer) {
+      for (int n = 0; n < times; ++n) {
+        peer.Answer("302 Found", {"Location: /elsewhere"});
+        peer.Expect("GET /elsewhere");
+      }
+      peer.Answer(then, {"Location: /elsewhere"}, R"({"result":0,"version":" 3.4.1 "})");
+    };
+  };
   const std::vector<std::string> gzip = {"Content-Encoding: gzip"};
-  const std::string refusal = R"({"result":7,"errorDescription":"no such product"})";
-  const std::string longest = "<html>" + std::string(65'530, 'x');
+  const std::string refusal = R"({"result":7,"errorDescription":"no \u001b[2Jproduct"})";
+  const std::string longest = "<html>" + std::string(4'090, 'x');
   const std::pair<std::string, std::function<void(ScriptedPeer&)>> rows[] = {
-      {"redirected",
-       [](ScriptedPeer& peer) {
-         peer.Answer("302 Found", {"Location: /elsewhere"});
-         peer.Expect("GET /elsewhere");
-         peer.Answer("200 OK", {}, R"({"result":0,"version":" 3.4.1 "})");
-       }},
+      {"redirected", redirect(30, "200 OK")},
+      {"redirected in a circle", redirect(30, "302 Found")},
+      {"redirected to another protocol", answer("302 Found", "", {"Location: ftp://127.0.0.1:1/"})},
       {"gzip", answer("200 OK", kZipped, gzip)},
       {"broken gzip", answer("200 OK", std::string(kZipped).replace(20, 4, 4, '\xff'), gzip)},
       {"404 with JSON", answer("404 Not Found", R"({"result":0,"version":"3.4.1"})")},
       {"another success", answer("204 No Content", "")},
       {"a long page", answer("500 Broken", longest)},
       {"a longer one", answer("500 Broken", longest + "x")},
-      {"a page", answer("200 OK", "<html>")},
+      {"a page", answer("200 OK", "<html>\x1b[2J")},
       {"refused", answer("200 OK", refusal)},
       {"more than there is memory for", answer("200 OK", std::string(5'000'000, ' '))},
       {"no answer", [](ScriptedPeer& peer) { peer.Drop(); }},

@@ -1,16 +1,23 @@
 #include "report/archive/report_archive.h"
 
+#include <algorithm>
 #include <chrono>
 #include <system_error>
 
 #include "report/archive/archive_names.h"
-#include "report/archive/dump_source.h"
+#include "report/archive/file_source.h"
 #include "text/utf.h"
 
 namespace vosk::report {
 
 using std::filesystem::path;
-using text::PathToUtf8;
+
+namespace {
+
+// Share of the progress display that the dump takes, in percent.
+constexpr double kDumpShare = 95.0;
+
+}  // namespace
 
 ReportArchive::ReportArchive(platform::Files& files, platform::System& system,
                              platform::Clock& clock, console::LogSink& log,
@@ -109,22 +116,40 @@ bool ReportArchive::AddDump(zip::ZipWriter& zip, const path& dump_path) {
     log_.LogError("Failed to open dump file for zip compression: {}", dump_path);
     return false;
   }
-  DumpSource source(std::move(*stream), progress_);
+  std::uint64_t size = 0;
+  FileSource source(std::move(*stream), [&](std::uint64_t end) {
+    const double share = size == 0 ? 1.0 : static_cast<double>(end) / static_cast<double>(size);
+    progress_.Set(std::min(share * kDumpShare, kDumpShare));
+    pulse_.Beat();
+  });
   if (!source.Size()) {
     log_.LogError("Failed to read the size of the dump file for zip compression: {}", dump_path);
     return false;
   }
+  size = *source.Size();
   const std::string name = FileNameText(dump_path);
   const auto now = std::chrono::system_clock::to_time_t(clock_.WallNow());
-  if (const auto added = zip.AddSource(DumpEntryName(dump_path), source, *source.Size(), now);
-      !added) {
+  if (const auto added = zip.AddWhole(DumpEntryName(dump_path), source, size, now); !added) {
     log_.LogError("mz_zip_writer_add_read_buf_callback() failed for dump file [{}]. Error: {}",
                   name, added.error());
     return false;
   }
   log_.LogInfo("Added dump file [{}] to zip.", name);
-  progress_.Set(DumpSource::kFullShare);
+  progress_.Set(kDumpShare);
   return true;
+}
+
+zip::ZipWriter::Outcome ReportArchive::AddFile(zip::ZipWriter& zip, const std::string& entry_name,
+                                               const path& file) {
+  // In miniz's words, like all else that goes wrong with an entry.
+  const auto modified = files_.LastWriteTime(file);
+  if (!modified) return tl::unexpected<std::string>("file stat failed");
+  auto stream = files_.OpenForReading(file);
+  if (!stream) return tl::unexpected<std::string>("file open failed");
+  FileSource source(std::move(*stream), [this](std::uint64_t) { pulse_.Beat(); });
+  if (!source.Size()) return tl::unexpected<std::string>("file seek failed");
+  return zip.AddUpTo(entry_name, source, *source.Size(),
+                     std::chrono::system_clock::to_time_t(*modified));
 }
 
 void ReportArchive::AddOptionalPath(zip::ZipWriter& zip, const path& path) {
@@ -157,7 +182,7 @@ void ReportArchive::AddOptionalPath(zip::ZipWriter& zip, const path& path) {
 
 void ReportArchive::AddOptionalFile(zip::ZipWriter& zip, const path& file) {
   const std::string entry_name = FileEntryName(file);
-  if (const auto added = zip.AddFile(entry_name, PathToUtf8(file)); !added) {
+  if (const auto added = AddFile(zip, entry_name, file); !added) {
     log_.LogError("mz_zip_writer_add_file() failed for optional file [{}]. Error: {}", file,
                   added.error());
     return;
@@ -223,7 +248,7 @@ bool ReportArchive::TryAddDirectoryEntry(zip::ZipWriter& zip, const path& direct
   }
   // Devices and pipes have nothing to pack.
   if (*type != platform::FileType::regular) return true;
-  const auto added = zip.AddFile(name, PathToUtf8(entry));
+  const auto added = AddFile(zip, name, entry);
   if (!added) {
     log_.LogError("Failed to add file [{}] as [{}] to zip. Error: {}", entry, name, added.error());
   }

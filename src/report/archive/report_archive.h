@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "console/bar_pulse.h"
 #include "console/log.h"
 #include "console/transfer_progress.h"
 #include "platform/clock.h"
@@ -45,6 +46,9 @@ class ReportArchive {
                              const std::filesystem::path& dump_path,
                              const std::vector<std::filesystem::path>& optional_paths);
   [[nodiscard]] bool AddDump(zip::ZipWriter& zip, const std::filesystem::path& dump_path);
+  // Adds what a file holds just now; it may go on to grow.
+  [[nodiscard]] zip::ZipWriter::Outcome AddFile(zip::ZipWriter& zip, const std::string& entry_name,
+                                                const std::filesystem::path& file);
   void AddOptionalPath(zip::ZipWriter& zip, const std::filesystem::path& path);
   void AddOptionalFile(zip::ZipWriter& zip, const std::filesystem::path& file);
   [[nodiscard]] bool AddDirectoryEntry(zip::ZipWriter& zip, const std::filesystem::path& directory,
@@ -61,6 +65,7 @@ class ReportArchive {
   platform::Clock& clock_;
   console::LogSink& log_;
   console::TransferProgress& progress_;
+  console::BarPulse pulse_{clock_, log_};
 };
 
 }  // namespace vosk::report

@@ -3,23 +3,25 @@
 #include <stdexcept>
 
 #include "report/upload/tus_protocol.h"
+#include "text/remote_text.h"
 
 namespace vosk::report {
 namespace {
 
 std::int64_t OffsetOfAnswer(const TusResponse& response, console::LogSink& log) {
   const std::string value = FindHeaderValue(response.headers, "Upload-Offset");
+  const std::string shown = text::RemoteValue(value);
   try {
     const std::int64_t offset = ParseOffset(value);
     log.LogInfo("TUS HEAD: Found existing Upload-Offset: {}", offset);
     return offset;
   } catch (const std::invalid_argument& problem) {
-    log.LogError("TUS HEAD: Invalid argument parsing Upload-Offset '{}': {}", value,
+    log.LogError("TUS HEAD: Invalid argument parsing Upload-Offset '{}': {}", shown,
                  problem.what());
   } catch (const std::out_of_range& problem) {
-    log.LogError("TUS HEAD: Out of range parsing Upload-Offset '{}': {}", value, problem.what());
+    log.LogError("TUS HEAD: Out of range parsing Upload-Offset '{}': {}", shown, problem.what());
   } catch (const std::exception& problem) {
-    log.LogError("TUS HEAD: Exception parsing Upload-Offset '{}': {}", value, problem.what());
+    log.LogError("TUS HEAD: Exception parsing Upload-Offset '{}': {}", shown, problem.what());
   }
   return -1;
 }
@@ -28,9 +30,11 @@ std::int64_t OffsetOfAnswer(const TusResponse& response, console::LogSink& log) 
 
 std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url, TusResponse& response,
                                 console::LogSink& log) {
-  log.LogInfo("TUS: Sending HEAD request to get offset for: {}", upload_url);
+  log.LogInfo("TUS: Sending HEAD request to get offset for: {}", text::RemoteValue(upload_url));
+  // Headers of an earlier answer would stand for this one's.
+  response.ClearBuffers();
   const HeaderList headers(OffsetQueryHeaders());
-  SetOption(handle, CURLOPT_URL, upload_url.c_str());
+  SetUrl(handle, upload_url);
   SetOption(handle, CURLOPT_CUSTOMREQUEST, "HEAD");
   SetOption(handle, CURLOPT_NOBODY, 1L);
   SetOption(handle, CURLOPT_HTTPGET, 0L);
@@ -45,7 +49,7 @@ std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url, Tus
 
   if (!answer.Transferred()) {
     log.LogError("TUS HEAD request failed. CURLcode: {}", answer.CodeText());
-    log.LogError("Response Body (if any): {}", response.body);
+    log.LogError("Response Body (if any): {}", text::RemoteBody(response.body));
     return -1;
   }
   switch (JudgeOffsetAnswer(answer.status, response.headers)) {
@@ -64,14 +68,14 @@ std::int64_t GetTusUploadOffset(CURL* handle, const std::string& upload_url, Tus
           "TUS HEAD: Received HTTP {} but required 'Upload-Offset' (or 'Upload-Length') header is "
           "missing.",
           answer.status);
-      log.LogError("Headers received:\n{}", response.headers);
+      log.LogError("Headers received:\n{}", text::RemoteHeaders(response.headers));
       return -1;
     case OffsetVerdict::refused:
       break;
   }
   log.LogError("TUS HEAD: Unexpected HTTP status code: {}", answer.status);
-  log.LogError("Response Body: {}", response.body);
-  log.LogError("Response Headers:\n{}", response.headers);
+  log.LogError("Response Body: {}", text::RemoteBody(response.body));
+  log.LogError("Response Headers:\n{}", text::RemoteHeaders(response.headers));
   return -1;
 }
 

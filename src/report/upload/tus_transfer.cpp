@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "net/redirections.h"
 #include "report/upload/tus_protocol.h"
 
 namespace vosk::report {
@@ -13,7 +14,7 @@ constexpr std::size_t kMaxHeaderBytes = 1'048'576;
 constexpr std::size_t kMaxBodyBytes = 10'485'760;
 constexpr double kMaxRunningPercentage = 99.9;
 
-// If any other count than the offered one is returned, libcurl gives up the transfer.
+// Any count but the one that was offered makes libcurl give up the transfer.
 std::size_t AppendWithin(std::size_t cap, std::string* target, const char* data,
                          std::size_t bytes) noexcept try {
   if (bytes == 0 || target == nullptr || bytes > cap - target->size()) return 0;
@@ -37,6 +38,11 @@ HeaderList::HeaderList(const std::vector<std::string>& lines)
 
 std::string TusAnswer::CodeText() const {
   return fmt::format("{} ({})", static_cast<int>(code), curl_easy_strerror(code));
+}
+
+void SetUrl(CURL* handle, const std::string& url) {
+  SetOption(handle, CURLOPT_URL, url.c_str());
+  net::FollowRedirections(handle, url);
 }
 
 TusAnswer Perform(CURL* handle) {
@@ -64,18 +70,21 @@ std::size_t AppendBody(char* data, std::size_t size, std::size_t count, void* re
 }
 
 // Looking for the end with a peek before every read would cost a tenth of the speed, so a read that
-// returns nothing is taken for the end.
+// meets nothing but the end stands for it. The chunk's end is one as well: libcurl fills up a
+// buffer that is nearly empty whatever it announced, and stops only if it has sent exactly that.
 std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
                           void* response) noexcept try {
   constexpr int kEnd = std::istream::traits_type::eof();
   auto* state = static_cast<TusResponse*>(response);
   if (state == nullptr || state->stream == nullptr || !state->stream->good()) return 0;
   std::istream& stream = *state->stream;
+  const std::int64_t left = state->chunkLength - state->bytesReadForChunk;
+  if (left <= 0) return 0;
   if (size * count == 0) return stream.peek() == kEnd ? 0 : CURL_READFUNC_ABORT;
 
-  stream.read(buffer, static_cast<std::streamsize>(size * count));
+  stream.read(buffer, std::min(static_cast<std::streamsize>(size * count), left));
   if (!stream.good() && !stream.eof()) {
-    // For a debugger only: the log shows the error that libcurl makes of it.
+    // For a debugger only: the log gets the error that libcurl makes of it.
     [[maybe_unused]] const std::string reason = fmt::format(
         "read_callback: File read error occurred. State flags: good={:d}, eof={:d}, fail={:d}, "
         "bad={:d}",
@@ -89,13 +98,20 @@ std::size_t read_callback(char* buffer, std::size_t size, std::size_t count,
   return CURL_READFUNC_ABORT;
 }
 
+void TusProgressContext::Show(std::int64_t uploaded) const {
+  progress->Set(std::min(Percentage(*offset + uploaded, totalSize), kMaxRunningPercentage));
+}
+
 int ReportProgress(void* context, curl_off_t /*download_total*/, curl_off_t /*downloaded*/,
-                   curl_off_t /*upload_total*/, curl_off_t uploaded) noexcept {
+                   curl_off_t /*upload_total*/, curl_off_t uploaded) noexcept try {
   const auto* target = static_cast<const TusProgressContext*>(context);
   if (target != nullptr && target->totalSize > 0 && target->offset != nullptr) {
-    const double percentage = Percentage(*target->offset + uploaded, target->totalSize);
-    target->progress->Set(std::min(percentage, kMaxRunningPercentage));
+    target->Show(uploaded);
+    if (target->pulse != nullptr) target->pulse->Beat();
   }
+  return 0;
+} catch (...) {
+  // A bar that cannot be drawn is no reason to give up an upload.
   return 0;
 }
 

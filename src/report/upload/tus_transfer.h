@@ -6,12 +6,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <istream>
+#include <limits>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "console/bar_pulse.h"
 #include "console/transfer_progress.h"
 
 namespace vosk::report {
@@ -39,6 +41,8 @@ struct TusResponse {
   std::string headers;  // lines as received, each with its CR LF
   std::string body;
   std::int64_t bytesReadForChunk = 0;
+  // No more than this is given away for one attempt.
+  std::int64_t chunkLength = std::numeric_limits<std::int64_t>::max();
   std::unique_ptr<std::istream> stream;  // none until the chunks are sent
 
   void ClearBuffers() {
@@ -51,6 +55,10 @@ struct TusProgressContext {
   std::int64_t totalSize = 0;
   const std::int64_t* offset = nullptr;
   console::TransferProgress* progress = nullptr;
+  console::BarPulse* pulse = nullptr;  // or nobody looks
+
+  // Shows the share of the file that the server holds, `uploaded` bytes beyond the offset.
+  void Show(std::int64_t uploaded) const;
 };
 
 // How one request ended.
@@ -61,6 +69,9 @@ struct TusAnswer {
   [[nodiscard]] bool Transferred() const { return code == CURLE_OK; }
   [[nodiscard]] std::string CodeText() const;
 };
+
+// Where the next request goes, and how far it may be redirected.
+void SetUrl(CURL* handle, const std::string& url);
 
 // Sends the request that the handle is set to, and waits for its end.
 [[nodiscard]] TusAnswer Perform(CURL* handle);

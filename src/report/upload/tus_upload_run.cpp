@@ -4,8 +4,10 @@
 
 #include <chrono>
 
+#include "net/redirections.h"
 #include "report/upload/tus_offset_query.h"
 #include "report/upload/tus_protocol.h"
+#include "text/remote_text.h"
 #include "text/utf.h"
 
 namespace vosk::report {
@@ -23,7 +25,6 @@ constexpr int kMaxFruitlessAnswers = 100;
 void SetConnectionOptions(CURL* handle) {
   SetOption(handle, CURLOPT_SSL_VERIFYPEER, 1L);
   SetOption(handle, CURLOPT_SSL_VERIFYHOST, 2L);
-  SetOption(handle, CURLOPT_FOLLOWLOCATION, 1L);
   SetOption(handle, CURLOPT_TIMEOUT, 300L);
   SetOption(handle, CURLOPT_CONNECTTIMEOUT, 30L);
   SetOption(handle, CURLOPT_TCP_KEEPALIVE, 1L);
@@ -117,7 +118,7 @@ bool TusUploadRun::CreateResource() {
   const std::string metadata =
       UploadMetadata(text::PathToUtf8(file_.filename()), text::PathToUtf8(file_.extension()));
   const HeaderList headers(CreationHeaders(file_size_, metadata));
-  SetOption(handle, CURLOPT_URL, endpoint_.c_str());
+  SetUrl(handle, endpoint_);
   SetOption(handle, CURLOPT_POST, 1L);
   SetOption(handle, CURLOPT_POSTFIELDSIZE, 0L);
   SetOption(handle, CURLOPT_HTTPHEADER, headers.Get());
@@ -129,8 +130,8 @@ bool TusUploadRun::CreateResource() {
   if (!answer.Transferred() || answer.status != 201) {
     log_.LogError("TUS POST request failed. CURLcode: {}, HTTP Status: {}", answer.CodeText(),
                   answer.status);
-    log_.LogError("Response Body: {}", response_.body);
-    log_.LogError("Response Headers:\n{}", response_.headers);
+    log_.LogError("Response Body: {}", text::RemoteBody(response_.body));
+    log_.LogError("Response Headers:\n{}", text::RemoteHeaders(response_.headers));
     return false;
   }
   return TakeLocation();
@@ -141,7 +142,7 @@ bool TusUploadRun::TakeLocation() {
   if (url_.empty()) {
     log_.LogError(
         "TUS POST succeeded (HTTP 201), but 'Location' header was missing in the response.");
-    log_.LogError("Response Headers:\n{}", response_.headers);
+    log_.LogError("Response Headers:\n{}", text::RemoteHeaders(response_.headers));
     return false;
   }
   if (!url_.starts_with("http")) {
@@ -152,11 +153,18 @@ bool TusUploadRun::TakeLocation() {
     }
     url_ = std::move(*resolved);
   }
-  log_.LogInfo("TUS Step 1: Resource created. Upload URL: {}", url_);
+  log_.LogInfo("TUS Step 1: Resource created. Upload URL: {}", text::RemoteValue(url_));
+  if (net::IsEncrypted(endpoint_) && !net::IsEncrypted(url_)) {
+    log_.LogWarn(
+        "TUS: The report will be sent without encryption: the server gave an http address.");
+  }
   return true;
 }
 
 bool TusUploadRun::SendFile() {
+  progress_context_ = {file_size_, &offset_, &progress_, &pulse_};
+  // The display still shows where packing ended.
+  progress_context_.Show(0);
   progress_.SetLabel("Uploading");
   log_.RedrawStatusBar();
   log_.LogInfo("TUS Step 3: Starting chunked PATCH uploads from offset {}...", offset_);
@@ -166,7 +174,6 @@ bool TusUploadRun::SendFile() {
     return false;
   }
   response_.stream = std::move(*stream);
-  progress_context_ = {file_size_, &offset_, &progress_};
   StartSending();
   while (offset_ < file_size_) {
     if (!SendChunk()) return false;
@@ -211,11 +218,12 @@ bool TusUploadRun::SendChunk() {
     log_.LogInfo("PATCH Attempt {}/{}: Offset={}, ChunkSize={}", attempt_ + 1, kMaxAttempts,
                  offset_, chunk_length);
     response_.bytesReadForChunk = 0;
+    response_.chunkLength = chunk_length;
     response_.ClearBuffers();
     // Method and upload mode stay as the previous request left them: after an offset query, this is
     // a plain request without a body.
     SetOption(handle, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(chunk_length));
-    SetOption(handle, CURLOPT_URL, url_.c_str());
+    SetUrl(handle, url_);
     SetOption(handle, CURLOPT_HTTPHEADER, headers.Get());
     CaptureResponse(handle, response_);
     const TusAnswer answer = Perform(handle);
@@ -249,7 +257,7 @@ bool TusUploadRun::AcceptChunk() {
   } catch (const std::exception& problem) {
     log_.LogError(
         "Failed to parse 'Upload-Offset' header ('{}') after successful PATCH: {}. Aborting.",
-        value, problem.what());
+        text::RemoteValue(value), problem.what());
     return false;
   }
   LogOffsetOfAnswer(server_offset);
@@ -283,7 +291,7 @@ bool TusUploadRun::MayRetry(const TusAnswer& answer) {
   log_.LogError("TUS PATCH failed (Attempt {}/{}). CURLcode: {}, HTTP Status: {}", attempt_,
                 kMaxAttempts, answer.CodeText(), answer.status);
   if (!response_.body.empty()) {
-    log_.LogError("Response Body: {}", response_.body);
+    log_.LogError("Response Body: {}", text::RemoteBody(response_.body));
   }
   const auto verdict = JudgeChunk(answer.Transferred(), answer.status, attempt_);
   if (verdict == ChunkVerdict::attempts_used_up) {

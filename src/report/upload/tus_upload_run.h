@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 
+#include "console/bar_pulse.h"
 #include "console/log.h"
 #include "console/transfer_progress.h"
 #include "net/easy_handle.h"
@@ -60,6 +61,7 @@ class TusUploadRun {
   int attempt_ = 0;          // failed attempts for this chunk
   int fruitless_answers_ = 0;
   TusResponse response_;
+  console::BarPulse pulse_{clock_, log_};
   TusProgressContext progress_context_;
   // This is last, so that the handle goes before anything that it points to.
   net::EasyHandle curl_;
