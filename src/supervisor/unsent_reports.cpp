@@ -19,6 +19,9 @@ constexpr seconds kPauseAfterSuccess = std::chrono::minutes(10);
 constexpr seconds kPauseAfterDisturbance = std::chrono::minutes(1);
 constexpr seconds kQuestionInterval{1};
 constexpr int kMostFailures = 20;
+// Somebody may just be looking at the file; a virus scanner, for example.
+constexpr int kRenameAttempts = 3;
+constexpr std::chrono::milliseconds kRenamePause{50};
 constexpr auto kLongestWait = std::chrono::hours(30 * 24);
 
 Path With(const Path& path, std::string_view suffix) {
@@ -79,12 +82,21 @@ void UnsentReports::Rescue() {
       return log_.LogError("Unsent reports: cannot make {}: {}", Folder(), made.error());
     }
     const Path kept = Folder() / report.path.filename();
-    if (const auto moved = files_.Rename(report.path, kept)) {
+    if (const auto moved = RenamePatiently(report.path, kept)) {
       log_.LogInfo("Unsent reports: kept for another attempt: {}", kept);
     } else {
       log_.LogError("Unsent reports: cannot move {}: {}", report.path, moved.error());
     }
   }
+}
+
+platform::Result<> UnsentReports::RenamePatiently(const Path& from, const Path& to) {
+  auto renamed = files_.Rename(from, to);
+  for (int attempt = 1; !renamed && attempt < kRenameAttempts; ++attempt) {
+    clock_.SleepFor(kRenamePause);
+    renamed = files_.Rename(from, to);
+  }
+  return renamed;
 }
 
 void UnsentReports::TidyFolder() {
@@ -100,7 +112,7 @@ void UnsentReports::TidyFolder() {
     if ((*entry)->extension() == ".sent") sent.push_back(**entry);
   }
   for (const Path& zip : interrupted) {
-    static_cast<void>(files_.Rename(zip, With(zip, kUnsentSuffix)));
+    static_cast<void>(RenamePatiently(zip, With(zip, kUnsentSuffix)));
   }
   for (const Path& zip : sent) static_cast<void>(files_.Remove(zip));
 }
@@ -171,7 +183,7 @@ void UnsentReports::Send(const Report& report, std::size_t waiting) {
     next_attempt_ = clock_.SteadyNow() + kPauseAfterSuccess;
     return;
   }
-  if (const auto renamed = files_.Rename(zip, report.path); !renamed) {
+  if (const auto renamed = RenamePatiently(zip, report.path); !renamed) {
     log_.LogError("Unsent reports: cannot rename {}: {}", zip, renamed.error());
   }
   if (!broken_off) ++failures_[report.path.filename()];

@@ -51,7 +51,11 @@ class UnsentReports {
   // Gives the folder's files back the names that say what they are, after a VOSK that was ended
   // while it sent one.
   void TidyFolder();
+  // Deletes the oldest of these reports until the rest keeps within its bytes.
   void Bound(std::vector<Report>& reports);
+  // Tries a few times while the file is held.
+  platform::Result<> RenamePatiently(const std::filesystem::path& from,
+                                     const std::filesystem::path& to);
   // Returns true if the report is too old or has failed too often; it is then set aside.
   bool GiveUp(const Report& report);
   void Send(const Report& report, std::size_t waiting);

@@ -29,6 +29,7 @@ constexpr std::uint64_t kMostRequestsAnHour = 400;
 
 constexpr std::u16string_view kMonitors[] = {u"procdump64.exe", u"procdump.exe"};
 
+constexpr std::string_view kUnsentReport = ".zip.failed_upload";
 constexpr std::string_view kHalt = "Storage space not sufficient. Halting VOSK Operations.";
 constexpr std::string_view kResume = "Storage space is sufficient again. Resuming VOSK Operations.";
 
@@ -87,11 +88,14 @@ void Witness::VoskBegins() {
   ++tally_.vosk_starts;
   // Start-up empties the storage, so this is the last chance to see what was in it.
   CheckDumps();
+  const auto kept = DumpsIn({kUnsentReport});
   for (const std::uint32_t number : DumpsOnDisk()) {
-    if (received_.count(number) == 0 && excused_.insert(number).second) ++tally_.dumps_emptied;
+    if (kept.contains(number) || received_.contains(number)) continue;
+    if (excused_.insert(number).second) ++tally_.dumps_emptied;
   }
-  for (const auto& dump : host_.dumps.Written()) excused_.insert(dump.number);
-  first_unanswered_ = host_.dumps.Written().size();
+  for (const auto& dump : host_.dumps.Written()) {
+    if (!kept.contains(dump.number)) excused_.insert(dump.number);
+  }
   vosk_runs_ = true;
   loop_runs_ = quitting_ = halted_ = false;
   vosk_began_ = host_.clock.Elapsed();
@@ -323,15 +327,25 @@ void Witness::CheckReceived() {
 }
 
 std::set<std::uint32_t> Witness::DumpsOnDisk() {
+  return DumpsIn({".dmp", ".dmp.failed_zip", ".zip", kUnsentReport});
+}
+
+std::set<std::uint32_t> Witness::DumpsIn(std::initializer_list<std::string_view> endings) {
   std::set<std::uint32_t> found;
-  for (const std::string& name : simulation::SimulatedHost::NamesIn(host_.DumpDirectory())) {
-    const fs::path path = host_.DumpDirectory() / name;
-    if (name.ends_with(".dmp") || name.ends_with(".dmp.failed_zip")) {
-      const auto dump = simulation::DumpIdOf(simulation::SimulatedHost::ReadFile(path));
-      if (dump.whole) found.insert(dump.number);
-    } else if (name.ends_with(".zip") || name.ends_with(".zip.failed_upload")) {
-      for (const auto& dump : simulation::DumpsInArchive(path)) {
-        if (dump.whole) found.insert(dump.number);
+  const auto add = [&found](const simulation::DumpId& dump) {
+    if (dump.whole) found.insert(dump.number);
+  };
+  const fs::path temp = host_.DumpDirectory().parent_path();
+  for (const fs::path& folder : {host_.DumpDirectory(), temp / identity::kUnsentReportsName}) {
+    for (const std::string& name : simulation::SimulatedHost::NamesIn(folder)) {
+      if (!std::ranges::any_of(endings, [&](auto ending) { return name.ends_with(ending); })) {
+        continue;
+      }
+      const fs::path path = folder / name;
+      if (name.find(".dmp") != std::string::npos) {
+        add(simulation::DumpIdOf(simulation::SimulatedHost::ReadFile(path)));
+      } else {
+        std::ranges::for_each(simulation::DumpsInArchive(path), add);
       }
     }
   }
@@ -341,6 +355,12 @@ std::set<std::uint32_t> Witness::DumpsOnDisk() {
 void Witness::CheckDumps() {
   CheckReceived();
   const auto& written = host_.dumps.Written();
+  const auto is_answered = [this](const auto& dump) {
+    return received_.contains(dump.number) || excused_.contains(dump.number);
+  };
+  while (first_unanswered_ < written.size() && is_answered(written[first_unanswered_])) {
+    ++first_unanswered_;
+  }
   if (first_unanswered_ >= written.size()) return;
   const auto on_disk = DumpsOnDisk();
   for (std::size_t at = first_unanswered_; at < written.size(); ++at) {

@@ -85,6 +85,8 @@ class Witness {
   // Returns the time that has passed without leaps: VOSK is not to blame for those.
   [[nodiscard]] Duration Waited() const;
   [[nodiscard]] std::set<std::uint32_t> DumpsOnDisk();
+  // Whole dumps in files of VOSK whose names end so.
+  [[nodiscard]] std::set<std::uint32_t> DumpsIn(std::initializer_list<std::string_view> endings);
 
   simulation::SimulatedHost& host_;
   simulation::SimServers& servers_;

@@ -28,10 +28,10 @@ TusClient::TusClient(std::string endpoint, platform::Files& files, platform::Clo
       log_(log),
       progress_(progress) {}
 
-bool TusClient::TusUpload(const std::filesystem::path& file_path) {
+bool TusClient::TusUpload(const std::filesystem::path& file_path, const Interrupt& interrupt) {
   const ProgressReset reset(progress_);
   try {
-    return TusUploadRun(endpoint_, file_path, files_, clock_, log_, progress_).Run();
+    return TusUploadRun(endpoint_, file_path, files_, clock_, log_, progress_, interrupt).Run();
   } catch (const std::exception& problem) {
     log_.LogError("Exception during TUS upload of '{}': {}", file_path, problem.what());
   }

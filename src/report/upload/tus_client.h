@@ -22,7 +22,8 @@ class TusClient : public Uploader {
   TusClient(std::string endpoint, platform::Files& files, platform::Clock& clock,
             console::LogSink& log, console::TransferProgress& progress);
 
-  bool TusUpload(const std::filesystem::path& file_path) override;
+  using Uploader::TusUpload;
+  bool TusUpload(const std::filesystem::path& file_path, const Interrupt& interrupt) override;
 
   // Returns how many bytes of an upload the server holds: 0 if it does not know it, -1 on failure.
   // The handle's method, body and headers are set and reset afterwards.

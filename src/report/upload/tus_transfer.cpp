@@ -105,6 +105,7 @@ void TusProgressContext::Show(std::int64_t uploaded) const {
 int ReportProgress(void* context, curl_off_t /*download_total*/, curl_off_t /*downloaded*/,
                    curl_off_t /*upload_total*/, curl_off_t uploaded) noexcept try {
   const auto* target = static_cast<const TusProgressContext*>(context);
+  if (target != nullptr && target->interrupt != nullptr && (*target->interrupt)()) return 1;
   if (target != nullptr && target->totalSize > 0 && target->offset != nullptr) {
     target->Show(uploaded);
     if (target->pulse != nullptr) target->pulse->Beat();

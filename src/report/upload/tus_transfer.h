@@ -15,6 +15,7 @@
 
 #include "console/bar_pulse.h"
 #include "console/transfer_progress.h"
+#include "report/upload/uploader.h"
 
 namespace vosk::report {
 
@@ -55,7 +56,8 @@ struct TusProgressContext {
   std::int64_t totalSize = 0;
   const std::int64_t* offset = nullptr;
   console::TransferProgress* progress = nullptr;
-  console::BarPulse* pulse = nullptr;  // or nobody looks
+  console::BarPulse* pulse = nullptr;              // or nobody looks
+  const Uploader::Interrupt* interrupt = nullptr;  // or nobody breaks it off
 
   // Shows the share of the file that the server holds, `uploaded` bytes beyond the offset.
   void Show(std::int64_t uploaded) const;

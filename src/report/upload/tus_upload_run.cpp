@@ -37,13 +37,15 @@ void SetConnectionOptions(CURL* handle) {
 
 TusUploadRun::TusUploadRun(const std::string& endpoint, const std::filesystem::path& file,
                            platform::Files& files, platform::Clock& clock, console::LogSink& log,
-                           console::TransferProgress& progress)
+                           console::TransferProgress& progress,
+                           const Uploader::Interrupt& interrupt)
     : endpoint_(endpoint),
       file_(file),
       files_(files),
       clock_(clock),
       log_(log),
-      progress_(progress) {}
+      progress_(progress),
+      interrupt_(interrupt) {}
 
 bool TusUploadRun::Run() {
   log_.LogInfo("Starting TUS upload for: {}", file_);
@@ -109,6 +111,10 @@ bool TusUploadRun::OpenHandle() {
     return false;
   }
   SetConnectionOptions(curl_.get());
+  if (interrupt_) {
+    progress_context_.interrupt = &interrupt_;
+    WatchProgress();
+  }
   return true;
 }
 
@@ -162,7 +168,7 @@ bool TusUploadRun::TakeLocation() {
 }
 
 bool TusUploadRun::SendFile() {
-  progress_context_ = {file_size_, &offset_, &progress_, &pulse_};
+  progress_context_ = {file_size_, &offset_, &progress_, &pulse_, progress_context_.interrupt};
   // The display still shows where packing ended.
   progress_context_.Show(0);
   progress_.SetLabel("Uploading");
@@ -176,7 +182,7 @@ bool TusUploadRun::SendFile() {
   response_.stream = std::move(*stream);
   StartSending();
   while (offset_ < file_size_) {
-    if (!SendChunk()) return false;
+    if (IsBrokenOff() || !SendChunk()) return false;
     log_.RedrawStatusBar();
     log_.LogProgress(fmt::format("Upload Progress: {} / {} bytes ({:.1f}%)", offset_, file_size_,
                                  Percentage(offset_, file_size_)));
@@ -192,9 +198,13 @@ void TusUploadRun::StartSending() {
   SetOption(handle, CURLOPT_READDATA, &response_);
   SetOption(handle, CURLOPT_UPLOAD, 1L);
   SetOption(handle, CURLOPT_CUSTOMREQUEST, "PATCH");
-  SetOption(handle, CURLOPT_NOPROGRESS, 0L);
-  SetOption(handle, CURLOPT_XFERINFOFUNCTION, &ReportProgress);
-  SetOption(handle, CURLOPT_XFERINFODATA, &progress_context_);
+  WatchProgress();
+}
+
+void TusUploadRun::WatchProgress() {
+  SetOption(curl_.get(), CURLOPT_NOPROGRESS, 0L);
+  SetOption(curl_.get(), CURLOPT_XFERINFOFUNCTION, &ReportProgress);
+  SetOption(curl_.get(), CURLOPT_XFERINFODATA, &progress_context_);
 }
 
 void TusUploadRun::StopSending() {
@@ -293,6 +303,7 @@ bool TusUploadRun::MayRetry(const TusAnswer& answer) {
   if (!response_.body.empty()) {
     log_.LogError("Response Body: {}", text::RemoteBody(response_.body));
   }
+  if (IsBrokenOff()) return false;
   const auto verdict = JudgeChunk(answer.Transferred(), answer.status, attempt_);
   if (verdict == ChunkVerdict::attempts_used_up) {
     log_.LogError("Maximum TUS PATCH retries reached. Aborting upload.");

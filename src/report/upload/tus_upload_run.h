@@ -20,7 +20,7 @@ class TusUploadRun {
   // All references outlive the run. `endpoint` is as in TusClient.
   TusUploadRun(const std::string& endpoint, const std::filesystem::path& file,
                platform::Files& files, platform::Clock& clock, console::LogSink& log,
-               console::TransferProgress& progress);
+               console::TransferProgress& progress, const Uploader::Interrupt& interrupt);
   // libcurl points into the run.
   TusUploadRun(const TusUploadRun&) = delete;
   TusUploadRun& operator=(const TusUploadRun&) = delete;
@@ -35,6 +35,8 @@ class TusUploadRun {
   [[nodiscard]] bool CreateResource();
   [[nodiscard]] bool TakeLocation();
   [[nodiscard]] bool SendFile();
+  void WatchProgress();
+  [[nodiscard]] bool IsBrokenOff() const { return interrupt_ && interrupt_(); }
   void StartSending();
   void StopSending();
   [[nodiscard]] bool SendChunk();
@@ -54,6 +56,7 @@ class TusUploadRun {
   platform::Clock& clock_;
   console::LogSink& log_;
   console::TransferProgress& progress_;
+  const Uploader::Interrupt& interrupt_;
 
   std::int64_t file_size_ = 0;
   std::string url_;
