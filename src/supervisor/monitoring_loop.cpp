@@ -26,6 +26,7 @@ constexpr seconds kShortLife{60};
 constexpr std::chrono::minutes kLongLife{10};
 // Reports that wait are sent once the Core has run for so long.
 constexpr std::chrono::minutes kUndisturbedLife{5};
+constexpr seconds kLongestDisturbance{30};
 constexpr BackoffPlan kCrashLoop{
     .free_failures = 5, .first = seconds(10), .longest = std::chrono::minutes(5)};
 // Launches that a repair has not helped, and launches of a Core that cannot be watched.
@@ -65,8 +66,9 @@ void MonitoringLoop::RunCycle() {
   // A successor that has taken over launches the Core itself.
   if (state_.g_terminateMonitoring.load()) return;
   const bool none_runs = core_runs ? UpdateEndedCore() : core_.IsHeld() || !out_of_reach;
-  if (core_runs) SendUnsentReports(now);
-  if (none_runs && clock_.SteadyNow() >= state_.relaunch_not_before) Relaunch();
+  const bool waits = none_runs && clock_.SteadyNow() < state_.relaunch_not_before;
+  if (core_runs || waits) SendUnsentReports(now);
+  if (none_runs && !waits) Relaunch();
   clock_.SleepFor(state_.menu_visible ? kMenuInterval : kMonitoringInterval);
 }
 
@@ -147,8 +149,12 @@ bool MonitoringLoop::RestartWhenDue(SteadyTime now) {
 }
 
 void MonitoringLoop::SendUnsentReports(SteadyTime now) {
+  if (state_.menu_visible) return;
+  // While the launch of a Core is put off there is nothing to disturb.
   const auto uptime = core_.Uptime(now);
-  if (!uptime || *uptime < kUndisturbedLife || !core_.HasMonitor() || state_.menu_visible) return;
+  const bool undisturbed = uptime ? *uptime >= kUndisturbedLife && core_.HasMonitor()
+                                  : state_.relaunch_not_before - now >= kLongestDisturbance;
+  if (!undisturbed) return;
   services_.unsent_reports.SendWhenDue(now);
 }
 

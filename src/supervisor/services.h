@@ -55,7 +55,9 @@ struct Services {
 
   // Whether there is something that an upload without haste has to give way to.
   [[nodiscard]] bool SomethingIsDue() {
-    return host.console.KeyWaiting() || !core.IsRunning() ||
+    const bool core_needs_us =
+        core.IsHeld() ? !core.IsRunning() : host.clock.SteadyNow() >= state.relaunch_not_before;
+    return core_needs_us || host.console.KeyWaiting() ||
            !disk_space.CheckDiskSpace(places.target_directory, /*verbose=*/false);
   }
 
