@@ -18,6 +18,7 @@ constexpr seconds kPauseAfterFailure = std::chrono::hours(1);
 constexpr seconds kPauseAfterSuccess = std::chrono::minutes(10);
 constexpr seconds kPauseAfterDisturbance = std::chrono::minutes(1);
 constexpr seconds kQuestionInterval{1};
+constexpr std::string_view kGivenUpSuffix = ".gave_up";
 constexpr int kMostFailures = 20;
 // Somebody may just be looking at the file; a virus scanner, for example.
 constexpr int kRenameAttempts = 3;
@@ -57,8 +58,12 @@ void UnsentReports::List(const Path& folder, std::vector<Report>& reports) {
     }
     if (!*entry) return;
     const Path& path = **entry;
-    if (path.extension() != kUnsentSuffix || path.stem().extension() != ".zip") continue;
+    const bool given_up = path.extension() == kGivenUpSuffix;
+    if (!given_up && (path.extension() != kUnsentSuffix || path.stem().extension() != ".zip")) {
+      continue;
+    }
     reports.push_back({.path = path,
+                       .given_up = given_up,
                        .written = files_.LastWriteTime(path).value_or(clock_.WallNow()),
                        .size = files_.SizeOf(path).value_or(0)});
   }
@@ -148,10 +153,11 @@ void UnsentReports::SendWhenDue(SteadyTime now) {
 }
 
 bool UnsentReports::GiveUp(const Report& report) {
+  if (report.given_up) return true;
   const auto failed = failures_.find(report.path.filename());
   const int times = failed == failures_.end() ? 0 : failed->second;
   if (times < kMostFailures && clock_.WallNow() - report.written < kLongestWait) return false;
-  const Path given_up = With(report.path, ".gave_up");
+  const Path given_up = With(report.path, kGivenUpSuffix);
   if (const auto renamed = files_.Rename(report.path, given_up)) {
     log_.LogWarn("Unsent reports: gave up on {} after {} failed attempts.", given_up, times);
   } else {

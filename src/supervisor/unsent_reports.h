@@ -39,6 +39,7 @@ class UnsentReports {
  private:
   struct Report {
     std::filesystem::path path;
+    bool given_up = false;  // it only takes room
     std::chrono::system_clock::time_point written;
     std::uint64_t size = 0;
   };
@@ -56,7 +57,7 @@ class UnsentReports {
   // Tries a few times while the file is held.
   platform::Result<> RenamePatiently(const std::filesystem::path& from,
                                      const std::filesystem::path& to);
-  // Returns true if the report is too old or has failed too often; it is then set aside.
+  // Returns true if the report is too old or has failed too often; it is set aside then.
   bool GiveUp(const Report& report);
   void Send(const Report& report, std::size_t waiting);
   void PutAwaySent(const std::filesystem::path& zip);

@@ -6,6 +6,7 @@
 #include "supervisor/host_info_self_test.h"
 #include "supervisor/services.h"
 #include "tests/support/checked_host.h"
+#include "tests/support/stored_text.h"
 #include "tests/support/variants.h"
 
 namespace vosk::supervisor {
@@ -117,6 +118,54 @@ TEST(WatchedCore, LeavesAloneWhatItDoesNotKnow) {
             support::LogText{"[WARN] InitiateGracefulRestart called but no target process is "
                              "running/monitored."});
   EXPECT_TRUE(work.watched.HasMonitor());
+}
+
+// Reports in the dump storage, an hour between one and the next.
+struct Unsent : Work {
+  Unsent() {
+    services.places.dump_storage_directory = host.DumpDirectory();
+    services.places.target_directory = "C:/";
+    servers.server_up = false;
+    host.clock.SetBudget(std::chrono::hours(60 * 24));
+    for (const char* name : {"first", "second", "third"}) {
+      const auto path = host.DumpDirectory() / (std::string(name) + ".zip.failed_upload");
+      host.PutFile(path, "PK");
+      std::filesystem::resize_file(path, std::uintmax_t{1} << 30);
+      host.files.Stamp(path);
+      host.clock.SleepFor(std::chrono::hours(1));
+    }
+  }
+  // What is where, and what of it was told.
+  std::string Told() {
+    std::string told;
+    for (const auto& line : Lines()) told += line + '\n';
+    for (const auto& folder : {host.DumpDirectory(),
+                               host.DumpDirectory().parent_path() / identity::kUnsentReportsName}) {
+      for (const auto& name : support::SimulatedHost::NamesIn(folder)) told += "= " + name + '\n';
+    }
+    return told;
+  }
+  void Send() { services.unsent_reports.SendWhenDue(host.clock.SteadyNow()); }
+};
+
+TEST(UnsentReports, KeepWithinBoundsAndEndInTime) {
+  Unsent work;
+  const auto chapter = [&](const char* title) { work.services.log.LogInfo(title); };
+  chapter("An earlier run's reports, three times a gibibyte");
+  work.services.unsent_reports.Rescue();
+  chapter("The server is down");
+  for (int attempt = 0; attempt < 2; ++attempt, work.host.clock.SleepFor(std::chrono::hours(1))) {
+    work.Send();
+    work.Send();
+  }
+  chapter("The operator presses a key");
+  work.servers.server_up = true;
+  work.host.console.keys = {'x'};
+  work.Send();
+  chapter("A month is over");
+  work.host.clock.SleepFor(std::chrono::hours(30 * 24) - std::chrono::hours(4));
+  work.Send();
+  support::ExpectStoredText("supervisor/unsent_reports.txt", work.Told());
 }
 
 }  // namespace
