@@ -23,7 +23,7 @@ class System {
   // is there already, in another mode, and belongs to somebody else.
   virtual Result<> InitializeCom() = 0;
   virtual void UninitializeCom() = 0;
-  // A message box with an error icon and an OK button; returns when it is closed.
+  // A message box of UTF-8 texts with an error icon and an OK button; returns when it is closed.
   virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;
 };
 

@@ -96,7 +96,7 @@ test('the control menu', async (t) => {
 });
 
 test('a start-up that cannot go on says why in a box', async () => {
-  const folder = await stage.folder('box');
+  const folder = await stage.folder('Jürgen');
   // No room for the dump storage directory.
   await writeFile(path.join(folder, 'tmp/VELDRAN_VOSK_Dumps'), 'in the way');
   const vosk = stage.vosk(folder);
