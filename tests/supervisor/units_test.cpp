@@ -87,7 +87,9 @@ struct Work {
                                   state.g_terminateMonitoring};
   install::DiskSpace disk_space{host.files, log.Sink()};
   std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
-  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode};
+  dumps::ProcDumpAcquisition acquisition{host.files, host.system, log.Sink(), downloader};
+  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode,
+                                          acquisition};
   WatchedCore watched{host.Bundle(), log.Sink(), processes, procdump_monitor, places, state};
   UpdateSchedule update{host.clock, log.Sink(), *service, self_update, disk_space,
                         version,    watched,    places,   state};
