@@ -23,9 +23,11 @@ void ConsoleSettings::SwitchQuickEditOff() {
   const auto mode = console_.Mode(StandardStream::input);
   if (!mode) return;
   input_mode_ = *mode;
-  // Without the extended flag the console does not look at the bit of quick-edit.
-  static_cast<void>(console_.SetMode(StandardStream::input,
-                                     (*mode & ~platform::kQuickEdit) | platform::kExtendedFlags));
+  // Without the extended flag the console does not look at the bit of quick-edit. The clicks that
+  // it took would pile up among the keys, where nobody reads them.
+  constexpr std::uint32_t kUnwanted = platform::kQuickEdit | platform::kMouseInput;
+  static_cast<void>(
+      console_.SetMode(StandardStream::input, (*mode & ~kUnwanted) | platform::kExtendedFlags));
 }
 
 void ConsoleSettings::Restore() {

@@ -12,8 +12,9 @@ enum class StandardStream { output, error, input };
 inline constexpr std::uint32_t kUtf8CodePage = 65001;
 // The bit of a console's output mode that makes it interpret escape sequences.
 inline constexpr std::uint32_t kVirtualTerminalProcessing = 4;
-// Bits of a console's input mode: a click marks text and stops every program that writes; and
-// whether bits such as that one count at all.
+// Bits of a console's input mode: what the mouse does arrives among the keys; a click marks text
+// and stops every program that writes; and whether bits such as the last one count at all.
+inline constexpr std::uint32_t kMouseInput = 0x10;
 inline constexpr std::uint32_t kQuickEdit = 0x40;
 inline constexpr std::uint32_t kExtendedFlags = 0x80;
 

@@ -129,7 +129,7 @@ TEST(Supervisor, ShowsWhatTheOperatorDoes) {
   host.At(51s, [](SimulatedHost& at) {
     at.console.info.bottom = at.console.info.top + 9;
     EXPECT_EQ(at.console.code_page, platform::kUtf8CodePage);
-    EXPECT_EQ(at.console.ModeOf(platform::StandardStream::input) & platform::kQuickEdit, 0u);
+    EXPECT_EQ(at.console.ModeOf(platform::StandardStream::input), 0x1A7u) << "no mouse";
   });
   EXPECT_EQ(Live(host, 53s), 0);
   support::ExpectStoredText("supervisor/screens.txt", shown);
