@@ -10,6 +10,7 @@ using platform::StandardStream;
 namespace {
 
 std::string NameOf(StandardStream stream) {
+  if (stream == StandardStream::input) return "in";
   return stream == StandardStream::output ? "out" : "err";
 }
 
@@ -26,7 +27,13 @@ auto SimConsole::OnScreen(std::string_view operation, const std::string& subject
   });
 }
 
+Result<std::uint32_t> SimConsole::OutputCodePage() {
+  return choke_.Perform("console.OutputCodePage", {},
+                        [&]() -> Result<std::uint32_t> { return code_page; });
+}
+
 Result<> SimConsole::SetOutputCodePage(std::uint32_t wanted) {
+  asked_code_page_ = wanted;
   return choke_.Perform("console.SetOutputCodePage", fmt::format("{}", wanted), [&]() -> Result<> {
     code_page = wanted;
     return {};
@@ -47,11 +54,13 @@ Result<std::uint32_t> SimConsole::Mode(StandardStream stream) {
 }
 
 Result<> SimConsole::SetMode(StandardStream stream, std::uint32_t mode) {
+  if (stream == StandardStream::input) asked_input_mode_ = mode;
   const std::string subject = fmt::format("{} {}", NameOf(stream), mode);
   return choke_.Perform("console.SetMode", subject, [&]() -> Result<> {
     StreamState& state = State(stream);
     if (state.target != StreamTarget::console) return tl::unexpected(platform::kInvalidHandle);
-    if ((mode & platform::kVirtualTerminalProcessing) != 0 && !understands_escapes) {
+    if (stream != StandardStream::input && (mode & platform::kVirtualTerminalProcessing) != 0 &&
+        !understands_escapes) {
       return tl::unexpected(platform::kInvalidParameter);
     }
     state.mode = mode;
@@ -92,13 +101,29 @@ Result<> SimConsole::SetCursorVisible(bool visible) {
 void SimConsole::Write(StandardStream stream, std::string_view text) {
   choke_.Announce("console.Write", NameOf(stream));
   if (State(stream).target == StreamTarget::missing) return;
+  NoteScrollRegion(text);
   if (on_write) return on_write(text);
   written_.push_back({stream, std::string(text)});
 }
 
+// "ESC [ TOP ; BOTTOM r" confines scrolling, and without rows frees it.
+void SimConsole::NoteScrollRegion(std::string_view text) {
+  constexpr std::string_view kBegin = "\x1b[";
+  for (std::size_t at = text.find(kBegin); at != std::string_view::npos;
+       at = text.find(kBegin, at)) {
+    at += kBegin.size();
+    const std::size_t end = text.find_first_not_of("0123456789;", at);
+    if (end != std::string_view::npos && text[end] == 'r') scrolls_in_part_ = end != at;
+  }
+}
+
 void SimConsole::Close() {
   for (StreamState& stream : streams_) stream.mode = StreamState{}.mode;
+  State(StandardStream::input).mode = kFoundInputMode;
   info.attributes = kFoundAttributes;
+  code_page = asked_code_page_ = kFoundCodePage;
+  asked_input_mode_ = kFoundInputMode;
+  scrolls_in_part_ = false;
   cursor_visible = true;
   keys.clear();
 }

@@ -14,8 +14,11 @@ namespace vosk::simulation {
 
 enum class StreamTarget { console, redirected, missing };
 
-// The text attributes that VOSK finds on the console: grey on black.
+// What VOSK finds: grey on black, the code page of Western Europe, and an input mode with
+// everything in it that a new console has, quick-edit too.
 inline constexpr std::uint16_t kFoundAttributes = 7;
+inline constexpr std::uint32_t kFoundCodePage = 850;
+inline constexpr std::uint32_t kFoundInputMode = 0x1F7;
 
 struct WrittenText {
   platform::StandardStream stream;
@@ -26,6 +29,7 @@ class SimConsole : public platform::Console {
  public:
   explicit SimConsole(ChokePoint& choke) : choke_(choke) {}
 
+  platform::Result<std::uint32_t> OutputCodePage() override;
   platform::Result<> SetOutputCodePage(std::uint32_t code_page) override;
   bool HasStream(platform::StandardStream stream) override;
   platform::Result<std::uint32_t> Mode(platform::StandardStream stream) override;
@@ -46,7 +50,13 @@ class SimConsole : public platform::Console {
   [[nodiscard]] std::string Text() const;
   [[nodiscard]] const std::vector<WrittenText>& Written() const { return written_; }
   void Forget() { written_.clear(); }
-  // Closes the window with its program; the next program finds a fresh one.
+  // Whether the code page and the input mode were given back, as far as the console took them, and
+  // the whole window scrolls again.
+  [[nodiscard]] bool SettingsAreGivenBack() const {
+    return asked_code_page_ == kFoundCodePage && asked_input_mode_ == kFoundInputMode &&
+           !scrolls_in_part_;
+  }
+  // The window goes with its program; the next one finds a fresh one.
   void Close();
   // If set, gets everything written, which is then not kept.
   std::function<void(std::string_view)> on_write;
@@ -58,7 +68,7 @@ class SimConsole : public platform::Console {
   platform::ConsoleInfo info{
       .left = 0, .top = 0, .right = 119, .bottom = 29, .attributes = kFoundAttributes};
   bool understands_escapes = true;
-  std::uint32_t code_page = 850;
+  std::uint32_t code_page = kFoundCodePage;
   bool cursor_visible = true;
   int cursor_column = 0;
   int cursor_row = 0;
@@ -70,15 +80,19 @@ class SimConsole : public platform::Console {
     std::uint32_t mode = 3;
   };
   StreamState& State(platform::StandardStream stream) {
-    return streams_[stream == platform::StandardStream::output ? 0 : 1];
+    return streams_.at(static_cast<std::size_t>(stream));
   }
+  void NoteScrollRegion(std::string_view text);
   // Runs an effect that needs standard output to be a console.
   template <typename Effect>
   auto OnScreen(std::string_view operation, const std::string& subject, Effect effect);
 
   ChokePoint& choke_;
-  std::array<StreamState, 2> streams_;
+  std::array<StreamState, 3> streams_{StreamState{}, {}, {.mode = kFoundInputMode}};
   std::vector<WrittenText> written_;
+  std::uint32_t asked_code_page_ = kFoundCodePage;
+  std::uint32_t asked_input_mode_ = kFoundInputMode;
+  bool scrolls_in_part_ = false;
 };
 
 }  // namespace vosk::simulation

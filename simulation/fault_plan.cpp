@@ -13,6 +13,7 @@ using Codes = std::vector<std::uint32_t>;
 // The codes with which an operation plausibly fails. An operation that is not listed cannot report
 // errors, or its callers need not care.
 const std::map<std::string_view, Codes> kPlausibleCodes = {
+    {"console.OutputCodePage", {6}},
     {"console.SetOutputCodePage", {87}},
     {"console.Mode", {6}},
     {"console.SetMode", {6, 87}},
@@ -32,6 +33,7 @@ const std::map<std::string_view, Codes> kPlausibleCodes = {
     {"files.Remove", {32, 5}},
     {"files.Rename", {32, 112}},
     {"files.Replace", {5, 32}},
+    {"files.Flush", {5, 1117}},
     {"files.CreateDirectories", {5, 112}},
     {"files.Walk", {5}},
     {"files.Walk.Next", {1392}},

@@ -281,8 +281,29 @@ Result<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
     if (!MayRemove(to) || fs::is_directory(to, error) || (runs && runs(to))) return Failed(5);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing
+    flushed_.erase(fs::absolute(to));
+    if (auto moved = flushed_.extract(fs::absolute(from))) {
+      moved.key() = fs::absolute(to);
+      flushed_.insert(std::move(moved));
+    }
     return {};
   });
+}
+
+Result<> SimFiles::Flush(const fs::path& path) {
+  return choke_.Perform("files.Flush", path.string(), [&]() -> Result<> {
+    std::error_code error;
+    const auto written = fs::last_write_time(path, error);
+    if (error) return Failed(error, path);
+    flushed_[fs::absolute(path)] = written;
+    return {};
+  });
+}
+
+bool SimFiles::IsFlushed(const fs::path& path) const {
+  std::error_code ignored;
+  const auto flushed = flushed_.find(fs::absolute(path));
+  return flushed != flushed_.end() && flushed->second == fs::last_write_time(path, ignored);
 }
 
 Result<> SimFiles::CreateDirectories(const fs::path& path) {

@@ -26,6 +26,7 @@ class SimFiles : public platform::Files {
                             const std::filesystem::path& to) override;
   platform::Result<> Replace(const std::filesystem::path& from,
                              const std::filesystem::path& to) override;
+  platform::Result<> Flush(const std::filesystem::path& path) override;
   platform::Result<> CreateDirectories(const std::filesystem::path& path) override;
   platform::Result<std::unique_ptr<platform::DirectoryWalk>> Walk(
       const std::filesystem::path& directory, platform::WalkDepth depth) override;
@@ -57,6 +58,8 @@ class SimFiles : public platform::Files {
 
   // Returns whether a file is the image of a running process: it may only be renamed.
   std::function<bool(const std::filesystem::path&)> runs;
+  // Whether the file was flushed since it was written, and outlives a power cut.
+  [[nodiscard]] bool IsFlushed(const std::filesystem::path& path) const;
   // While set, nothing can be written to any open stream.
   bool disk_full = false;
   // The free bytes on each volume, and on volumes that differ, by their root ("D:/").
@@ -78,6 +81,8 @@ class SimFiles : public platform::Files {
   ChokePoint& choke_;
   const SimClock& clock_;
   std::multimap<std::filesystem::path, Sharing> held_;
+  // What was flushed, and when it had been written.
+  std::map<std::filesystem::path, std::filesystem::file_time_type> flushed_;
 };
 
 }  // namespace vosk::simulation

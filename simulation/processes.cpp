@@ -198,12 +198,15 @@ Result<platform::StartedProcess> SimProcesses::Start(const platform::ProcessStar
   const auto effect = [&]() -> Result<platform::StartedProcess> {
     const auto executable = ExecutableOf(start.command_line);
     if (!executable) return tl::unexpected(platform::kFileNotFound);
+    const auto image = text::PathFromUtf8(*executable);
+    // "MZ" stands for a whole program here.
+    if (std::filesystem::file_size(image) < 2) return tl::unexpected(platform::kBadExecutable);
     if (start.working_directory && !std::filesystem::is_directory(*start.working_directory)) {
       return tl::unexpected(kDirectoryNameInvalid);
     }
-    const std::string file_name = text::PathFromUtf8(*executable).filename().string();
+    const std::string file_name = image.filename().string();
     SimProcess& process = Add(text::Utf8ToUtf16(file_name), start.command_line);
-    process.image = InodeOf(text::PathFromUtf8(*executable));
+    process.image = InodeOf(image);
     process.working_directory = start.working_directory;
     process.console = start.console;
     platform::StartedProcess started{ProcessHandle(NewHandle(process.pid, kAllRights), *this),

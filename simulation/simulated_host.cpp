@@ -69,6 +69,8 @@ std::vector<std::string> SimulatedHost::Leftovers() const {
   check(system.com_initialisations == 0, "COM is not balanced");
   check(console.info.attributes == kFoundAttributes,
         "the console's text attributes are not as they were found");
+  check(console.SettingsAreGivenBack(),
+        "the console's code page, input mode or scrolling is not as it was found");
   check(console.cursor_visible, "the cursor is left hidden");
   return left;
 }
@@ -162,7 +164,8 @@ void SimulatedHost::PowerIsGone(AfterPowerCut unsettled) {
   for (const auto& [path, state] : Survey()) {
     const auto before = settled_.find(path);
     if (before != settled_.end() && before->second == state) continue;
-    if (path.filename() == identity::kLogFileName) continue;  // may only lose lines at its end
+    if (files.IsFlushed(path)) continue;
+    if (path.filename() == identity::kLogFileName) continue;  // loses lines at its end at most
     fs::resize_file(path, unsettled == AfterPowerCut::empty ? 0 : state.first / 2);
   }
 }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "console/colours.h"
+
 namespace vosk::console {
 namespace {
 
@@ -12,6 +14,10 @@ constexpr std::string_view kScrollWholeWindow = "\x1b[r";
 
 bool HasScrollRegion(const std::optional<ConsoleInfo>& window) {
   return window && window->Height() >= 2;
+}
+
+bool HaveSameSize(const ConsoleInfo& one, const ConsoleInfo& other) {
+  return one.Width() == other.Width() && one.Height() == other.Height();
 }
 
 }  // namespace
@@ -32,8 +38,9 @@ void Screen::SetupScrollRegion() {
 bool Screen::FollowWindowSize() {
   const auto window = DrawableWindow(console_, log_);
   if (!window) return false;
-  if (laid_out_for_ && laid_out_for_->Width() == window->Width() &&
-      laid_out_for_->Height() == window->Height()) {
+  if (laid_out_for_ && HaveSameSize(*laid_out_for_, *window)) {
+    // It may have moved over the console's buffer.
+    laid_out_for_ = *window;
     return false;
   }
   LayOut(*window);
@@ -42,10 +49,12 @@ bool Screen::FollowWindowSize() {
 
 void Screen::LayOut(const ConsoleInfo& window) {
   const std::lock_guard lock(log_.ConsoleLock());
-  const int last_scrolling_row = window.Height() - 1;
   if (HasScrollRegion(window)) {
+    // A line may have been written before the new size was seen; the next one must not replace it.
+    const bool resized = laid_out_for_ && !HaveSameSize(*laid_out_for_, window);
     console_.Write(StandardStream::output,
-                   fmt::format("\x1b[1;{}r\x1b[{};1H", last_scrolling_row, last_scrolling_row));
+                   fmt::format("\x1b[1;{0}r{1}\x1b[{0};1H{2}", window.Height() - 1,
+                               EraseOldBar(window), resized ? "\n" : ""));
   } else if (HasScrollRegion(laid_out_for_)) {
     // Otherwise the region of the larger window would remain in force.
     console_.Write(StandardStream::output, kScrollWholeWindow);
@@ -53,16 +62,36 @@ void Screen::LayOut(const ConsoleInfo& window) {
   laid_out_for_ = window;
 }
 
+std::string Screen::EraseOldBar(const ConsoleInfo& window) const {
+  if (!laid_out_for_ || laid_out_for_->Height() == window.Height()) return {};
+  // The window moves over the console's buffer; the old bar stays where it was in there.
+  const int row = laid_out_for_->bottom - window.top + 1;
+  if (row < 1 || row >= window.Height()) return {};
+  return fmt::format("{}\x1b[{};1H\x1b[2K", kReset, row);
+}
+
 void Screen::ClearScreen() {
-  Clear("");
+  if (DrawableWindow(console_, log_)) Clear("");
+}
+
+void Screen::PrintRecentLines() {
+  if (!DrawableWindow(console_, log_)) return;
+  const std::lock_guard lock(log_.ConsoleLock());
+  std::string lines;
+  for (const std::string& line : log_.RecentLogLines()) lines += line + '\n';
+  if (!lines.empty()) console_.Write(StandardStream::output, lines);
 }
 
 void Screen::Release() {
+  // A window that was laid out is given back even if it tells nothing of itself any more.
+  if (!laid_out_for_ && !DrawableWindow(console_, log_)) return;
   Clear(kScrollWholeWindow);
+  // Asked for once more: clearing may have moved the window over the console's buffer.
+  const auto window = DrawableWindow(console_, log_);
+  if (window) static_cast<void>(console_.SetCursor(window->left, window->top));
 }
 
 void Screen::Clear(std::string_view before) {
-  if (!DrawableWindow(console_, log_)) return;
   const std::lock_guard lock(log_.ConsoleLock());
   console_.Write(StandardStream::output, fmt::format("{}\x1b[2J\x1b[H", before));
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <string_view>
 
 #include "console/log.h"
 #include "platform/console.h"
@@ -21,15 +23,21 @@ class Screen {
   // Confines scrolling to all rows but the last and puts the cursor on the last of them. A window
   // of one row scrolls whole.
   void SetupScrollRegion();
-  // Lays the screen out again if the window's size has changed. Returns true then, so that the
-  // caller can redraw the window's contents.
+  // Lays the screen out again when the window's size is no longer the one laid out for: the old
+  // status bar goes, the lines move up by one row. True then, so that the caller can draw again
+  // what stood in the window.
   bool FollowWindowSize();
   void ClearScreen();
-  // Clears the window and lets it scroll as a whole again, for whoever uses the console next.
+  // Prints the last lines of the log, in a window that has just been cleared.
+  void PrintRecentLines();
+  // Gives the whole window back to whoever uses the console next, cleared and with the cursor at
+  // its top.
   void Release();
 
  private:
   void LayOut(const platform::ConsoleInfo& window);
+  // Wipes the row that the bar leaves behind inside a window that has grown.
+  [[nodiscard]] std::string EraseOldBar(const platform::ConsoleInfo& window) const;
   void Clear(std::string_view before);
 
   platform::Console& console_;

@@ -38,7 +38,17 @@ constexpr std::string_view kSaveCursor = "\0337";
 constexpr std::string_view kRestoreCursor = "\0338";
 
 // The less important a segment, the sooner a narrow window loses it.
-enum class Importance { normal_mode, version, title, crashes, uptime, transfer, red_alert, core };
+enum class Importance {
+  reserved_place,
+  normal_mode,
+  version,
+  title,
+  uptime,
+  crashes,
+  transfer,
+  red_alert,
+  core
+};
 
 struct Segment {
   Importance importance;
@@ -63,6 +73,15 @@ Segment TransferSegment(const TransferProgress& progress) {
                      {kWhite, "] "}}};
 }
 
+// Keeps a transfer's place free, so that its coming and going moves nothing: it would take a blank,
+// itself in brackets and a blank in place of the separator.
+Segment ReservedPlace() {
+  constexpr std::size_t kTransferWidth = 1 + kLongestActivity.size() + std::size("[ 100%]") - 1 + 1;
+  return {.importance = Importance::reserved_place,
+          .joint = "",
+          .pieces = {{kGrey, std::string(kTransferWidth - kSeparator.size(), ' ')}}};
+}
+
 Segment ModeSegment(bool red_alert) {
   if (red_alert) {
     return {.importance = Importance::red_alert,
@@ -74,7 +93,8 @@ Segment ModeSegment(bool red_alert) {
 
 // Returns the segments from left to right.
 std::vector<Segment> Segments(const StatusSnapshot& status, const TransferProgress& progress,
-                              const FieldWidths& widths) {
+                              bool wide) {
+  const FieldWidths& widths = wide ? kWideFieldWidths : kFieldWidths;
   const std::string pid = status.core_pid == 0 ? "?" : fmt::format("{}", status.core_pid);
   const std::string version = "v" + PlainText(status.core_version);
   const std::string crashes = fmt::format("{}", status.crash_count);
@@ -84,6 +104,8 @@ std::vector<Segment> Segments(const StatusSnapshot& status, const TransferProgre
   segments.push_back({Importance::title, "", {{kBoldCyan, " VOSK"}}});
   if (progress.Percentage() != TransferProgress::kHidden) {
     segments.push_back(TransferSegment(progress));
+  } else if (wide) {
+    segments.push_back(ReservedPlace());
   }
   segments.push_back(
       {Importance::core, kSeparator, {{kWhite, "Core: "}, {kCyan, Field(pid, widths.pid)}}});
@@ -125,8 +147,7 @@ StyledLine Join(const std::vector<Segment>& segments, int columns) {
 std::string BuildStatusRow(const StatusSnapshot& status, const TransferProgress& progress,
                            int window_width) {
   if (window_width < 1) return {};
-  const FieldWidths& widths = window_width >= kWideWindow ? kWideFieldWidths : kFieldWidths;
-  std::vector<Segment> segments = Segments(status, progress, widths);
+  std::vector<Segment> segments = Segments(status, progress, window_width >= kWideWindow);
   StyledLine line = Join(segments, UsableColumns(window_width));
   while (line.IsClipped() && segments.size() > 1) {
     segments.erase(std::min_element(segments.begin(), segments.end(),
@@ -148,17 +169,8 @@ void StatusBar::DrawStatusBar() {
   if (!window) return;
   const std::string row = BuildStatusRow(snapshot_(), progress_, window->Width());
   console_.Write(platform::StandardStream::output,
-                 fmt::format("\x1b[?25l{}{}\x1b[{};1H\x1b[2K{}{}\x1b[?25h", kSaveCursor,
-                             EraseOldBar(*window), window->Height(), row, kRestoreCursor));
-  drawn_in_ = *window;
-}
-
-std::string StatusBar::EraseOldBar(const platform::ConsoleInfo& window) const {
-  if (!drawn_in_ || drawn_in_->Height() == window.Height()) return {};
-  // The window moves over the console's buffer, in which the old bar stays where it was.
-  const int row = drawn_in_->bottom - window.top + 1;
-  if (row < 1 || row >= window.Height()) return {};
-  return fmt::format("{}\x1b[{};1H\x1b[2K", kReset, row);
+                 fmt::format("\x1b[?25l{}\x1b[{};1H\x1b[2K{}{}\x1b[?25h", kSaveCursor,
+                             window->Height(), row, kRestoreCursor));
 }
 
 }  // namespace vosk::console

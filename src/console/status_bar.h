@@ -23,9 +23,9 @@ struct StatusSnapshot {
   bool red_alert = false;
 };
 
-// Returns the row for a window of that many columns, coloured to its right edge; nothing for a
-// window without columns. Fields keep their places while their values grow. A narrow window loses
-// the least important segments.
+// The row for a window of that many columns, coloured to its right edge; nothing for a window
+// without columns. Fields keep their places while their values grow and, from 120 columns on, while
+// transfers come and go. A narrow window loses the least important segments.
 [[nodiscard]] std::string BuildStatusRow(const StatusSnapshot& status,
                                          const TransferProgress& progress, int window_width);
 
@@ -42,14 +42,10 @@ class StatusBar {
   void DrawStatusBar();
 
  private:
-  // Returns the bytes that wipe the old bar inside a window that has grown.
-  [[nodiscard]] std::string EraseOldBar(const platform::ConsoleInfo& window) const;
-
   platform::Console& console_;
   LogSink& log_;
   const TransferProgress& progress_;
   SnapshotSource snapshot_;
-  std::optional<platform::ConsoleInfo> drawn_in_;
 };
 
 }  // namespace vosk::console

@@ -1,5 +1,7 @@
 #include "dumps/procdump_acquisition.h"
 
+#include <fmt/format.h>
+
 #include <string>
 
 #include "dumps/procdump_search.h"
@@ -30,6 +32,22 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
     log_.LogInfo("ProcDump executable found in application directory: {}", Utf8(present->path));
     return true;
   }
+  const Fetched fetched = Fetch(supervisor_directory, work_directory);
+  if (!fetched && !fetched.error().empty()) {
+    system_.ShowErrorBox("Error", std::string(fetched.error()));
+  }
+  return fetched.has_value();
+}
+
+bool ProcDumpAcquisition::FetchAnew(const std::filesystem::path& supervisor_directory,
+                                    const std::filesystem::path& work_directory) {
+  return FindProcDump(files_, supervisor_directory) ||
+         Fetch(supervisor_directory, work_directory).has_value();
+}
+
+ProcDumpAcquisition::Fetched ProcDumpAcquisition::Fetch(
+    const std::filesystem::path& supervisor_directory,
+    const std::filesystem::path& work_directory) {
   const std::string directory = Utf8(supervisor_directory);
   log_.LogWarn(
       "ProcDump not found in application directory ({}). Attempting download and extraction...",
@@ -39,16 +57,15 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
   const std::string url(identity::kProcDumpUrl);
   if (!downloader_.DownloadFile(url, zip_path)) {
     log_.LogError("EnsureProcDumpExists: Failed to download ProcDump zip from {}", url);
-    return false;
+    return tl::unexpected<std::string_view>("");
   }
   const bool extracted = ExtractProcDump(zip_path, supervisor_directory);
   CleanUpZip(zip_path);
   if (!extracted) {
     log_.LogError("EnsureProcDumpExists: Failed to extract ProcDump from downloaded zip: {}",
                   Utf8(zip_path));
-    system_.ShowErrorBox(
-        "Error", "Failed to extract ProcDump after download. Crash monitoring cannot start.");
-    return false;
+    return tl::unexpected<std::string_view>(
+        "Failed to extract ProcDump after download. Crash monitoring cannot start.");
   }
 
   if (!FindProcDump(files_, supervisor_directory)) {
@@ -56,13 +73,12 @@ bool ProcDumpAcquisition::EnsureProcDumpExists(const std::filesystem::path& supe
         "EnsureProcDumpExists: ProcDump extraction reported success, but "
         "executable still not found in {}",
         directory);
-    system_.ShowErrorBox("Error",
-                         "ProcDump extraction failed verification (file not found after "
-                         "extraction). Crash monitoring cannot start.");
-    return false;
+    return tl::unexpected<std::string_view>(
+        "ProcDump extraction failed verification (file not found after extraction). Crash "
+        "monitoring cannot start.");
   }
   log_.LogInfo("ProcDump successfully downloaded and extracted to: {}", directory);
-  return true;
+  return {};
 }
 
 void ProcDumpAcquisition::CleanUpZip(const std::filesystem::path& zip_path) {
@@ -101,7 +117,7 @@ bool ProcDumpAcquisition::ExtractProcDump(const std::filesystem::path& zip_path,
 
   const auto destination = destination_directory / member->name;
   log_.LogInfo("Extracting file to: {}", Utf8(destination));
-  if (const auto extracted = zip.ExtractToFile(member->index, destination); !extracted) {
+  if (const auto extracted = ExtractWhole(zip, member->index, destination); !extracted) {
     log_.LogError("ExtractProcDump: Failed to extract [{}] to [{}]. Error: {}", member->name,
                   Utf8(destination), extracted.error());
     return false;
@@ -109,6 +125,23 @@ bool ProcDumpAcquisition::ExtractProcDump(const std::filesystem::path& zip_path,
   log_.LogInfo("ExtractProcDump: Successfully extracted [{}] to [{}]", member->name,
                Utf8(destination));
   return true;
+}
+
+// Under its own name the file appears only once it is whole and on the disk: whatever ends VOSK in
+// between, a torn ProcDump would be taken for good at every later start.
+zip::ZipReader::Outcome ProcDumpAcquisition::ExtractWhole(
+    zip::ZipReader& zip, std::uint32_t index, const std::filesystem::path& destination) {
+  std::filesystem::path unfinished = destination;
+  unfinished += ".new";
+  if (auto extracted = zip.ExtractToFile(index, unfinished); !extracted) return extracted;
+  if (const auto flushed = files_.Flush(unfinished); !flushed) {
+    log_.LogWarn("ExtractProcDump: Failed to flush [{}] to the disk. Error: {}", Utf8(unfinished),
+                 flushed.error());
+  }
+  const auto replaced = files_.Replace(unfinished, destination);
+  if (replaced) return {};
+  static_cast<void>(files_.Remove(unfinished));
+  return tl::unexpected(fmt::format("{}", replaced.error()));
 }
 
 bool ProcDumpAcquisition::PrepareDirectory(const std::filesystem::path& directory) {

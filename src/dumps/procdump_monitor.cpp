@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "dumps/procdump_search.h"
 #include "platform/files.h"
@@ -25,13 +26,26 @@ std::string MonitorCommandLine(const std::filesystem::path& procdump, bool full_
 }  // namespace
 
 ProcDumpMonitor::ProcDumpMonitor(const platform::Host& host, console::LogSink& log,
-                                 const std::atomic<bool>& red_alert_mode)
-    : host_(host), log_(log), red_alert_mode_(red_alert_mode) {}
+                                 const std::atomic<bool>& red_alert_mode,
+                                 ProcDumpAcquisition& acquisition)
+    : host_(host), log_(log), red_alert_mode_(red_alert_mode), acquisition_(acquisition) {}
 
 platform::ProcessHandle ProcDumpMonitor::LaunchProcDumpMonitor(
     platform::ProcessId pid, const std::filesystem::path& dump_directory) {
+  Launched monitor = Launch(pid, dump_directory);
+  if (monitor) return std::move(*monitor);
+  const std::filesystem::path damaged = monitor.error();
+  if (damaged.empty() || !ReplaceDamaged(damaged, dump_directory)) return {};
+  monitor = Launch(pid, dump_directory);
+  return monitor ? std::move(*monitor) : platform::ProcessHandle();
+}
+
+ProcDumpMonitor::Launched ProcDumpMonitor::Launch(platform::ProcessId pid,
+                                                  const std::filesystem::path& dump_directory) {
   const std::filesystem::path procdump = FindExecutable();
-  if (procdump.empty() || !PrepareDirectory(dump_directory)) return {};
+  if (procdump.empty() || !PrepareDirectory(dump_directory)) {
+    return tl::unexpected(std::filesystem::path());
+  }
   const bool full_memory = red_alert_mode_.load();
   if (full_memory) {
     log_.LogWarn("RED ALERT: Attaching ProcDump in full-memory (-ma) mode for PID {}", pid);
@@ -44,10 +58,27 @@ platform::ProcessHandle ProcDumpMonitor::LaunchProcDumpMonitor(
   if (!started) {
     log_.LogError("Failed to launch ProcDump for PID {}. CreateProcessW error code: {}", pid,
                   started.error());
-    return {};
+    const bool damaged = started.error() == platform::kBadExecutable;
+    return tl::unexpected(damaged ? procdump : std::filesystem::path());
   }
   log_.LogInfo("ProcDump launched successfully. Monitor Process ID: {}", started->pid);
   return std::move(started->handle);
+}
+
+bool ProcDumpMonitor::ReplaceDamaged(const std::filesystem::path& executable,
+                                     const std::filesystem::path& work_directory) {
+  log_.LogError("ProcDump executable is damaged, deleting it: {}", executable);
+  if (const auto removed = host_.files.Remove(executable); !removed) {
+    log_.LogError(
+        "Failed to delete damaged ProcDump executable {}, which has to be deleted by hand: {}",
+        executable, removed.error());
+    return false;
+  }
+  if (std::exchange(fetched_anew_, true)) {
+    log_.LogError("ProcDump was fetched anew before. The next start of VOSK tries again.");
+    return false;
+  }
+  return acquisition_.FetchAnew(executable.parent_path(), work_directory);
 }
 
 std::filesystem::path ProcDumpMonitor::FindExecutable() {

@@ -7,6 +7,7 @@ std::optional<FoundProcDump> FindProcDump(platform::Files& files,
   for (const auto name : {kPrimaryExecutable, kFallbackExecutable}) {
     auto path = directory / name;
     if (!files.Exists(path).value_or(false)) continue;
+    if (files.SizeOf(path) == 0u) continue;
     return FoundProcDump{std::move(path), name == kFallbackExecutable};
   }
   return std::nullopt;

@@ -17,7 +17,8 @@ struct FoundProcDump {
   bool is_fallback = false;
 };
 
-// Returns the executable in the directory, or nothing if none can be seen.
+// Returns the executable in the directory; nothing if there is none that can be seen. An empty file
+// is none: it is what a power cut leaves.
 [[nodiscard]] std::optional<FoundProcDump> FindProcDump(platform::Files& files,
                                                         const std::filesystem::path& directory);
 

@@ -1,5 +1,5 @@
-// Absolute paths without "." or "..". The answers are the same on every machine: a drive's root
-// counts as a root outside Windows, too.
+// Absolute paths without "." or "..". The answers are the same on every machine: the root of a
+// drive or of a share counts as one on the machine where the portable code is tested, too.
 #pragma once
 
 #include <filesystem>
@@ -10,7 +10,8 @@ namespace vosk::files {
 // "..".
 [[nodiscard]] bool IsFixedPath(const std::filesystem::path& path);
 
-// Returns the drive (or share) and its root separator; empty for a path without a root directory.
+// Returns the drive ("C:\") or share ("\\server\share\") with its root separator; empty for a path
+// without a root directory.
 [[nodiscard]] std::filesystem::path VolumeRoot(const std::filesystem::path& path);
 
 // Drops the empty last element of "a/b/": after a link, it would mean the link's target.

@@ -6,11 +6,17 @@
 
 namespace vosk::platform {
 
-enum class StandardStream { output, error };
+// `input` is the keyboard of the console, wherever the program's standard input leads.
+enum class StandardStream { output, error, input };
 
 inline constexpr std::uint32_t kUtf8CodePage = 65001;
 // The bit of a console's output mode that makes it interpret escape sequences.
 inline constexpr std::uint32_t kVirtualTerminalProcessing = 4;
+// Bits of a console's input mode: what the mouse does arrives among the keys; a click marks text
+// and stops every program that writes; and whether bits such as the last one count at all.
+inline constexpr std::uint32_t kMouseInput = 0x10;
+inline constexpr std::uint32_t kQuickEdit = 0x40;
+inline constexpr std::uint32_t kExtendedFlags = 0x80;
 
 // The visible window in buffer coordinates, edges included, and the current text attribute.
 struct ConsoleInfo {
@@ -27,10 +33,11 @@ struct ConsoleInfo {
 class Console {
  public:
   virtual ~Console() = default;
+  virtual Result<std::uint32_t> OutputCodePage() = 0;
   virtual Result<> SetOutputCodePage(std::uint32_t code_page) = 0;
   // Returns whether the process has a handle for the stream at all.
   virtual bool HasStream(StandardStream stream) = 0;
-  // Reading the mode or the information fails if the stream is not a console.
+  // Mode and information fail for a stream that is no console. Nothing is written to `input`.
   virtual Result<std::uint32_t> Mode(StandardStream stream) = 0;
   virtual Result<> SetMode(StandardStream stream, std::uint32_t mode) = 0;
   virtual Result<ConsoleInfo> Info() = 0;  // of standard output

@@ -41,7 +41,9 @@ class Files {
   virtual Result<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
   // Like Rename, but replaces a file at the new name.
   virtual Result<> Replace(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
-  // Creates missing parents, too; an existing directory is a success.
+  // Returns when all that was written to the file is on the disk and outlives a power cut.
+  virtual Result<> Flush(const std::filesystem::path& path) = 0;
+  // With missing parents; an existing directory is a success.
   virtual Result<> CreateDirectories(const std::filesystem::path& path) = 0;
   virtual Result<std::unique_ptr<DirectoryWalk>> Walk(const std::filesystem::path& directory,
                                                       WalkDepth depth) = 0;

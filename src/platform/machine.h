@@ -109,6 +109,7 @@ class Machine {
  public:
   virtual ~Machine() = default;
   virtual Result<MemoryStatus> Memory() = 0;
+  // The active ones of all processor groups.
   virtual std::uint32_t LogicalProcessors() = 0;
   virtual Result<std::unique_ptr<GraphicsAdapters>> OpenGraphics() = 0;
   virtual Result<std::unique_ptr<NetworkSession>> OpenNetwork() = 0;

@@ -23,7 +23,7 @@ class System {
   // error is kChangedMode if somebody else has already set COM up in another mode.
   virtual Result<> InitializeCom() = 0;
   virtual void UninitializeCom() = 0;
-  // Shows a message box with an error icon and an OK button; returns when it is closed.
+  // A message box of UTF-8 texts with an error icon and an OK button; returns when it is closed.
   virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;
 };
 

@@ -26,6 +26,7 @@ inline constexpr ErrorCode kGeneralFailure{31};
 inline constexpr ErrorCode kSharingViolation{32};
 inline constexpr ErrorCode kInvalidParameter{87};
 inline constexpr ErrorCode kDiskFull{112};
+inline constexpr ErrorCode kBadExecutable{193};
 inline constexpr ErrorCode kNoMoreItems{259};
 inline constexpr ErrorCode kCancelled{1223};
 inline constexpr ErrorCode kNotAllAssigned{1300};

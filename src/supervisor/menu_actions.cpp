@@ -100,6 +100,8 @@ void MenuActions::MoveSelection(int steps) {
 }
 
 void MenuActions::OpenMenu() {
+  // Keys pressed into a menu that nobody sees would restart the Core.
+  if (!console::DrawableWindow(console_, log_)) return;
   state_.menu_visible = true;
   state_.menu_selection = 1;
   menu_needs_redraw_ = true;
@@ -109,6 +111,7 @@ void MenuActions::CloseMenu() {
   state_.menu_visible = false;
   screen_.ClearScreen();
   screen_.SetupScrollRegion();
+  screen_.PrintRecentLines();
   log_.RedrawStatusBar();
 }
 

@@ -75,7 +75,7 @@ struct Services {
   std::unique_ptr<report::Uploader> uploader = network.MakeUploader(host, log, progress);
   process::ProcessControl processes{host.processes, log};
   dumps::ProcDumpAcquisition procdump_acquisition{host.files, host.system, log, *downloader};
-  dumps::ProcDumpMonitor procdump_monitor{host, log, state.red_alert_mode};
+  dumps::ProcDumpMonitor procdump_monitor{host, log, state.red_alert_mode, procdump_acquisition};
   dumps::ImmediateDump immediate_dump{host, log, state.red_alert_mode};
   install::CoreVersion core_version{host.files, log};
   install::DiskSpace disk_space{host.files, log};

@@ -46,10 +46,15 @@ class AtScopeEnd {
 }  // namespace
 
 Supervisor::Supervisor(const platform::Host& host, Network& network)
-    : services_(host, network), host_(services_.host), log_(services_.log) {}
+    : services_(host, network),
+      host_(services_.host),
+      log_(services_.log),
+      console_settings_(host_.console) {}
 
 int Supervisor::Run(const std::vector<std::string>& arguments) {
-  PrepareConsole();
+  console_settings_.Prepare();
+  // After a shutdown there is nothing left to do; any other end leaves its reason on the screen.
+  const AtScopeEnd release_console([this] { ReleaseConsole(/*with_recent_lines=*/true); });
   if (IsVersionQuery(arguments)) {
     PrintVersions();
     return kSuccess;
@@ -88,15 +93,6 @@ int Supervisor::Run(const std::vector<std::string>& arguments) {
   return services_.state.failed ? kFailure : kSuccess;
 }
 
-void Supervisor::PrepareConsole() {
-  // Failures here only spoil the looks, and the log is not open yet.
-  static_cast<void>(host_.console.SetOutputCodePage(platform::kUtf8CodePage));
-  if (const auto mode = host_.console.Mode(StandardStream::output)) {
-    static_cast<void>(host_.console.SetMode(StandardStream::output,
-                                            *mode | platform::kVirtualTerminalProcessing));
-  }
-}
-
 void Supervisor::PrintVersions() {
   std::string core_version;
   if (const auto roaming = host_.system.RoamingAppDataPath()) {
@@ -127,8 +123,6 @@ void Supervisor::OpenConsoleAndLog() {
   log_.SetConsoleOutputValid(host_.console.HasStream(StandardStream::output));
   if (!log_.ConsoleOutputValid()) {
     log_.LogError("Failed to get console handle for TUI. TUI features disabled.");
-  } else if (const auto info = host_.console.Info()) {
-    console_at_start_ = *info;
   }
   log_.OpenLogFile();
   if (log_.ConsoleOutputValid()) ShowStart();
@@ -139,7 +133,11 @@ void Supervisor::ShowStart() {
   std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
   console::PlayBootAnimation(host_.console, host_.clock, log_, random);
   services_.screen.SetupScrollRegion();
-  log_.SetRedrawHook([this] { services_.status_bar.DrawStatusBar(); });
+  log_.SetRedrawHook([this] {
+    // The loop does not follow the window while it waits for a transfer.
+    if (services_.screen.FollowWindowSize()) services_.menu.RefreshMenu(/*redraw=*/true);
+    services_.status_bar.DrawStatusBar();
+  });
   services_.status_bar.DrawStatusBar();
 }
 
@@ -167,20 +165,19 @@ int Supervisor::EndFatally(const std::string& text) {
   return kFailure;
 }
 
-void Supervisor::ReleaseConsole() {
-  if (console_at_start_) {
-    static_cast<void>(host_.console.SetTextAttributes(console_at_start_->attributes));
-  }
+void Supervisor::ReleaseConsole(bool with_recent_lines) {
+  console_settings_.Restore();
+  if (!log_.ConsoleOutputValid()) return;
   log_.SetRedrawHook({});
   services_.screen.Release();
-  static_cast<void>(host_.console.SetCursor(0, 0));
+  if (with_recent_lines) services_.screen.PrintRecentLines();
   static_cast<void>(host_.console.SetCursorVisible(true));
   // The last lines follow one another from the top: the console is no longer laid out.
   log_.SetConsoleOutputValid(false);
 }
 
 void Supervisor::ShutDown() {
-  if (log_.ConsoleOutputValid()) ReleaseConsole();
+  ReleaseConsole(/*with_recent_lines=*/false);
   log_.LogWarn("Monitoring loop terminated (g_terminateMonitoring is true).");
   services_.core.EndAtShutdown();
   log_.LogInfo("VELDRAN Core Autonomous VOSK shutting down.");

@@ -1,11 +1,10 @@
 // VOSK from its entry to its end: the console and the log, start-up, monitoring, shutdown.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "platform/console.h"
+#include "console/console_settings.h"
 #include "supervisor/services.h"
 
 namespace vosk::supervisor {
@@ -20,7 +19,6 @@ class Supervisor {
   int Run(const std::vector<std::string>& arguments);
 
  private:
-  void PrepareConsole();
   void PrintVersions();
   [[nodiscard]] bool ClearTheField();
   void OpenConsoleAndLog();
@@ -28,7 +26,9 @@ class Supervisor {
   void LogBanner();
   void LogArguments(const std::vector<std::string>& arguments);
   void ShutDown();
-  void ReleaseConsole();
+  // Leaves the console as it was found and the window cleared, its log lines being printed again if
+  // they are wanted. A second call does nothing.
+  void ReleaseConsole(bool with_recent_lines);
 
   // Shows the operator in a message box why the program ends, and returns the exit status.
   int EndFatally(const std::string& text);
@@ -36,7 +36,7 @@ class Supervisor {
   Services services_;
   const platform::Host& host_;
   console::LogSink& log_;
-  std::optional<platform::ConsoleInfo> console_at_start_;
+  console::ConsoleSettings console_settings_;
 };
 
 }  // namespace vosk::supervisor

@@ -153,6 +153,7 @@ TEST(WritesUnderFaults, LoseNoLineOnBothSides) {
     const bool once = screen.FollowWindowSize();
     const bool twice = screen.FollowWindowSize();
     log.LogWarn("second");
+    screen.Release();
     return fmt::format("laid out again {}, then {}, modes {} and {}, colours {}\n{}", once, twice,
                        host.console.ModeOf(StandardStream::output),
                        host.console.ModeOf(StandardStream::error),

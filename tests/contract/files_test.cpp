@@ -97,9 +97,11 @@ TEST_F(FileContract, OnlyReplaceTakesThePlaceOfAFile) {
   PutBytes(scratch_ / "a", "new");
   EXPECT_EQ(CodeOf(host_.files.Rename(scratch_ / "a", scratch_ / "b")), 183u);
   fs::permissions(scratch_ / "b", fs::perms::owner_read);
+  EXPECT_TRUE(host_.files.Flush(scratch_ / "a"));
   EXPECT_TRUE(host_.files.Replace(scratch_ / "a", scratch_ / "b"));
   EXPECT_EQ(BytesOf(scratch_ / "b"), "new");
   EXPECT_EQ(host_.files.Exists(scratch_ / "a"), false);
+  EXPECT_EQ(CodeOf(host_.files.Flush(scratch_ / "a")), 2u);
   const auto held = Hold(scratch_ / "held");
   EXPECT_EQ(CodeOf(host_.files.Replace(scratch_ / "b", scratch_ / "held")), 5u);
   fs::create_directories(scratch_ / "folder");

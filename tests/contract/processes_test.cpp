@@ -126,6 +126,12 @@ TEST_F(ProcessContract, AStartFailsWithTheReason) {
   EXPECT_EQ(CodeOf(host_.processes.Start(
                 {.command_line = ChildCommand(0, 0ms), .working_directory = scratch_ / "missing"})),
             267u);
+  const fs::path torn = scratch_ / "torn.exe";
+  for (const char* rest : {"", "M"}) {
+    PutBytes(torn, rest);
+    EXPECT_EQ(CodeOf(host_.processes.Start({.command_line = '"' + text::PathToUtf8(torn) + '"'})),
+              193u);
+  }
 }
 
 TEST_F(ProcessContract, TaskkillEndsAProcessOrSaysThatThereIsNone) {

@@ -59,11 +59,20 @@ const std::string kText = "Gr\u00FC\u00DFe\nzwei\n";
 TEST_F(SystemContract, AConsoleCanBeSetUpAndShowsTheText) {
   platform::Console& console = host_.console;
   const std::string shown = side_->WithOutputTo(Output::screen, [&] {
-    EXPECT_TRUE(console.SetOutputCodePage(platform::kUtf8CodePage));
-    const std::uint32_t mode = console.Mode(StandardStream::output).value_or(0);
-    for (const std::uint32_t wanted : {mode | platform::kVirtualTerminalProcessing, mode}) {
-      EXPECT_TRUE(console.SetMode(StandardStream::output, wanted));
-      EXPECT_EQ(console.Mode(StandardStream::output), wanted);
+    const std::uint32_t code_page = console.OutputCodePage().value_or(0);
+    for (const std::uint32_t wanted : {platform::kUtf8CodePage, code_page}) {
+      EXPECT_TRUE(console.SetOutputCodePage(wanted));
+      EXPECT_EQ(console.OutputCodePage(), wanted);
+    }
+    const std::tuple<StandardStream, std::uint32_t, std::uint32_t> bits[] = {
+        {StandardStream::output, platform::kVirtualTerminalProcessing, 0},
+        {StandardStream::input, platform::kQuickEdit, platform::kExtendedFlags}};
+    for (const auto& [stream, bit, always] : bits) {
+      const std::uint32_t mode = console.Mode(stream).value_or(0) | always;
+      for (const std::uint32_t wanted : {mode ^ bit, mode}) {
+        EXPECT_TRUE(console.SetMode(stream, wanted));
+        EXPECT_EQ(console.Mode(stream), wanted);
+      }
     }
     const auto info = console.Info();
     ASSERT_TRUE(info) << CodeOf(info);

@@ -3,7 +3,9 @@
 
 #include "dumps/immediate_dump.h"
 #include "dumps/procdump_monitor.h"
+#include "simulation/zip_bytes.h"
 #include "tests/support/checked_host.h"
+#include "tests/support/fake_downloader.h"
 #include "tests/support/transcript.h"
 #include "tests/support/variants.h"
 
@@ -18,11 +20,20 @@ void Arrange(SimulatedHost& host) {
   host.processes.Add(u"VELDRAN Core.exe");
 }
 
-// Starts a monitor and also writes a dump at once.
-std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert) {
+// A monitor, and beside it a dump at once. `served` is the ProcDump that can be had.
+std::string Act(SimulatedHost& host, console::LogSink& log, bool red_alert,
+                const std::string& served = "") {
   const std::atomic<bool> mode{red_alert};
-  const auto monitor =
-      ProcDumpMonitor(host.Bundle(), log, mode).LaunchProcDumpMonitor(1004, "C:/Dumps here");
+  support::FakeDownloader site;
+  site.fetch = [&](const std::string&, const std::filesystem::path& destination) {
+    host.PutFile(destination, support::ZipBytes({{"procdump64.exe", served}}));
+    return true;
+  };
+  ProcDumpAcquisition acquisition(host.files, host.system, log, site);
+  ProcDumpMonitor watch(host.Bundle(), log, mode, acquisition);
+  auto monitor = watch.LaunchProcDumpMonitor(1004, "C:/Dumps here");
+  // As the supervisor does a little later.
+  if (!monitor && !served.empty()) monitor = watch.LaunchProcDumpMonitor(1004, "C:/Dumps here");
   const auto dump = ImmediateDump(host.Bundle(), log, mode).CreateImmediateDump(1004, "C:/Dumps");
   host.choke.faults.Clear();
   const bool hidden = monitor && host.processes.At(*host.processes.Id(monitor)).console ==
@@ -54,6 +65,9 @@ TEST(DumpCapture, TellsOfEveryCase) {
       {"fallback"},
       {"no ProcDump"},
       {"no Core"},
+      {"damaged"},
+      {"damaged for good"},
+      {"damaged and in use"},
       {"an earlier dump"},
       {"processes.Start", 740},
       {"processes.Open", 6},
@@ -75,11 +89,17 @@ TEST(DumpCapture, TellsOfEveryCase) {
       std::filesystem::remove("C:/VOSK/procdump64.exe");
     }
     if (what == "no ProcDump") std::filesystem::remove("C:/VOSK/procdump.exe");
+    if (what.starts_with("damaged")) {
+      host.PutFile("C:/VOSK/procdump64.exe", "M");
+      std::filesystem::remove("C:/VOSK/procdump.exe");
+    }
+    if (what.ends_with("in use")) host.files.Hold("C:/VOSK/procdump64.exe", {.read = true});
     if (what == "no Core") host.processes.End(host.processes.At(1004), 0);
     if (what == "an earlier dump") {
       host.PutFile("C:/Dumps/VELDRAN_Core_250301_090000.dmp", std::string(3 << 20, 'x'));
     }
-    const std::string end = Act(host, log.Sink(), what == "red alert");
+    const std::string served = what == "damaged" ? "MZ" : what.starts_with("damaged") ? "M" : "";
+    const std::string end = Act(host, log.Sink(), what == "red alert", served);
     variants.Add(fmt::format("{} {}", what, code), log.Lines(), end);
   }
   variants.Expect("dumps/dump_capture_cases.txt");

@@ -74,17 +74,17 @@ TEST(ProcDumpAcquisition, TakesWhatThereIs) {
       {"already there", present("procdump64.exe")},
       {"the fallback already there", present("procdump.exe")},
       {"another file there", present("other.exe")},
+      {"an empty file there",
+       [](Bench& bench) { bench.host.PutFile("C:/dir/procdump64.exe", ""); }},
       {"no download", [](Bench& bench) { bench.downloader.fetch = nullptr; }},
       {"only the fallback in the zip", serve(ZipBytes({{"procdump.exe", "32 bit"}}))},
       {"neither name in the zip", serve(ZipBytes({{"x64/procdump64.exe", "in a folder"}}))},
       {"a page", serve("<html>" + std::string(100, ' ') + "</html>")},
       {"a broken member", serve(std::string(kBoth).replace(kBoth.find("64 bit"), 2, "46"))},
       {"a full disk",
-       [](Bench& bench) {
+       [](Bench&) {
          fs::create_directories("C:/dir");
-         fs::create_symlink("/dev/full", "C:/dir/procdump64.exe");
-         // It cannot be seen before it is written.
-         bench.host.choke.faults.Add({.scope = "files.Exists", .code = 5});
+         fs::create_symlink("/dev/full", "C:/dir/procdump64.exe.new");
        }},
       {"gone again",
        [](Bench& bench) {

@@ -96,8 +96,8 @@ test('the control menu', async (t) => {
 });
 
 test('a start-up that cannot go on says why in a box', async () => {
-  const folder = await stage.folder('box');
-  // A file takes the place of the dump storage directory.
+  const folder = await stage.folder('Jürgen');
+  // No room for the dump storage directory.
   await writeFile(path.join(folder, 'tmp/VELDRAN_VOSK_Dumps'), 'in the way');
   const vosk = stage.vosk(folder);
   await vosk.start();

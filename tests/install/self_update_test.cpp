@@ -86,7 +86,9 @@ struct Scene {
   platform::ProcessId monitor_pid = 0;
   supervisor::SupervisorState state;
   supervisor::Places places;
-  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode};
+  dumps::ProcDumpAcquisition acquisition{host.files, host.system, log.Sink(), download};
+  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode,
+                                          acquisition};
   supervisor::WatchedCore core{host.Bundle(),    log.Sink(), processes,
                                procdump_monitor, places,     state};
 };

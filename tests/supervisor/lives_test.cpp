@@ -77,6 +77,17 @@ TEST(Supervisor, TellsWhereThereIsNoConsole) {
               HasSubstr("Failed to get console handle for TUI. TUI features disabled."));
 }
 
+TEST(Supervisor, LeavesTheReasonOfAFatalEndOnTheScreen) {
+  CheckedHost host;
+  SimServers network(host);
+  network.initialize_error = "no memory";
+  EXPECT_EQ(Supervisor(host.Bundle(), network).Run({}), 1);
+  support::Terminal terminal(host.console.info.Width(), host.console.info.Height());
+  terminal.Write(host.console.Text());
+  EXPECT_THAT(terminal.RowText(terminal.CursorRow() - 1), HasSubstr("failed: no memory"));
+  EXPECT_EQ(terminal.RowText(terminal.Rows()), "") << "no status bar";
+}
+
 TEST(Supervisor, PutsTheModulesOfTheCoreIntoAReport) {
   CheckedHost host;
   host.Furnish();
@@ -115,23 +126,34 @@ TEST(Supervisor, ShowsWhatTheOperatorDoes) {
   show_at(36s);  // and with it
   press_at(37s, {'m'});
   show_at(50s);
-  host.At(51s, [](SimulatedHost& at) { at.console.info.bottom = at.console.info.top + 9; });
+  host.At(51s, [](SimulatedHost& at) {
+    at.console.info.bottom = at.console.info.top + 9;
+    EXPECT_EQ(at.console.code_page, platform::kUtf8CodePage);
+    EXPECT_EQ(at.console.ModeOf(platform::StandardStream::input), 0x1A7u) << "no mouse";
+  });
   EXPECT_EQ(Live(host, 53s), 0);
   support::ExpectStoredText("supervisor/screens.txt", shown);
   EXPECT_THAT(host.console.Text(), HasSubstr("\x1b[1;9r\x1b[9;1H")) << "the lower window";
   EXPECT_THAT(host.console.Text(), HasSubstr("\x1b[r\x1b[2J\x1b[H")) << "given back in the end";
-  EXPECT_EQ(host.console.code_page, 65001u);
 }
 
-TEST(Supervisor, ShowsNoUptimeWhileTheReportOfADeadCoreIsSent) {
+// The window grows while the report of a dead Core is made, and the loop does not look.
+TEST(Supervisor, ShowsALongReportInAWindowThatGrows) {
   CheckedHost host;
   host.Furnish();
   host.processes.Add(kCoreName);
   support::Terminal terminal(host.console.info.Width(), host.console.info.Height());
   host.At(40s, [](SimulatedHost& at) { at.CoreExits(0xC0000005); });
+  host.At(41s, [&](SimulatedHost& at) {
+    terminal.Write(at.console.Text());
+    at.console.Forget();
+    terminal.Resize(at.console.info.Width(), at.console.info.Height() + 10);
+    at.console.info.bottom += 10;
+  });
   host.At(48s, [&](SimulatedHost& at) {
     terminal.Write(at.console.Text());
     EXPECT_THAT(terminal.RowText(terminal.Rows()), HasSubstr("Crashes: 1      | Uptime: --"));
+    EXPECT_THAT(support::ScreenText(terminal), HasSubstr("Scanning dump storage")) << "scrolled";
   });
   EXPECT_EQ(Live(host, 70s, {}, 10s), 0);
 }

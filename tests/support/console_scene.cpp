@@ -43,6 +43,9 @@ void ConsoleScene::OpenMenu(int selection) {
 void ConsoleScene::CloseMenu() {
   recorder.menu_visible = false;
   screen.ClearScreen();
+  screen.SetupScrollRegion();
+  screen.PrintRecentLines();
+  bar.DrawStatusBar();
 }
 
 void ConsoleScene::Resize(int columns, int rows) {

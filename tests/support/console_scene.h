@@ -16,6 +16,7 @@ namespace vosk::support {
 class ConsoleScene {
  public:
   ConsoleScene(int columns, int rows);
+  ~ConsoleScene() { screen.Release(); }
 
   // Does what start-up does with the console once it knows what the console accepts.
   void LayOut();

@@ -27,6 +27,7 @@ class ForwardingFiles : public platform::Files {
   platform::Result<> Replace(const Path& from, const Path& to) override {
     return files_.Replace(from, to);
   }
+  platform::Result<> Flush(const Path& path) override { return files_.Flush(path); }
   platform::Result<> CreateDirectories(const Path& path) override {
     return files_.CreateDirectories(path);
   }

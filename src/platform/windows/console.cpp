@@ -5,12 +5,14 @@
 
 #include "platform/windows/error_text.h"
 #include "platform/windows/parts.h"
+#include "platform/windows/unique_handle.h"
 #include "platform/windows/wide.h"
 
 namespace vosk::platform::windows {
 namespace {
 
 HANDLE HandleOf(StandardStream stream) {
+  if (stream == StandardStream::input) return ::GetStdHandle(STD_INPUT_HANDLE);
   return ::GetStdHandle(stream == StandardStream::output ? STD_OUTPUT_HANDLE : STD_ERROR_HANDLE);
 }
 
@@ -21,6 +23,16 @@ HANDLE Screen() {
 Result<> Judge(BOOL succeeded) {
   if (!succeeded) return tl::unexpected(LastError());
   return {};
+}
+
+// Standard input may lead elsewhere, so that the keyboard is opened for the call.
+template <typename Call>
+Result<> OnConsole(StandardStream stream, Call call) {
+  if (stream != StandardStream::input) return Judge(call(HandleOf(stream)));
+  const FileHandle keyboard(::CreateFileW(L"CONIN$", GENERIC_READ | GENERIC_WRITE,
+                                          FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                          OPEN_EXISTING, 0, nullptr));
+  return Judge(call(keyboard.Get()));
 }
 
 std::string WithCarriageReturns(std::string_view text) {
@@ -35,6 +47,12 @@ std::string WithCarriageReturns(std::string_view text) {
 
 class WindowsConsole : public Console {
  public:
+  Result<std::uint32_t> OutputCodePage() override {
+    const UINT code_page = ::GetConsoleOutputCP();
+    if (code_page == 0) return tl::unexpected(LastError());
+    return code_page;
+  }
+
   Result<> SetOutputCodePage(std::uint32_t code_page) override {
     return Judge(::SetConsoleOutputCP(code_page));
   }
@@ -46,13 +64,13 @@ class WindowsConsole : public Console {
 
   Result<std::uint32_t> Mode(StandardStream stream) override {
     DWORD mode = 0;
-    return Judge(::GetConsoleMode(HandleOf(stream), &mode)).map([&]() -> std::uint32_t {
-      return mode;
-    });
+    const auto asked =
+        OnConsole(stream, [&mode](HANDLE handle) { return ::GetConsoleMode(handle, &mode); });
+    return asked.map([&]() -> std::uint32_t { return mode; });
   }
 
   Result<> SetMode(StandardStream stream, std::uint32_t mode) override {
-    return Judge(::SetConsoleMode(HandleOf(stream), mode));
+    return OnConsole(stream, [mode](HANDLE handle) { return ::SetConsoleMode(handle, mode); });
   }
 
   Result<ConsoleInfo> Info() override {

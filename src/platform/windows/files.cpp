@@ -109,6 +109,13 @@ class WindowsFiles : public Files {
     return tl::unexpected(error);
   }
 
+  Result<> Flush(const std::filesystem::path& path) override {
+    const FileHandle file(::CreateFileW(SystemPath(path).c_str(), GENERIC_WRITE, kShareEverything,
+                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file || !::FlushFileBuffers(file.Get())) return tl::unexpected(LastFileError());
+    return {};
+  }
+
   Result<> CreateDirectories(const std::filesystem::path& path) override {
     if (::CreateDirectoryW(SystemPath(path).c_str(), nullptr)) return {};
     const Error error = LastFileError();

@@ -28,9 +28,8 @@ class WindowsMachine : public Machine {
   }
 
   std::uint32_t LogicalProcessors() override {
-    SYSTEM_INFO info{};
-    ::GetSystemInfo(&info);
-    return info.dwNumberOfProcessors;
+    // GetSystemInfo would count those of one processor group only, which are 64 at most.
+    return ::GetActiveProcessorCount(ALL_PROCESSOR_GROUPS);
   }
 
   Result<std::unique_ptr<GraphicsAdapters>> OpenGraphics() override { return OpenDxgi(); }

@@ -58,7 +58,7 @@ class WindowsSystem : public System {
   void UninitializeCom() override { ::CoUninitialize(); }
 
   void ShowErrorBox(const std::string& title, const std::string& text) override {
-    ::MessageBoxA(nullptr, text.c_str(), title.c_str(), MB_ICONERROR | MB_OK);
+    ::MessageBoxW(nullptr, ToWide(text).c_str(), ToWide(title).c_str(), MB_ICONERROR | MB_OK);
   }
 };
 

@@ -67,7 +67,31 @@ Result<RegistryKey> OpenKey(const SectionContext& context, const std::string& pa
   return context.registry.Open(path, platform::registry_access::kRead);
 }
 
-// Returns whether a line was written: there is none if nothing is installed.
+// A number, or nothing if there is none; on a failure, which is logged, what the report says in its
+// place.
+using FoundNumber = tl::expected<std::optional<std::uint32_t>, std::string>;
+
+FoundNumber FindNumber(const SectionContext& context, const RegistryKey& key,
+                       std::string_view key_path, const std::string& name) {
+  const auto number = ReadNumber(context.registry, key, name);
+  if (number) return *number;
+  if (number.error() == platform::kFileNotFound) return std::nullopt;
+  context.log.LogError("Failed to read registry value HKLM\\{}\\{}: {}", key_path, name,
+                       number.error());
+  return tl::unexpected(fmt::format("<Registry read error {}>", name));
+}
+
+// The key may be missing as well.
+FoundNumber FindNumber(const SectionContext& context, const std::string& key_path,
+                       const std::string& name) {
+  const auto key = OpenKey(context, key_path);
+  if (key) return FindNumber(context, *key, key_path, name);
+  if (key.error() == platform::kFileNotFound) return std::nullopt;
+  context.log.LogError("Failed to open registry key HKLM\\{}: {}", key_path, key.error());
+  return tl::unexpected(fmt::format("<Error opening registry key: {}>", key.error()));
+}
+
+// Whether a line was written: there is none for what is not installed.
 bool WriteRedistributable(const SectionContext& context, const Redistributable& redistributable) {
   const auto& [path, label] = redistributable;
   const auto key = OpenKey(context, path);
@@ -77,7 +101,12 @@ bool WriteRedistributable(const SectionContext& context, const Redistributable& 
     fmt::print(context.out, "{}: <Error opening registry key: {}>\n", label, key.error());
     return true;
   }
-  if (ReadNumber(context.registry, *key, "Installed").value_or(0) != 1) return false;
+  const auto installed = FindNumber(context, *key, path, "Installed");
+  if (!installed) {
+    fmt::print(context.out, "{}: {}\n", label, installed.error());
+    return true;
+  }
+  if (*installed != 1u) return false;
   const auto version = ReadText(context.registry, *key, "Version");
   fmt::print(context.out, "{}: Installed{}\n", label,
              version ? fmt::format(" (Version: {})", *version) : "");
@@ -106,15 +135,6 @@ Result<std::vector<std::string>> SubKeys(platform::Registry& registry, const Reg
     if (!name) return tl::unexpected(name.error());
     names.push_back(*std::move(name));
   }
-}
-
-// If a key is missing or cannot be read, that counts as not installed.
-std::optional<std::uint32_t> NumberBelow(const SectionContext& context, const std::string& key_path,
-                                         const std::string& name) {
-  const auto key = OpenKey(context, key_path);
-  if (!key) return std::nullopt;
-  const auto number = ReadNumber(context.registry, *key, name);
-  return number ? std::optional(*number) : std::nullopt;
 }
 
 constexpr std::string_view kDotNetKey = R"(SOFTWARE\Microsoft\NET Framework Setup\NDP)";
@@ -167,14 +187,19 @@ void WriteDotNetVersions(const SectionContext& context) {
   std::ranges::sort(*names);
   for (const std::string& name : *names) {
     if (!IsOlderDotNetKey(name)) continue;
-    if (NumberBelow(context, fmt::format("{}\\{}", kDotNetKey, name), "Install") == 1u) {
+    const auto install = FindNumber(context, fmt::format("{}\\{}", kDotNetKey, name), "Install");
+    if (!install) {
+      fmt::print(context.out, "  .NET Framework {}: {}\n", name, install.error());
+    } else if (*install == 1u) {
       fmt::print(context.out, "  .NET Framework {}: Installed\n", name);
     }
   }
-  const auto release = NumberBelow(context, fmt::format("{}\\v4\\Full", kDotNetKey), "Release");
-  if (release) {
-    fmt::print(context.out, "  .NET Framework 4.x: {} (Release: {})\n", DotNetName(*release),
-               *release);
+  const auto release = FindNumber(context, fmt::format("{}\\v4\\Full", kDotNetKey), "Release");
+  if (!release) {
+    fmt::print(context.out, "  .NET Framework 4.x: {}\n", release.error());
+  } else if (*release) {
+    fmt::print(context.out, "  .NET Framework 4.x: {} (Release: {})\n", DotNetName(**release),
+               **release);
   }
 }
 
