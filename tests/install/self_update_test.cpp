@@ -46,7 +46,7 @@ struct Scene {
   bool Run() {
     return update.Run({.expected_version = "1.2.3",
                        .dump_storage_directory = dump_storage_directory,
-                       .core_directory = kCoreDirectory,
+                       .core_directory = core_directory,
                        .log_root_directory = log_root_directory,
                        .end_core = [this] { return core.EndForUpdate(); }});
   }
@@ -82,6 +82,7 @@ struct Scene {
                     msiexec,       core_version, terminate};
   std::filesystem::path dump_storage_directory = std::string(kTemp) + "/VELDRAN_VOSK_Dumps";
   std::filesystem::path log_root_directory = "C:/stats";
+  std::filesystem::path core_directory = kCoreDirectory;
   platform::ProcessId core_pid = 0;
   platform::ProcessId monitor_pid = 0;
   supervisor::SupervisorState state;
@@ -181,6 +182,23 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
           scene.host.installer.on_installed = [&scene](const auto&) {
             scene.host.processes.Add(std::u16string(kSelfName));
           };
+        }},
+       {"somebody asks for the version",
+        [](Scene& scene) {
+          scene.host.At(14s, [](SimulatedHost& at) {
+            auto& query = at.processes.Add(std::u16string(kSelfName));
+            at.At(15s, [&query](SimulatedHost& later) { later.processes.End(query, 0); });
+          });
+        }},
+       {"the new VOSK ends at once",
+        [](Scene& scene) {
+          scene.host.processes.SetProgram("VOSK.exe", scene.host.LivesFor(1900ms, 1));
+        }},
+       {"a Core in VOSK's own folder",
+        [](Scene& scene) {
+          scene.core_directory = "C:/Kit";
+          scene.host.system.module_path = "C:/Kit/VOSK.exe";
+          scene.host.InstallProgram("C:/Kit/VOSK.exe");
         }},
        {"reboot wanted", Publishes({.version = "1.2.3", .install_exit_code = 3010})},
        {"no version installed", [](Scene& scene) { scene.host.installer.products.clear(); }},
