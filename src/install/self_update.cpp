@@ -253,6 +253,13 @@ std::optional<std::uint32_t> SelfUpdate::RunMsiexec(std::string_view step,
   static_cast<void>(host_.files.CreateDirectories(log_path.parent_path()));
   static_cast<void>(host_.files.Remove(log_path));
   log_.LogInfo("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments);
+  return RepeatWhileBusy(host_.clock, log_,
+                         [&] { return RunMsiexecOnce(step, arguments, limit); });
+}
+
+std::optional<std::uint32_t> SelfUpdate::RunMsiexecOnce(std::string_view step,
+                                                        const std::string& arguments,
+                                                        std::chrono::seconds limit) {
   const auto run = msiexec_.Start(arguments);
   if (!run) {
     log_.LogError("Installer: ShellExecuteExW failed for {} command. Error: {}", step, run.error());

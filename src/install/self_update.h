@@ -63,11 +63,14 @@ class SelfUpdate {
   [[nodiscard]] bool JudgeInstall(std::uint32_t exit_code);
 
   // The exit code, or the number that stands for it if there is none; nothing if msiexec could not
-  // be started.
+  // be started. Waits until no other installation is in its way.
   [[nodiscard]] std::optional<std::uint32_t> RunMsiexec(std::string_view step,
                                                         const std::string& arguments,
                                                         const std::filesystem::path& log_path,
                                                         std::chrono::seconds limit);
+  [[nodiscard]] std::optional<std::uint32_t> RunMsiexecOnce(std::string_view step,
+                                                            const std::string& arguments,
+                                                            std::chrono::seconds limit);
   [[nodiscard]] std::uint32_t AwaitMsiexec(std::string_view step, const MsiexecRun& run,
                                            std::chrono::seconds limit);
 

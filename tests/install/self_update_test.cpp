@@ -208,6 +208,7 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
         [](Scene& scene) { scene.host.installer.uninstall_exit_code = 1603; }},
        {"products cannot be listed", Fails("installer.RelatedProduct", 1610)},
        {"elevation refused", Fails("processes.StartElevated", 1223, 2)},
+       {"another installation runs", [](Scene& scene) { scene.host.installer.busy_until = 20s; }},
        {"exit code 1603", Publishes(broken)},
        {"never ends", Publishes({.version = "1.2.3", .install_time = 301s})},
        {"no Core in it", Publishes({.version = "1.2.3", .files = {"VOSK.exe"}})},
