@@ -4,6 +4,8 @@
 #include <functional>
 #include <map>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/files.h"
 #include "simulation/choke_point.h"
@@ -26,6 +28,11 @@ class SimFiles : public platform::Files {
                             const std::filesystem::path& to) override;
   platform::Result<> Replace(const std::filesystem::path& from,
                              const std::filesystem::path& to) override;
+  platform::Result<> CheckRename(const std::filesystem::path& path) override;
+  platform::Result<> RenameAtNextBoot(const std::filesystem::path& from,
+                                      const std::filesystem::path& to) override;
+  platform::Result<> Copy(const std::filesystem::path& from,
+                          const std::filesystem::path& to) override;
   platform::Result<> CreateDirectories(const std::filesystem::path& path) override;
   platform::Result<std::unique_ptr<platform::DirectoryWalk>> Walk(
       const std::filesystem::path& directory, platform::WalkDepth depth) override;
@@ -48,6 +55,8 @@ class SimFiles : public platform::Files {
   void Hold(const std::filesystem::path& path, Sharing sharing);
   // Whoever held the file may have written it.
   void Release(const std::filesystem::path& path);
+  // The machine starts: what it was asked to rename is renamed.
+  void MachineStarts();
   // The file was written just now, by the simulated clock.
   void Stamp(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
@@ -70,6 +79,8 @@ class SimFiles : public platform::Files {
 
  private:
   friend class SimWalk;
+  // Why the file may not be renamed, if so.
+  [[nodiscard]] platform::Result<> MayRename(const std::filesystem::path& path) const;
   // `flag` says whether the file is emptied or added to.
   platform::Result<std::unique_ptr<std::ostream>> OpenToWrite(std::string_view operation,
                                                               const std::filesystem::path& path,
@@ -78,6 +89,7 @@ class SimFiles : public platform::Files {
   ChokePoint& choke_;
   const SimClock& clock_;
   std::multimap<std::filesystem::path, Sharing> held_;
+  std::vector<std::pair<std::filesystem::path, std::filesystem::path>> renames_at_boot_;
 };
 
 }  // namespace vosk::simulation

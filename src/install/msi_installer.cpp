@@ -143,8 +143,8 @@ bool MsiInstaller::Uninstall(const std::string& product_code,
   log_.LogInfo("Installer: Enabling uninstall log: {}", log_path);
   const std::string arguments = UninstallArguments(product_code, log_path);
   log_.LogInfo("Installer: Executing Uninstall Command: msiexec.exe {}", arguments);
-  const auto exit_code = RepeatWhileBusy(host_.clock, log_,
-                                         [&] { return RunUninstall(product_code, arguments); });
+  const auto exit_code =
+      RepeatWhileBusy(host_.clock, log_, [&] { return RunUninstall(product_code, arguments); });
   if (!exit_code) return false;
   if (*exit_code == kInstallSuccess) {
     log_.LogInfo("Installer: Successfully uninstalled: {}", product_code);

@@ -29,7 +29,8 @@ inline constexpr std::chrono::seconds kInstallLimit{300};
 inline constexpr std::chrono::milliseconds kPauseAfterInstall{2500};
 
 // Runs `attempt` again every 15 seconds, with a line each time, while it ends with kInstallerBusy;
-// five minutes at most. Returns what the last attempt did: its exit code, or nothing if it has none.
+// five minutes at most. Returns what the last attempt did: its exit code, or nothing if it has
+// none.
 [[nodiscard]] std::optional<std::uint32_t> RepeatWhileBusy(
     platform::Clock& clock, console::LogSink& log,
     const std::function<std::optional<std::uint32_t>()>& attempt);

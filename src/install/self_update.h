@@ -54,7 +54,9 @@ class SelfUpdate {
   [[nodiscard]] bool TerminateProcesses(const UpdateRequest& request);
   void ClearCoreVersionFile(const std::filesystem::path& log_root_directory);
 
-  // From here on VOSK's executable is out of its place.
+  // VOSK's executable is out of its place from here until the hand-over, or is put back.
+  [[nodiscard]] bool ReplaceSelf(const UpdateRequest& request, const WorkDirectory& work,
+                                 const SelfNames& names);
   [[nodiscard]] bool Replace(const UpdateRequest& request, const WorkDirectory& work);
   void UninstallOldVersions(const WorkDirectory& work);
   [[nodiscard]] bool UninstallOldVersion(const std::string& product_code,

@@ -14,9 +14,9 @@ class Successor {
  public:
   Successor(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes);
 
-  // Makes sure that the new VOSK, which lies beside the Core that was watched or beside the installed
-  // one, runs: waits some seconds for the installer to start it and else launches it. It counts only
-  // if it stays for two seconds. False if it does not run; the reason is in the log.
+  // Makes sure that the new VOSK, which lies beside the Core that was watched or beside the
+  // installed one, runs: waits some seconds for the installer to start it and else launches it. It
+  // counts only if it stays for two seconds. False if it does not run; the reason is in the log.
   [[nodiscard]] bool HandOver(const std::filesystem::path& core_directory);
 
  private:

@@ -30,7 +30,7 @@ class ProcessControl {
   [[nodiscard]] ProcessList FindTargetProcessesByName(std::u16string_view name);
   [[nodiscard]] ProcessList FindCoreProcesses();
 
-  // Ends every other running supervisor. False if one could not be ended.
+  // Ends every supervisor that was started before this one. False if one could not be ended.
   bool TerminateOtherInstances();
   // Ends every process whose name begins with "procdump". False if one could not be ended.
   bool TerminateProcDumpInstances();

@@ -43,6 +43,7 @@ class HostUnderTest {
   virtual std::string WithOutputTo(Output output, const std::function<void()>& writes) = 0;
   // Presses the arrow up and then M.
   virtual void PressUpAndM() = 0;
+  virtual void PressControlC() = 0;
   // Sees to it that the next message box is closed, as far as there is anybody to show it to.
   virtual void CloseNextBox() = 0;
   // The package of kProducts[number - 1] in version 1.2.NUMBER, which installs one file, "contract

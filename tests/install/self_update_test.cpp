@@ -159,10 +159,25 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
        {"no version file", [](Scene&) { std::filesystem::remove(kVersionFile); }},
        {"an older .old", [](Scene& scene) { scene.host.PutFile(kOld, "x"); }},
        {"the older .old is in use", Holds(kOld)},
+       {"VOSK.exe is in use", [](Scene& scene) { scene.host.files.Hold(kSelf, {.read = true}); }},
+       {"the older .old cannot be removed",
+        [](Scene& scene) {
+          scene.host.PutFile(kOld, "x");
+          scene.host.choke.on_operation = [&scene](auto operation, const std::string& subject) {
+            if (operation == "files.Remove" && subject == kOld) {
+              scene.host.files.Hold(kOld, {.read = true});
+            }
+          };
+        }},
        {"the version file is in use", Holds(kVersionFile)},
-       {"the executable is locked", Fails("files.Rename", 32)},
+       {"the executable is locked for a moment", Fails("files.Rename", 32, 9)},
+       {"the executable is locked", Fails("files.Rename", 32, 10)},
        {"no room for the .old", Fails("files.Rename", 112)},
-       {"own name unknown", Fails("system.ModulePath", 8)}});
+       {"the next boot cannot be told", Fails("files.RenameAtNextBoot", 5)},
+       {"own name unknown", Fails("system.ModulePath", 8)},
+       {"own name unknown later", [](Scene& scene) {
+          scene.host.choke.faults.Add({.scope = "system.ModulePath", .first = 2, .code = 8});
+        }}});
 }
 
 // From there on it ends with a new VOSK, or puts itself back.
@@ -214,6 +229,25 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
        {"no Core in it", Publishes({.version = "1.2.3", .files = {"VOSK.exe"}})},
        {"no VOSK in it", Publishes({.version = "1.2.3", .files = {"VELDRAN Core.exe"}})},
        {"the new VOSK does not start", Fails("processes.Start", 740)},
+       {"something is thrown",
+        [](Scene& scene) {
+          scene.host.choke.on_operation = [](auto operation, const std::string&) {
+            if (operation == "processes.StartElevated") throw std::runtime_error("no memory");
+          };
+        }},
+       {"Ctrl+C is pressed",
+        [](Scene& scene) {
+          scene.host.At(2s, [](SimulatedHost& at) {
+            EXPECT_TRUE(at.system.Control(platform::ControlEvent::interrupt));
+          });
+        }},
+       {"the console is closed",
+        [](Scene& scene) {
+          scene.host.At(2s, [](SimulatedHost& at) {
+            EXPECT_FALSE(at.system.Control(platform::ControlEvent::console_closed));
+            EXPECT_EQ(SimulatedHost::ReadFile(kSelf), "MZ of 1.2.2");
+          });
+        }},
        {"VOSK.exe is held for a moment", held(5, 9)},
        {"VOSK.exe is held", held(32, 10)}});
 }

@@ -112,6 +112,22 @@ TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
        }},
       {"is not there",
        [](SimulatedHost& host, support::SimProcess& process) { host.processes.End(process, 0); }},
+      {"is another process by then",
+       [](SimulatedHost& host, support::SimProcess& process) {
+         host.choke.on_operation = [&process](auto operation, const std::string&) {
+           if (operation == "processes.Open") process.executable_name = u"notepad.exe";
+         };
+       }},
+      {"was started a moment later",
+       [](SimulatedHost&, support::SimProcess& process) { process.started += 1ms; }},
+      {"was started at a later time of a clock that was set back",
+       [](SimulatedHost&, support::SimProcess& process) { process.started += 1h; }},
+      {"was started in the same moment and has the smaller number",
+       [](SimulatedHost& host, support::SimProcess& process) {
+         if (process.executable_name != u"VOSK.exe") return;
+         host.processes.End(host.processes.At(host.processes.OwnId()), 0);
+         host.VoskBegins(host.processes.Add(u"VOSK.exe").pid);
+       }},
       {"VOSK is not listed",
        [](SimulatedHost& host, support::SimProcess& process) {
          host.processes.End(process, 0);
