@@ -271,16 +271,9 @@ Result<> SimFiles::CheckRename(const fs::path& path) {
 Result<> SimFiles::RenameAtNextBoot(const fs::path& from, const fs::path& to) {
   const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
   return choke_.Perform("files.RenameAtNextBoot", subject, [&]() -> Result<> {
-    renames_at_boot_.emplace_back(from, to);
+    renames_at_boot.emplace_back(from, to);
     return {};
   });
-}
-
-void SimFiles::MachineStarts() {
-  for (const auto& [from, to] : std::exchange(renames_at_boot_, {})) {
-    std::error_code ignored;
-    if (!fs::exists(fs::symlink_status(to, ignored))) fs::rename(from, to, ignored);
-  }
 }
 
 Result<> SimFiles::Copy(const fs::path& from, const fs::path& to) {

@@ -55,8 +55,6 @@ class SimFiles : public platform::Files {
   void Hold(const std::filesystem::path& path, Sharing sharing);
   // Whoever held the file may have written it.
   void Release(const std::filesystem::path& path);
-  // The machine starts: what it was asked to rename is renamed.
-  void MachineStarts();
   // The file was written just now, by the simulated clock.
   void Stamp(const std::filesystem::path& path) const;
   [[nodiscard]] bool MayRead(const std::filesystem::path& path) const;
@@ -76,6 +74,8 @@ class SimFiles : public platform::Files {
   // While set, what is written to this file is not kept: logs of years.
   std::filesystem::path discarded = {};
   std::filesystem::path current_directory = "C:/VOSK";
+  // What the machine was asked to rename when it starts.
+  std::vector<std::pair<std::filesystem::path, std::filesystem::path>> renames_at_boot = {};
 
  private:
   friend class SimWalk;
@@ -89,7 +89,6 @@ class SimFiles : public platform::Files {
   ChokePoint& choke_;
   const SimClock& clock_;
   std::multimap<std::filesystem::path, Sharing> held_;
-  std::vector<std::pair<std::filesystem::path, std::filesystem::path>> renames_at_boot_;
 };
 
 }  // namespace vosk::simulation

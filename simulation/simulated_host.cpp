@@ -162,7 +162,10 @@ void SimulatedHost::PowerIsGone(AfterPowerCut unsettled) {
   system.ForgetControlHandler();
   console.Close();
   if (unsettled != AfterPowerCut::whole) Damage(unsettled);
-  files.MachineStarts();
+  for (const auto& [from, to] : std::exchange(files.renames_at_boot, {})) {
+    std::error_code ignored;
+    if (!fs::exists(fs::symlink_status(to, ignored))) fs::rename(from, to, ignored);
+  }
 }
 
 void SimulatedHost::Damage(AfterPowerCut unsettled) {
