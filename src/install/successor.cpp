@@ -97,14 +97,15 @@ bool Successor::Launch(const std::filesystem::path& executable) {
     log_.LogError("Update: FAILED to launch NEW VOSK manually! Error: {}", started.error());
     return false;
   }
-  // One that cannot work ends at once: without its libraries, or because this one is still there.
+  log_.LogWarn("Update: Successfully launched NEW VOSK manually (PID: {}). Old VOSK will now exit.",
+               started->pid);
+  // One that cannot work ends at once: without its libraries, or because it cannot end this one.
+  // One that works as a rule ends this one while it waits here, and tidies up after it.
   if (host_.processes.WaitFor(started->handle, kTimeToStay) == platform::WaitOutcome::finished) {
     log_.LogError("Update: NEW VOSK (PID: {}) ended within {} seconds of its launch!", started->pid,
                   kTimeToStay.count());
     return false;
   }
-  log_.LogWarn("Update: Successfully launched NEW VOSK manually (PID: {}). Old VOSK will now exit.",
-               started->pid);
   return true;
 }
 
