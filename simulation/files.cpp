@@ -255,14 +255,44 @@ Result<bool> SimFiles::Remove(const fs::path& path) {
   });
 }
 
+Result<> SimFiles::MayRename(const fs::path& path) const {
+  std::error_code error;
+  if (!fs::exists(fs::symlink_status(path, error))) {
+    return Failed(std::make_error_code(std::errc::no_such_file_or_directory), path);
+  }
+  if (!MayRemove(path)) return Failed(32);
+  return {};
+}
+
+Result<> SimFiles::CheckRename(const fs::path& path) {
+  return choke_.Perform("files.CheckRename", path.string(), [&] { return MayRename(path); });
+}
+
+Result<> SimFiles::RenameAtNextBoot(const fs::path& from, const fs::path& to) {
+  const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
+  return choke_.Perform("files.RenameAtNextBoot", subject, [&]() -> Result<> {
+    renames_at_boot.emplace_back(from, to);
+    return {};
+  });
+}
+
+Result<> SimFiles::Copy(const fs::path& from, const fs::path& to) {
+  const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
+  return choke_.Perform("files.Copy", subject, [&]() -> Result<> {
+    std::error_code error;
+    if (!MayRead(from)) return Failed(32);
+    if (fs::exists(fs::symlink_status(to, error))) return Failed(80);
+    fs::copy_file(from, to, error);
+    if (error) return Failed(CodeOf(error, fs::exists(from) ? to : from));
+    return {};
+  });
+}
+
 Result<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
   const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
   return choke_.Perform("files.Rename", subject, [&]() -> Result<> {
+    if (const auto may = MayRename(from); !may) return may;
     std::error_code error;
-    if (!fs::exists(fs::symlink_status(from, error))) {
-      return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
-    }
-    if (!MayRemove(from)) return Failed(32);
     if (fs::exists(fs::symlink_status(to, error))) return Failed(183);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing
@@ -273,11 +303,8 @@ Result<> SimFiles::Rename(const fs::path& from, const fs::path& to) {
 Result<> SimFiles::Replace(const fs::path& from, const fs::path& to) {
   const std::string subject = fmt::format("{} -> {}", from.string(), to.string());
   return choke_.Perform("files.Replace", subject, [&]() -> Result<> {
+    if (const auto may = MayRename(from); !may) return may;
     std::error_code error;
-    if (!fs::exists(fs::symlink_status(from, error))) {
-      return Failed(std::make_error_code(std::errc::no_such_file_or_directory), from);
-    }
-    if (!MayRemove(from)) return Failed(32);
     if (!MayRemove(to) || fs::is_directory(to, error) || (runs && runs(to))) return Failed(5);
     fs::rename(from, to, error);
     if (error) return Failed(3);  // the new name's folder is missing

@@ -4,6 +4,8 @@
 #include <functional>
 #include <map>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/files.h"
 #include "simulation/choke_point.h"
@@ -26,7 +28,11 @@ class SimFiles : public platform::Files {
                             const std::filesystem::path& to) override;
   platform::Result<> Replace(const std::filesystem::path& from,
                              const std::filesystem::path& to) override;
-  platform::Result<> Flush(const std::filesystem::path& path) override;
+  platform::Result<> CheckRename(const std::filesystem::path& path) override;
+  platform::Result<> RenameAtNextBoot(const std::filesystem::path& from,
+                                      const std::filesystem::path& to) override;
+  platform::Result<> Copy(const std::filesystem::path& from,
+                          const std::filesystem::path& to) override;
   platform::Result<> CreateDirectories(const std::filesystem::path& path) override;
   platform::Result<std::unique_ptr<platform::DirectoryWalk>> Walk(
       const std::filesystem::path& directory, platform::WalkDepth depth) override;
@@ -70,9 +76,13 @@ class SimFiles : public platform::Files {
   // While set, what is written to this file is not kept; logs of years are too long.
   std::filesystem::path discarded = {};
   std::filesystem::path current_directory = "C:/VOSK";
+  // What the machine was asked to rename when it starts.
+  std::vector<std::pair<std::filesystem::path, std::filesystem::path>> renames_at_boot = {};
 
  private:
   friend class SimWalk;
+  // Why the file may not be renamed, if so.
+  [[nodiscard]] platform::Result<> MayRename(const std::filesystem::path& path) const;
   // `flag` says whether the file is emptied or added to.
   platform::Result<std::unique_ptr<std::ostream>> OpenToWrite(std::string_view operation,
                                                               const std::filesystem::path& path,

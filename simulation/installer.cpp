@@ -23,6 +23,7 @@ constexpr ErrorCode kBadQuery{1615};
 constexpr ErrorCode kFunctionFailed{1627};
 constexpr std::uint32_t kUnknownProduct = 1605;
 constexpr std::uint32_t kRebootRequired = 3010;
+constexpr std::uint32_t kBusy = 1618;
 constexpr std::uint32_t kPackageOpenFailed = 1619;
 constexpr std::uint32_t kPackageInvalid = 1620;
 constexpr std::uint32_t kInvalidCommandLine = 1639;
@@ -150,6 +151,7 @@ Result<std::string> SimInstaller::RelatedProduct(const std::string& upgrade_code
 // The work is done at the end of its time, so that nothing has changed if it is ended early.
 void SimInstaller::RunMsiexec(SimProcess& self) {
   if (hangs) return;
+  if (clock_.Elapsed() < busy_until) return processes_.End(self, kBusy);
   const bool installs = self.command_line.find(" /i ") != std::string::npos;
   Duration time = uninstall_time;
   if (installs) {

@@ -54,7 +54,8 @@ class SimInstaller : public platform::Installer {
   std::vector<SimProduct> products;                  // in the order of enumeration
   std::optional<std::uint32_t> uninstall_exit_code;  // if set, nothing is removed
   Duration uninstall_time{3'000};
-  bool hangs = false;  // msiexec.exe never ends by itself
+  Duration busy_until{0};  // until then another installation runs
+  bool hangs = false;      // msiexec.exe never ends by itself
   // Called when msiexec.exe has installed a product.
   std::function<void(const SimProduct&)> on_installed;
 

@@ -96,6 +96,7 @@ SimProcess& SimProcesses::Add(std::u16string executable_name, std::string comman
   if (forgets_the_ended) ForgetTheEnded();
   SimProcess process{.pid = pid,
                      .executable_name = std::move(executable_name),
+                     .started = clock_.MachineTime(),
                      .command_line = std::move(command_line)};
   SimProcess& added = table_.emplace(pid, std::move(process)).first->second;
   clock_.Wake();
@@ -240,6 +241,13 @@ Result<std::uint32_t> SimProcesses::ExitCode(const ProcessHandle& process) {
 Result<ProcessId> SimProcesses::Id(const ProcessHandle& process) {
   return choke_.Perform("processes.Id", Subject(process.Value()), [&] {
     return Reach(process, kAnyQuery).map([](SimProcess* found) { return found->pid; });
+  });
+}
+
+Result<std::chrono::system_clock::time_point> SimProcesses::StartTime(
+    const ProcessHandle& process) {
+  return choke_.Perform("processes.StartTime", Subject(process.Value()), [&] {
+    return Reach(process, kAnyQuery).map([](SimProcess* found) { return found->started; });
   });
 }
 

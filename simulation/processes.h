@@ -22,7 +22,8 @@ struct SimModule {
 struct SimProcess {
   platform::ProcessId pid = 0;
   std::u16string executable_name;
-  // How it was started; empty if it ran before.
+  std::chrono::system_clock::time_point started = {};
+  // How it was started; empty for what ran before.
   std::string command_line = {};
   std::optional<std::filesystem::path> working_directory = {};
   platform::ConsoleOfChild console = platform::ConsoleOfChild::inherited;
@@ -57,6 +58,8 @@ class SimProcesses : public platform::Processes {
                                                           const std::string& arguments) override;
   platform::Result<std::uint32_t> ExitCode(const platform::ProcessHandle& process) override;
   platform::Result<platform::ProcessId> Id(const platform::ProcessHandle& process) override;
+  platform::Result<std::chrono::system_clock::time_point> StartTime(
+      const platform::ProcessHandle& process) override;
   platform::Result<> Terminate(const platform::ProcessHandle& process,
                                std::uint32_t exit_code) override;
   platform::Result<platform::WaitOutcome> WaitFor(const platform::ProcessHandle& process,

@@ -67,6 +67,7 @@ std::vector<std::string> SimulatedHost::Leftovers() const {
   check(registry.OpenHandles() == 0, "registry keys left open");
   check(installer.OpenHandles() == 0, "handles of installer databases left open");
   check(system.com_initialisations == 0, "COM is not balanced");
+  check(!system.HasControlHandler(), "a handler of control events is left");
   check(console.info.attributes == kFoundAttributes,
         "the console's text attributes are not as they were found");
   check(console.SettingsAreGivenBack(),
@@ -151,6 +152,7 @@ void SimulatedHost::VoskIsGone(std::uint32_t exit_code) {
   choke.BeginAnew();
   processes.EndOwn(exit_code);
   system.com_initialisations = 0;
+  system.ForgetControlHandler();
   console.Close();
 }
 
@@ -159,12 +161,21 @@ void SimulatedHost::PowerIsGone(AfterPowerCut unsettled) {
   processes.EndAll();
   clock.PowerIsGone();
   system.com_initialisations = 0;
+  system.ForgetControlHandler();
   console.Close();
-  if (unsettled == AfterPowerCut::whole) return;
+  if (unsettled != AfterPowerCut::whole) Damage(unsettled);
+  for (const auto& [from, to] : std::exchange(files.renames_at_boot, {})) {
+    std::error_code ignored;
+    if (!fs::exists(fs::symlink_status(to, ignored))) fs::rename(from, to, ignored);
+  }
+}
+
+void SimulatedHost::Damage(AfterPowerCut unsettled) {
   for (const auto& [path, state] : Survey()) {
-    const auto before = settled_.find(path);
-    if (before != settled_.end() && before->second == state) continue;
-    if (files.IsFlushed(path)) continue;
+    // By whatever name it was known when it settled.
+    if (std::ranges::find(settled_, state, &FileStates::value_type::second) != settled_.end()) {
+      continue;
+    }
     if (path.filename() == identity::kLogFileName) continue;  // loses lines at its end at most
     fs::resize_file(path, unsettled == AfterPowerCut::empty ? 0 : state.first / 2);
   }
@@ -184,11 +195,11 @@ SimulatedHost::FileStates SimulatedHost::Survey() const {
     if (!entry.is_regular_file()) continue;
     struct stat status {};
     if (::lstat(entry.path().c_str(), &status) != 0) continue;
-    // A file written anew has another inode or another time of change. That time is the build
-    // machine's; only the time of the last write is the simulated clock's.
+    // A file written anew has another inode or time of its last write; which of them does not
+    // matter. A new name changes neither.
     const auto version = static_cast<std::uint64_t>(status.st_ino) * 1'000'003 +
-                         static_cast<std::uint64_t>(status.st_ctim.tv_sec) * 1'000'000'007 +
-                         static_cast<std::uint64_t>(status.st_ctim.tv_nsec);
+                         static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1'000'000'007 +
+                         static_cast<std::uint64_t>(status.st_mtim.tv_nsec);
     states[entry.path()] = {entry.file_size(), version};
   }
   return states;

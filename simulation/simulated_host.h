@@ -112,6 +112,8 @@ class SimulatedHost {
   using FileStates = std::map<std::filesystem::path, std::pair<std::uintmax_t, std::uint64_t>>;
   [[nodiscard]] FileStates Survey() const;
 
+  void Damage(AfterPowerCut unsettled);
+
   std::filesystem::path found_directory_;
   std::filesystem::path root_;
   FileStates settled_;

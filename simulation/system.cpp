@@ -40,6 +40,25 @@ void SimSystem::UninitializeCom() {
   --com_initialisations;
 }
 
+Result<> SimSystem::SetControlHandler(platform::ControlHandler handler) {
+  return choke_.Perform("system.SetControlHandler", {}, [&]() -> Result<> {
+    control_handler_ = std::move(handler);
+    return {};
+  });
+}
+
+void SimSystem::RemoveControlHandler() {
+  choke_.Note("system.RemoveControlHandler", {});
+  control_handler_ = nullptr;
+}
+
+bool SimSystem::Control(platform::ControlEvent event) {
+  using platform::ControlEvent;
+  const bool answered = control_handler_ && control_handler_(event);
+  return answered &&
+         (event == ControlEvent::interrupt || event == ControlEvent::interrupt_by_break);
+}
+
 void SimSystem::ShowErrorBox(const std::string& title, const std::string& text) {
   choke_.Announce("system.ShowErrorBox", title);
   boxes.push_back({title, text});

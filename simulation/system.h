@@ -28,8 +28,15 @@ class SimSystem : public platform::System {
   platform::Result<std::string> ComputerName() override;
   platform::Result<> InitializeCom() override;
   void UninitializeCom() override;
+  platform::Result<> SetControlHandler(platform::ControlHandler handler) override;
+  void RemoveControlHandler() override;
   void ShowErrorBox(const std::string& title, const std::string& text) override;
 
+  // Somebody presses Ctrl+C, closes the window, shuts the machine down: true if VOSK goes on.
+  bool Control(platform::ControlEvent event);
+  [[nodiscard]] bool HasControlHandler() const { return control_handler_ != nullptr; }
+  // It ends with its process.
+  void ForgetControlHandler() { control_handler_ = nullptr; }
   std::filesystem::path temp_path = "C:/Users/op/AppData/Local/Temp/";
   std::filesystem::path module_path = "C:/VOSK/VOSK.exe";
   std::filesystem::path roaming_path = "C:/Users/op/AppData/Roaming";
@@ -39,6 +46,7 @@ class SimSystem : public platform::System {
 
  private:
   ChokePoint& choke_;
+  platform::ControlHandler control_handler_;
 };
 
 class SimDumpWriter : public platform::DumpWriter {

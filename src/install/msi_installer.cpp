@@ -143,33 +143,9 @@ bool MsiInstaller::Uninstall(const std::string& product_code,
   log_.LogInfo("Installer: Enabling uninstall log: {}", log_path);
   const std::string arguments = UninstallArguments(product_code, log_path);
   log_.LogInfo("Installer: Executing Uninstall Command: msiexec.exe {}", arguments);
-  const auto run = msiexec_.Start(arguments);
-  if (!run) {
-    log_.LogError("Installer: ShellExecuteExW failed for Uninstall command for {}. Error: {}",
-                  product_code, run.error());
-    if (run.error() == platform::kCancelled) {
-      log_.LogWarn("Installer: Uninstall for {} might have been cancelled (UAC Denied?).",
-                   product_code);
-    }
-    return false;
-  }
-  log_.LogInfo("Installer: Waiting for Uninstall process{} for {} to complete...", run->PidText(),
-               product_code);
-  return AwaitUninstall(product_code, *run);
-}
-
-bool MsiInstaller::AwaitUninstall(const std::string& product_code, const MsiexecRun& run) {
-  auto exit_code = msiexec_.Await(run, kUninstallLimit);
-  // An overdue msiexec runs on, and its exit code says so.
-  if (!exit_code && exit_code.error().kind != MsiexecFailure::Kind::exit_code_unreadable) {
-    exit_code = msiexec_.ExitCode(run);
-  }
-  if (!exit_code) {
-    log_.LogWarn("Installer: Failed to get Uninstall exit code for {}. Error: {}", product_code,
-                 exit_code.error().error);
-    return false;
-  }
-  log_.LogInfo("Installer: Uninstall for {} finished with exit code: {}", product_code, *exit_code);
+  const auto exit_code =
+      RepeatWhileBusy(host_.clock, log_, [&] { return RunUninstall(product_code, arguments); });
+  if (!exit_code) return false;
   if (*exit_code == kInstallSuccess) {
     log_.LogInfo("Installer: Successfully uninstalled: {}", product_code);
     return true;
@@ -180,6 +156,39 @@ bool MsiInstaller::AwaitUninstall(const std::string& product_code, const Msiexec
   return false;
 }
 
+std::optional<std::uint32_t> MsiInstaller::RunUninstall(const std::string& product_code,
+                                                        const std::string& arguments) {
+  const auto run = msiexec_.Start(arguments);
+  if (!run) {
+    log_.LogError("Installer: ShellExecuteExW failed for Uninstall command for {}. Error: {}",
+                  product_code, run.error());
+    if (run.error() == platform::kCancelled) {
+      log_.LogWarn("Installer: Uninstall for {} might have been cancelled (UAC Denied?).",
+                   product_code);
+    }
+    return std::nullopt;
+  }
+  log_.LogInfo("Installer: Waiting for Uninstall process{} for {} to complete...", run->PidText(),
+               product_code);
+  return AwaitUninstall(product_code, *run);
+}
+
+std::optional<std::uint32_t> MsiInstaller::AwaitUninstall(const std::string& product_code,
+                                                          const MsiexecRun& run) {
+  auto exit_code = msiexec_.Await(run, kUninstallLimit);
+  // One that takes longer runs on, and its exit code says so.
+  if (!exit_code && exit_code.error().kind != MsiexecFailure::Kind::exit_code_unreadable) {
+    exit_code = msiexec_.ExitCode(run);
+  }
+  if (!exit_code) {
+    log_.LogWarn("Installer: Failed to get Uninstall exit code for {}. Error: {}", product_code,
+                 exit_code.error().error);
+    return std::nullopt;
+  }
+  log_.LogInfo("Installer: Uninstall for {} finished with exit code: {}", product_code, *exit_code);
+  return *exit_code;
+}
+
 std::optional<std::uint32_t> MsiInstaller::Install(const std::filesystem::path& msi,
                                                    const std::filesystem::path& install_log) {
   log_.LogInfo("Installer: Step 2/2 - Performing clean install attempt...");
@@ -187,6 +196,10 @@ std::optional<std::uint32_t> MsiInstaller::Install(const std::filesystem::path& 
   log_.LogInfo("Installer: Enabling install log: {}", install_log);
   const std::string arguments = InstallArguments(msi, install_log);
   log_.LogInfo("Installer: Executing Install Command: msiexec.exe {}", arguments);
+  return RepeatWhileBusy(host_.clock, log_, [&] { return RunInstall(arguments); });
+}
+
+std::optional<std::uint32_t> MsiInstaller::RunInstall(const std::string& arguments) {
   const auto run = msiexec_.Start(arguments);
   if (run) {
     log_.LogInfo("Installer: Waiting for Install process{} to complete...", run->PidText());

@@ -37,11 +37,15 @@ class MsiInstaller {
   [[nodiscard]] bool UninstallAll(const std::filesystem::path& log_directory);
   [[nodiscard]] bool Uninstall(const std::string& product_code,
                                const std::filesystem::path& log_directory);
-  [[nodiscard]] bool AwaitUninstall(const std::string& product_code, const MsiexecRun& run);
-  // Returns the exit code, or kStillActive if there is none; nothing if msiexec could not be
-  // started.
+  // The exit code; nothing if there is none.
+  [[nodiscard]] std::optional<std::uint32_t> RunUninstall(const std::string& product_code,
+                                                          const std::string& arguments);
+  [[nodiscard]] std::optional<std::uint32_t> AwaitUninstall(const std::string& product_code,
+                                                            const MsiexecRun& run);
+  // The exit code, or kStillActive if there is none; nothing if msiexec could not be started.
   [[nodiscard]] std::optional<std::uint32_t> Install(const std::filesystem::path& msi,
                                                      const std::filesystem::path& install_log);
+  [[nodiscard]] std::optional<std::uint32_t> RunInstall(const std::string& arguments);
   [[nodiscard]] std::uint32_t AwaitInstall(const MsiexecRun& run);
   [[nodiscard]] bool ConfirmInstall(std::uint32_t exit_code,
                                     const std::filesystem::path& install_log);

@@ -12,8 +12,24 @@ using Kind = MsiexecFailure::Kind;
 
 constexpr std::string_view kInstallLogName = "VELDRAN_Core_Install_Log.txt";
 constexpr std::uint32_t kOverdueExitCode = 1;
+constexpr std::chrono::seconds kBusyPause{15};
+constexpr std::chrono::minutes kBusyLimit{5};
 
 }  // namespace
+
+std::optional<std::uint32_t> RepeatWhileBusy(
+    platform::Clock& clock, console::LogSink& log,
+    const std::function<std::optional<std::uint32_t>()>& attempt) {
+  auto exit_code = attempt();
+  for (int left = kBusyLimit / kBusyPause; exit_code == kInstallerBusy && left > 0; --left) {
+    log.LogWarn(
+        "Installer: Another installation is running (Code: {}). Trying again in {} seconds.",
+        kInstallerBusy, kBusyPause.count());
+    clock.SleepFor(kBusyPause);
+    exit_code = attempt();
+  }
+  return exit_code;
+}
 
 std::filesystem::path InstallLogIn(const std::filesystem::path& directory) {
   return directory / kInstallLogName;

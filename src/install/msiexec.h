@@ -4,10 +4,14 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <tl/expected.hpp>
 
+#include "console/log.h"
+#include "platform/clock.h"
 #include "platform/processes.h"
 #include "process/process_control.h"
 
@@ -16,6 +20,7 @@ namespace vosk::install {
 // Exit codes of msiexec.exe.
 inline constexpr std::uint32_t kInstallSuccess = 0;
 inline constexpr std::uint32_t kUnknownProduct = 1605;
+inline constexpr std::uint32_t kInstallerBusy = 1618;  // another installation is running
 inline constexpr std::uint32_t kRebootRequired = 3010;
 
 inline constexpr std::chrono::seconds kUninstallLimit{120};
@@ -23,7 +28,14 @@ inline constexpr std::chrono::seconds kInstallLimit{300};
 // The installer's last writes and its own children get this long after its end.
 inline constexpr std::chrono::milliseconds kPauseAfterInstall{2500};
 
-// The paths of msiexec's logs: of an installation, and of the removal of one product.
+// Runs `attempt` again every 15 seconds, with a line each time, while it ends with kInstallerBusy;
+// five minutes at most. Returns what the last attempt did: its exit code, or nothing if it has
+// none.
+[[nodiscard]] std::optional<std::uint32_t> RepeatWhileBusy(
+    platform::Clock& clock, console::LogSink& log,
+    const std::function<std::optional<std::uint32_t>()>& attempt);
+
+// msiexec's log of an installation, and of the removal of one product.
 [[nodiscard]] std::filesystem::path InstallLogIn(const std::filesystem::path& directory);
 [[nodiscard]] std::filesystem::path UninstallLogIn(const std::filesystem::path& directory,
                                                    std::string_view product_code);

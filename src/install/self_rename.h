@@ -11,13 +11,24 @@
 
 namespace vosk::install {
 
+// Where the running executable is, and where it is moved aside.
+struct SelfNames {
+  std::filesystem::path own;
+  std::filesystem::path old;
+};
+
 class SelfRename {
  public:
   SelfRename(platform::Clock& clock, platform::Files& files, platform::System& system,
              console::LogSink& log);
 
-  // Renames the running executable to its name + ".old" and returns that path, or nothing if it
-  // failed; the executable is then where it was.
+  // Whether RenameSelf would succeed as things stand, without touching anything. Nothing if not;
+  // the reason is in the log.
+  [[nodiscard]] std::optional<SelfNames> CheckRenameSelf();
+
+  // Renames the running executable to its name + ".old" and returns that path. Nothing if it
+  // failed; the executable then is where it was. The next boot undoes it, if there is no executable
+  // in its place by then.
   [[nodiscard]] std::optional<std::filesystem::path> RenameSelf();
 
   // Undoes the renaming and replaces whatever an installer has put there meanwhile. Returns false
@@ -26,6 +37,11 @@ class SelfRename {
 
  private:
   [[nodiscard]] bool RemoveOlderSelf(const std::filesystem::path& target);
+  // Moves again while somebody holds the file, for some seconds.
+  using Move = platform::Result<> (platform::Files::*)(const std::filesystem::path&,
+                                                       const std::filesystem::path&);
+  platform::Result<> MovePatiently(Move move, const std::filesystem::path& from,
+                                   const std::filesystem::path& to);
 
   platform::Clock& clock_;
   platform::Files& files_;

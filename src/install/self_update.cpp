@@ -1,5 +1,6 @@
 #include "install/self_update.h"
 
+#include "install/ending_held_off.h"
 #include "install/related_products.h"
 #include "net/version_compare.h"
 #include "platform/clock.h"
@@ -54,17 +55,26 @@ bool SelfUpdate::RunSteps(const UpdateRequest& request, const WorkDirectory& wor
   if (!PrepareWorkDirectory(work)) return false;
   if (!FetchPackage(work)) return false;
   if (!ValidateVersion(request.expected_version, work)) return false;
+  const auto names = self_rename_.CheckRenameSelf();
+  if (!names) return false;
   if (!TerminateProcesses(request)) return false;
   ClearCoreVersionFile(request.log_root_directory);
+  return ReplaceSelf(request, work, *names);
+}
 
+bool SelfUpdate::ReplaceSelf(const UpdateRequest& request, const WorkDirectory& work,
+                             const SelfNames& names) {
   log_.LogInfo("Update Step 6/7: Renaming current VOSK executable...");
+  EndingHeldOff held_off(host_, log_, names.own, names.old);
   const auto old_path = self_rename_.RenameSelf();
   if (!old_path) {
     log_.LogError("Update Step 6/7: Failed to rename self! Aborting update.");
     return false;
   }
   log_.LogInfo("Update Step 6/7: Rename successful.");
-  if (Replace(request, work)) return true;
+  const bool replaced = Replace(request, work);
+  held_off.TellOfRefusals();
+  if (replaced) return true;
   log_.LogError("Update: Update sequence failed at some step.");
   // Without an executable nobody could start VOSK again; the operator has to see that it is gone.
   if (!self_rename_.RenameBack(*old_path)) g_terminateMonitoring_.store(true);
@@ -176,11 +186,14 @@ void SelfUpdate::ClearCoreVersionFile(const std::filesystem::path& log_root_dire
   }
 }
 
-bool SelfUpdate::Replace(const UpdateRequest& request, const WorkDirectory& work) {
+bool SelfUpdate::Replace(const UpdateRequest& request, const WorkDirectory& work) try {
   UninstallOldVersions(work);
   if (!InstallNewVersion(work) || !successor_.HandOver(request.core_directory)) return false;
   g_terminateMonitoring_.store(true);
   return true;
+} catch (const std::exception& problem) {
+  log_.LogError("Update: Exception while replacing the installation: {}", problem.what());
+  return false;
 }
 
 void SelfUpdate::UninstallOldVersions(const WorkDirectory& work) {
@@ -253,6 +266,12 @@ std::optional<std::uint32_t> SelfUpdate::RunMsiexec(std::string_view step,
   static_cast<void>(host_.files.CreateDirectories(log_path.parent_path()));
   static_cast<void>(host_.files.Remove(log_path));
   log_.LogInfo("Installer: Step {} - Executing Command: msiexec.exe {}", step, arguments);
+  return RepeatWhileBusy(host_.clock, log_, [&] { return RunMsiexecOnce(step, arguments, limit); });
+}
+
+std::optional<std::uint32_t> SelfUpdate::RunMsiexecOnce(std::string_view step,
+                                                        const std::string& arguments,
+                                                        std::chrono::seconds limit) {
   const auto run = msiexec_.Start(arguments);
   if (!run) {
     log_.LogError("Installer: ShellExecuteExW failed for {} command. Error: {}", step, run.error());

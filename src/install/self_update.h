@@ -55,7 +55,9 @@ class SelfUpdate {
   [[nodiscard]] bool TerminateProcesses(const UpdateRequest& request);
   void ClearCoreVersionFile(const std::filesystem::path& log_root_directory);
 
-  // From here on VOSK's executable is not in its place.
+  // VOSK's executable is out of its place from here until the hand-over, or is put back.
+  [[nodiscard]] bool ReplaceSelf(const UpdateRequest& request, const WorkDirectory& work,
+                                 const SelfNames& names);
   [[nodiscard]] bool Replace(const UpdateRequest& request, const WorkDirectory& work);
   void UninstallOldVersions(const WorkDirectory& work);
   [[nodiscard]] bool UninstallOldVersion(const std::string& product_code,
@@ -63,12 +65,15 @@ class SelfUpdate {
   [[nodiscard]] bool InstallNewVersion(const WorkDirectory& work);
   [[nodiscard]] bool JudgeInstall(std::uint32_t exit_code);
 
-  // Returns the exit code, or a substitute if there is none; nothing if msiexec could not be
-  // started.
+  // The exit code, or the number that stands for it if there is none; nothing if msiexec could not
+  // be started. Waits until no other installation is in its way.
   [[nodiscard]] std::optional<std::uint32_t> RunMsiexec(std::string_view step,
                                                         const std::string& arguments,
                                                         const std::filesystem::path& log_path,
                                                         std::chrono::seconds limit);
+  [[nodiscard]] std::optional<std::uint32_t> RunMsiexecOnce(std::string_view step,
+                                                            const std::string& arguments,
+                                                            std::chrono::seconds limit);
   [[nodiscard]] std::uint32_t AwaitMsiexec(std::string_view step, const MsiexecRun& run,
                                            std::chrono::seconds limit);
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 
 #include "console/log.h"
 #include "platform/host.h"
@@ -13,12 +14,17 @@ class Successor {
  public:
   Successor(const platform::Host& host, console::LogSink& log, process::ProcessControl& processes);
 
-  // Makes sure that the new VOSK beside the Core runs: waits some seconds for the installer to
-  // start it, otherwise launches it. Returns false if it does not run; the reason is logged.
+  // Makes sure that the new VOSK, which lies beside the Core that was watched or beside the
+  // installed one, runs: waits some seconds for the installer to start it and else launches it. It
+  // counts only if it stays for two seconds. False if it does not run; the reason is in the log.
   [[nodiscard]] bool HandOver(const std::filesystem::path& core_directory);
 
  private:
+  [[nodiscard]] std::optional<std::filesystem::path> Find(
+      const std::filesystem::path& core_directory);
   [[nodiscard]] bool Appears();
+  // The other running VOSKs.
+  [[nodiscard]] process::ProcessList Others();
   [[nodiscard]] bool Launch(const std::filesystem::path& executable);
 
   platform::Host host_;

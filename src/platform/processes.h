@@ -78,6 +78,8 @@ class Processes : public HandleCloser {
                                               const std::string& arguments) = 0;
   virtual Result<std::uint32_t> ExitCode(const ProcessHandle& process) = 0;
   virtual Result<ProcessId> Id(const ProcessHandle& process) = 0;
+  // By the wall clock of that moment.
+  virtual Result<std::chrono::system_clock::time_point> StartTime(const ProcessHandle& process) = 0;
   virtual Result<> Terminate(const ProcessHandle& process, std::uint32_t exit_code) = 0;
   virtual Result<WaitOutcome> WaitFor(const ProcessHandle& process,
                                       std::chrono::milliseconds limit) = 0;

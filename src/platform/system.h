@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "platform/types.h"
@@ -9,6 +10,12 @@ namespace vosk::platform {
 
 // The longest path, in characters with its terminator, that the older system calls return.
 inline constexpr std::size_t kMaxPath = 260;
+
+// What would end a console program. After the last three nothing keeps it from ending.
+enum class ControlEvent { interrupt, interrupt_by_break, console_closed, logoff, shutdown };
+
+// Called on a thread of the system's own. True: the event is answered, and the program goes on.
+using ControlHandler = std::function<bool(ControlEvent)>;
 
 class System {
  public:
@@ -23,7 +30,10 @@ class System {
   // error is kChangedMode if somebody else has already set COM up in another mode.
   virtual Result<> InitializeCom() = 0;
   virtual void UninitializeCom() = 0;
-  // A message box of UTF-8 texts with an error icon and an OK button; returns when it is closed.
+  // One handler at a time. Removing it waits for a call of it that is under way.
+  virtual Result<> SetControlHandler(ControlHandler handler) = 0;
+  virtual void RemoveControlHandler() = 0;
+  // A message box with an error icon and an OK button; returns when it is closed.
   virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;
 };
 

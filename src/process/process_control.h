@@ -31,7 +31,7 @@ class ProcessControl {
   [[nodiscard]] ProcessList FindTargetProcessesByName(std::u16string_view name);
   [[nodiscard]] ProcessList FindCoreProcesses();
 
-  // Ends every other running supervisor. Returns false if one could not be ended.
+  // Ends every supervisor that was started before this one. False if one could not be ended.
   bool TerminateOtherInstances();
   // Ends every process whose name begins with "procdump". Returns false if one could not be ended.
   bool TerminateProcDumpInstances();

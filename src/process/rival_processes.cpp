@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 #include "identity.h"
@@ -20,8 +21,48 @@ constexpr std::uint32_t kTerminationAccess = platform::access::kSynchronize |
 constexpr std::chrono::milliseconds kRivalExitWait{500};
 constexpr std::uint32_t kTerminatedExitCode = 1;
 
+// A later start that lies further ahead is that of a clock which has been set back meanwhile: this
+// one has only just started.
+constexpr std::chrono::minutes kSameMoment{1};
+
 // What became of a process that has to go.
-enum class Rival { signalled, gone, stays };
+enum class Rival { signalled, gone, spared, stays };
+
+using NameRule = std::function<bool(std::u16string_view)>;
+
+bool IsSupervisor(std::u16string_view name) {
+  return text::ToLowerAscii(name) == text::ToLowerAscii(identity::kSupervisorExecutable);
+}
+
+bool IsProcDump(std::u16string_view name) {
+  return text::ToLowerAscii(name).starts_with(u"procdump");
+}
+
+// Whether a process that is held open by now, and so keeps its number, still has such a name.
+// Nothing if the list cannot be read. The list is asked, because it alone goes on naming an
+// executable as it was started when that has been renamed, as an update does.
+std::optional<bool> IsStillNamed(platform::ProcessId pid, const NameRule& rule,
+                                 platform::Processes& processes) {
+  bool named = false;
+  const auto failure = WalkProcesses(processes, [&](const platform::ProcessEntry& entry) {
+    named |= entry.pid == pid && rule(entry.executable_name);
+  });
+  if (failure && !named) return std::nullopt;
+  return named;
+}
+
+// Whether the other supervisor was started later, or has the better right of two started at once.
+bool HasPrecedence(const platform::ProcessHandle& other, platform::ProcessId pid,
+                   platform::Processes& processes) {
+  const platform::ProcessId own_pid = processes.OwnId();
+  const auto self = processes.Open(platform::access::kQueryLimitedInformation, own_pid);
+  if (!self) return false;
+  const auto own_start = processes.StartTime(*self);
+  const auto start = processes.StartTime(other);
+  if (!own_start || !start) return false;
+  if (*start == *own_start) return pid < own_pid;
+  return *start > *own_start && *start - *own_start < kSameMoment;
+}
 
 Rival TerminateOtherInstance(platform::ProcessId pid, platform::Processes& processes,
                              console::LogSink& log) {
@@ -32,6 +73,20 @@ Rival TerminateOtherInstance(platform::ProcessId pid, platform::Processes& proce
                  process.error());
     // A process that has ended meanwhile is what we want.
     return process.error() == platform::kInvalidParameter ? Rival::gone : Rival::stays;
+  }
+  const auto named = IsStillNamed(pid, IsSupervisor, processes);
+  if (!named) {
+    log.LogError("Failed to look again at other VOSK process (PID: {}) before its termination.",
+                 pid);
+    return Rival::stays;
+  }
+  if (!*named) {
+    log.LogInfo("Other VOSK process (PID: {}) has ended by itself.", pid);
+    return Rival::gone;
+  }
+  if (HasPrecedence(*process, pid, processes)) {
+    log.LogInfo("Other VOSK process (PID: {}) was started later. Leaving it alone.", pid);
+    return Rival::spared;
   }
   const auto terminated = TerminateProcessL(*process, kTerminatedExitCode, processes, log);
   if (!terminated) {
@@ -54,7 +109,7 @@ std::optional<WalkFailure> CollectProcDumpInstances(platform::Processes& process
                                                     console::LogSink& log, ProcessList& found) {
   const platform::ProcessId own_pid = processes.OwnId();
   return WalkProcesses(processes, [&](const platform::ProcessEntry& entry) {
-    if (!text::ToLowerAscii(entry.executable_name).starts_with(u"procdump")) return;
+    if (!IsProcDump(entry.executable_name)) return;
     if (entry.pid == own_pid) return;
     log.LogInfo(u"TerminateProcDumpInstances: Found matching process: " + entry.executable_name +
                 text::Utf8ToUtf16(fmt::format(" (PID: {})", entry.pid)));
@@ -90,6 +145,15 @@ Rival TerminateProcDumpInstance(platform::ProcessId pid, platform::Processes& pr
     log.LogError("TerminateProcDumpInstances: Failed to open process PID {}. Error: {}", pid,
                  process.error());
     return Rival::stays;
+  }
+  const auto named = IsStillNamed(pid, IsProcDump, processes);
+  if (!named) {
+    log.LogError("TerminateProcDumpInstances: Failed to look again at process PID {}.", pid);
+    return Rival::stays;
+  }
+  if (!*named) {
+    log.LogInfo("TerminateProcDumpInstances: Process PID {} likely already exited.", pid);
+    return Rival::gone;
   }
   if (!TerminateProcessL(*process, kTerminatedExitCode, processes, log)) {
     log.LogError(
@@ -155,8 +219,6 @@ bool TerminateOtherInstances(platform::Processes& processes, console::LogSink& l
   }
   if (!all_ended) {
     log.LogWarn("Errors occurred while trying to terminate all other VOSK instances.");
-  } else if (attempts == 0 && instances.size() > 1) {
-    log.LogWarn("Found other VOSK instances but failed to terminate any.");
   }
   return all_ended;
 }

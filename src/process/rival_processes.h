@@ -6,7 +6,8 @@
 
 namespace vosk::process {
 
-// Ends every other running supervisor. Returns false if one could not be ended.
+// Ends every supervisor that was started before this one; of two started in the same moment the one
+// with the smaller PID stays. False if one could not be ended.
 bool TerminateOtherInstances(platform::Processes& processes, console::LogSink& log);
 
 // Ends every process whose name begins with "procdump". Returns false if one could not be ended.

@@ -85,12 +85,15 @@ TEST_F(FileContract, OnlyReplaceTakesThePlaceOfAFile) {
     const auto moved = [&](const fs::path& from, const fs::path& to) {
       return CodeOf((host_.files.*move)(scratch_ / from, scratch_ / to));
     };
+    EXPECT_EQ(CodeOf(host_.files.CheckRename(scratch_ / "a")), 0u);
     EXPECT_EQ(moved("a", "b"), 0u);
+    EXPECT_EQ(CodeOf(host_.files.CheckRename(scratch_ / "a")), 2u);
     EXPECT_EQ(BytesOf(scratch_ / "b"), "A");
     EXPECT_EQ(moved("a", "c"), 2u);
     EXPECT_EQ(moved("b", "missing/b"), 3u);
     const auto held = Hold(scratch_ / "held");
     EXPECT_EQ(moved("held", "c"), 32u);
+    EXPECT_EQ(CodeOf(host_.files.CheckRename(scratch_ / "held")), 32u);
     EXPECT_EQ(CodeOf(host_.files.Remove(scratch_ / "held")), 32u);
     EXPECT_EQ(host_.files.SizeOf(scratch_ / "held"), 0u) << "which is no matter of sharing";
   }
@@ -106,6 +109,17 @@ TEST_F(FileContract, OnlyReplaceTakesThePlaceOfAFile) {
   EXPECT_EQ(CodeOf(host_.files.Replace(scratch_ / "b", scratch_ / "held")), 5u);
   fs::create_directories(scratch_ / "folder");
   EXPECT_EQ(CodeOf(host_.files.Replace(scratch_ / "b", scratch_ / "folder")), 5u);
+}
+
+TEST_F(FileContract, ACopyReplacesNothingAndARenameForTheNextBootWaits) {
+  PutBytes(scratch_ / "a", "A");
+  EXPECT_TRUE(host_.files.Copy(scratch_ / "a", scratch_ / "b"));
+  EXPECT_EQ(BytesOf(scratch_ / "b"), "A");
+  EXPECT_EQ(CodeOf(host_.files.Copy(scratch_ / "a", scratch_ / "b")), 80u);
+  EXPECT_EQ(CodeOf(host_.files.Copy(scratch_ / "c", scratch_ / "d")), 2u);
+  EXPECT_EQ(CodeOf(host_.files.RenameAtNextBoot(scratch_ / "a", scratch_ / "e")), 0u);
+  EXPECT_EQ(host_.files.Exists(scratch_ / "e"), false);
+  EXPECT_EQ(BytesOf(scratch_ / "a"), "A");
 }
 
 TEST_F(FileContract, AFileIsAsOldAsItsLastWrite) {

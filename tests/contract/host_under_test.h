@@ -43,7 +43,8 @@ class HostUnderTest {
   virtual std::string WithOutputTo(Output output, const std::function<void()>& writes) = 0;
   // Presses the arrow up and then M.
   virtual void PressUpAndM() = 0;
-  // Makes sure that the next message box is closed, if one can be shown at all.
+  virtual void PressControlC() = 0;
+  // Sees to it that the next message box is closed, as far as there is anybody to show it to.
   virtual void CloseNextBox() = 0;
   // Returns the package of kProducts[number - 1] in version 1.2.NUMBER, which installs one file,
   // "contract NUMBER.txt".

@@ -36,7 +36,12 @@ class ProcessContract : public Contract {
 };
 
 TEST_F(ProcessContract, AChildRunsAndEndsWithItsCode) {
+  const auto before = host_.clock.WallNow() - 1s;  // the clock that stamps processes may be coarser
   const auto child = StartChild(0xC0000005, 400ms);
+  const auto started = host_.processes.StartTime(child.handle);
+  ASSERT_TRUE(started);
+  EXPECT_GT(*started, before);
+  EXPECT_LE(*started, host_.clock.WallNow() + 1s);
   EXPECT_EQ(host_.processes.Id(child.handle), child.pid);
   EXPECT_EQ(host_.processes.ExitCode(child.handle), 259u);
   EXPECT_EQ(host_.processes.WaitFor(child.handle, 20ms), WaitOutcome::timed_out);
@@ -80,13 +85,14 @@ TEST_F(ProcessContract, AHandleAllowsWhatItWasOpenedFor) {
   ASSERT_TRUE(wait_only && query_only);
   const auto codes = [&](const ProcessHandle& handle) {
     return std::array{CodeOf(host_.processes.Id(handle)), CodeOf(host_.processes.ExitCode(handle)),
+                      CodeOf(host_.processes.StartTime(handle)),
                       CodeOf(host_.processes.Terminate(handle, 1)),
                       CodeOf(host_.processes.WaitFor(handle, 0ms))};
   };
-  using Codes = std::array<std::uint32_t, 4>;
-  EXPECT_EQ(codes(*wait_only), (Codes{5, 5, 5, 0}));
-  EXPECT_EQ(codes(*query_only), (Codes{0, 0, 5, 5}));
-  EXPECT_EQ(codes(ProcessHandle()), (Codes{6, 6, 6, 6}));
+  using Codes = std::array<std::uint32_t, 5>;
+  EXPECT_EQ(codes(*wait_only), (Codes{5, 5, 5, 5, 0}));
+  EXPECT_EQ(codes(*query_only), (Codes{0, 0, 0, 5, 5}));
+  EXPECT_EQ(codes(ProcessHandle()), (Codes{6, 6, 6, 6, 6}));
   EXPECT_TRUE(host_.processes.Terminate(child.handle, 1));
 }
 

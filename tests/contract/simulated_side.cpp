@@ -55,6 +55,10 @@ class SimulatedSide : public HostUnderTest {
     for (const int key : {224, 72, int{'m'}}) host_.KeyPressed(key);
   }
 
+  void PressControlC() override {
+    EXPECT_TRUE(host_.system.Control(platform::ControlEvent::interrupt));
+  }
+
   void CloseNextBox() override {}
 
   std::filesystem::path Package(int number) override {

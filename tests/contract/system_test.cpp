@@ -1,6 +1,8 @@
 // Clock, console, dump writer and the known places of the system.
 #include "platform/system.h"
 
+#include <atomic>
+
 #include "tests/contract/host_under_test.h"
 
 namespace vosk::contract {
@@ -52,6 +54,18 @@ TEST_F(SystemContract, ComSaysThatItWasThere) {
   EXPECT_TRUE(host_.system.InitializeCom()) << "it is there already";
   host_.system.UninitializeCom();
   host_.system.UninitializeCom();
+}
+
+TEST_F(SystemContract, AnInterruptIsAnsweredByTheHandler) {
+  std::atomic<int> interrupts = 0;
+  ASSERT_TRUE(host_.system.SetControlHandler([&](platform::ControlEvent event) {
+    interrupts += event == platform::ControlEvent::interrupt ? 1 : 100;
+    return true;
+  }));
+  side_->PressControlC();
+  for (int wait = 0; wait < 100 && interrupts == 0; ++wait) host_.clock.SleepFor(50ms);
+  host_.system.RemoveControlHandler();
+  EXPECT_EQ(interrupts, 1);
 }
 
 const std::string kText = "Gr\u00FC\u00DFe\nzwei\n";

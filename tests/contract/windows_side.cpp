@@ -96,6 +96,8 @@ class WindowsSide : public HostUnderTest {
     ::CloseHandle(keyboard);
   }
 
+  void PressControlC() override { EXPECT_TRUE(::GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0)); }
+
   // The box runs this thread's messages, also those of a timer.
   void CloseNextBox() override {
     ::SetTimer(nullptr, 0, 100, [](HWND, UINT, UINT_PTR, DWORD) {

@@ -100,6 +100,12 @@ TEST(MsiInstaller, TellsWhatBecameOfEveryOddInstallation) {
          scene.host.files.Hold(leftover, {});
        }},
       {"installed, reboot wanted", package({.install_exit_code = 3010})},
+      {"another installation runs", [](Scene& scene) { scene.host.installer.busy_until = 20s; }},
+      {"another installation runs, no old version",
+       [](Scene& scene) {
+         scene.host.installer.busy_until = 10s;
+         scene.host.installer.products.clear();
+       }},
       {"1641 is a failure", package({.install_exit_code = 1641})},
       {"no executable in it", package({.files = {"a.txt"}})},
       {"the installer takes just long enough", package({.install_time = 300s})},
@@ -125,6 +131,16 @@ TEST(MsiInstaller, TellsWhatBecameOfEveryOddInstallation) {
     variants.Add(name, log.Lines(), scene.End(installed));
   }
   variants.Expect("install/msi_installer.txt");
+}
+
+TEST(Msiexec, WaitsFiveMinutesForAnotherInstallation) {
+  support::CheckedHost host;
+  support::LogRecorder log(host);
+  int attempts = 0;
+  const auto refused = [&attempts] { return ++attempts, std::optional(kInstallerBusy); };
+  EXPECT_EQ(RepeatWhileBusy(host.clock, log.Sink(), refused), kInstallerBusy);
+  EXPECT_EQ(attempts, 21);
+  EXPECT_EQ(host.clock.Elapsed(), 5min);
 }
 
 TEST(MsiInstaller, TakesNothingButAFileForAPackage) {

@@ -46,7 +46,7 @@ struct Scene {
   bool Run() {
     return update.Run({.expected_version = "1.2.3",
                        .dump_storage_directory = dump_storage_directory,
-                       .core_directory = kCoreDirectory,
+                       .core_directory = core_directory,
                        .log_root_directory = log_root_directory,
                        .end_core = [this] { return core.EndForUpdate(); }});
   }
@@ -82,6 +82,7 @@ struct Scene {
                     msiexec,       core_version, terminate};
   std::filesystem::path dump_storage_directory = std::string(kTemp) + "/VELDRAN_VOSK_Dumps";
   std::filesystem::path log_root_directory = "C:/stats";
+  std::filesystem::path core_directory = kCoreDirectory;
   platform::ProcessId core_pid = 0;
   platform::ProcessId monitor_pid = 0;
   supervisor::SupervisorState state;
@@ -160,10 +161,47 @@ TEST(SelfUpdate, LeavesTheInstallationAloneWhereItAbortsEarly) {
        {"no version file", [](Scene&) { std::filesystem::remove(kVersionFile); }},
        {"an older .old", [](Scene& scene) { scene.host.PutFile(kOld, "x"); }},
        {"the older .old is in use", Holds(kOld)},
+       {"VOSK.exe is in use", [](Scene& scene) { scene.host.files.Hold(kSelf, {.read = true}); }},
+       {"the older .old cannot be removed",
+        [](Scene& scene) {
+          scene.host.PutFile(kOld, "x");
+          scene.host.choke.on_operation = [&scene](auto operation, const std::string& subject) {
+            if (operation == "files.Remove" && subject == kOld) {
+              scene.host.files.Hold(kOld, {.read = true});
+            }
+          };
+        }},
        {"the version file is in use", Holds(kVersionFile)},
-       {"the executable is locked", Fails("files.Rename", 32)},
+       {"the executable is locked for a moment", Fails("files.Rename", 32, 9)},
+       {"the executable is locked", Fails("files.Rename", 32, 10)},
        {"no room for the .old", Fails("files.Rename", 112)},
-       {"own name unknown", Fails("system.ModulePath", 8)}});
+       {"the next boot cannot be told", Fails("files.RenameAtNextBoot", 5)},
+       {"own name unknown", Fails("system.ModulePath", 8)},
+       {"own name unknown later", [](Scene& scene) {
+          scene.host.choke.faults.Add({.scope = "system.ModulePath", .first = 2, .code = 8});
+        }}});
+}
+
+// While the executable is out of its place.
+std::vector<Row> BlowsToTheStretch() {
+  return {{"something is thrown",
+           [](Scene& scene) {
+             scene.host.choke.on_operation = [](auto operation, const std::string&) {
+               if (operation == "processes.StartElevated") throw std::runtime_error("no memory");
+             };
+           }},
+          {"Ctrl+C is pressed",
+           [](Scene& scene) {
+             scene.host.At(2s, [](SimulatedHost& at) {
+               EXPECT_TRUE(at.system.Control(platform::ControlEvent::interrupt));
+             });
+           }},
+          {"the console is closed", [](Scene& scene) {
+             scene.host.At(2s, [](SimulatedHost& at) {
+               EXPECT_FALSE(at.system.Control(platform::ControlEvent::console_closed));
+               EXPECT_EQ(SimulatedHost::ReadFile(kSelf), "MZ of 1.2.2");
+             });
+           }}};
 }
 
 // After the renaming, it ends with a new VOSK or puts itself back.
@@ -175,30 +213,49 @@ TEST(SelfUpdate, PutsItselfBackWhereTheInstallationFails) {
       scene.host.FailNext("files.Replace", code, times);
     };
   };
-  ExpectUpdates(
-      "install/self_update_replacement.txt",
-      {{"as it should be", [](Scene&) {}},
-       {"the installer starts the new VOSK",
-        [](Scene& scene) {
-          scene.host.installer.on_installed = [&scene](const auto&) {
-            scene.host.processes.Add(std::u16string(kSelfName));
-          };
-        }},
-       {"reboot wanted", Publishes({.version = "1.2.3", .install_exit_code = 3010})},
-       {"no version installed", [](Scene& scene) { scene.host.installer.products.clear(); }},
-       {"not installed after all",
-        [](Scene& scene) { scene.host.installer.uninstall_exit_code = 1605; }},
-       {"the old version cannot be removed",
-        [](Scene& scene) { scene.host.installer.uninstall_exit_code = 1603; }},
-       {"products cannot be listed", Fails("installer.RelatedProduct", 1610)},
-       {"elevation refused", Fails("processes.StartElevated", 1223, 2)},
-       {"exit code 1603", Publishes(broken)},
-       {"never ends", Publishes({.version = "1.2.3", .install_time = 301s})},
-       {"no Core in it", Publishes({.version = "1.2.3", .files = {"VOSK.exe"}})},
-       {"no VOSK in it", Publishes({.version = "1.2.3", .files = {"VELDRAN Core.exe"}})},
-       {"the new VOSK does not start", Fails("processes.Start", 740)},
-       {"VOSK.exe is held for a moment", held(5, 9)},
-       {"VOSK.exe is held", held(32, 10)}});
+  std::vector<Row> rows = {
+      {"as it should be", [](Scene&) {}},
+      {"the installer starts the new VOSK",
+       [](Scene& scene) {
+         scene.host.installer.on_installed = [&scene](const auto&) {
+           scene.host.processes.Add(std::u16string(kSelfName));
+         };
+       }},
+      {"somebody asks for the version",
+       [](Scene& scene) {
+         scene.host.At(14s, [](SimulatedHost& at) {
+           auto& query = at.processes.Add(std::u16string(kSelfName));
+           at.At(15s, [&query](SimulatedHost& later) { later.processes.End(query, 0); });
+         });
+       }},
+      {"the new VOSK ends at once",
+       [](Scene& scene) {
+         scene.host.processes.SetProgram("VOSK.exe", scene.host.LivesFor(1900ms, 1));
+       }},
+      {"a Core in VOSK's own folder",
+       [](Scene& scene) {
+         scene.core_directory = "C:/Kit";
+         scene.host.system.module_path = "C:/Kit/VOSK.exe";
+         scene.host.InstallProgram("C:/Kit/VOSK.exe");
+       }},
+      {"reboot wanted", Publishes({.version = "1.2.3", .install_exit_code = 3010})},
+      {"no version installed", [](Scene& scene) { scene.host.installer.products.clear(); }},
+      {"not installed after all",
+       [](Scene& scene) { scene.host.installer.uninstall_exit_code = 1605; }},
+      {"the old version cannot be removed",
+       [](Scene& scene) { scene.host.installer.uninstall_exit_code = 1603; }},
+      {"products cannot be listed", Fails("installer.RelatedProduct", 1610)},
+      {"elevation refused", Fails("processes.StartElevated", 1223, 2)},
+      {"another installation runs", [](Scene& scene) { scene.host.installer.busy_until = 20s; }},
+      {"exit code 1603", Publishes(broken)},
+      {"never ends", Publishes({.version = "1.2.3", .install_time = 301s})},
+      {"no Core in it", Publishes({.version = "1.2.3", .files = {"VOSK.exe"}})},
+      {"no VOSK in it", Publishes({.version = "1.2.3", .files = {"VELDRAN Core.exe"}})},
+      {"the new VOSK does not start", Fails("processes.Start", 740)},
+      {"VOSK.exe is held for a moment", held(5, 9)},
+      {"VOSK.exe is held", held(32, 10)}};
+  for (const Row& row : BlowsToTheStretch()) rows.push_back(row);
+  ExpectUpdates("install/self_update_replacement.txt", rows);
 }
 
 // Whatever single call fails: if the executable is missing, the operator is told and the supervisor

@@ -79,9 +79,31 @@ TEST(TerminateProcDumpInstances, TellsOfEveryFaultAndSparesItself) {
            }});
 }
 
-// A second VOSK and a monitor react to their end in the same way; a second monitor just ends.
+using Change = std::function<void(SimulatedHost&, support::SimProcess&)>;
+using Kind = std::pair<std::string, Change>;
+
+// Those that may not be what they look like, or may stay.
+std::vector<Kind> DoubtfulKinds() {
+  return {{"is another process by then",
+           [](SimulatedHost& host, support::SimProcess& process) {
+             host.choke.on_operation = [&process](auto operation, const std::string&) {
+               if (operation == "processes.Open") process.executable_name = u"notepad.exe";
+             };
+           }},
+          {"was started a moment later",
+           [](SimulatedHost&, support::SimProcess& process) { process.started += 1ms; }},
+          {"was started at a later time of a clock that was set back",
+           [](SimulatedHost&, support::SimProcess& process) { process.started += 1h; }},
+          {"was started in the same moment and has the smaller number",
+           [](SimulatedHost& host, support::SimProcess& process) {
+             if (process.executable_name != u"VOSK.exe") return;
+             host.processes.End(host.processes.At(host.processes.OwnId()), 0);
+             host.VoskBegins(host.processes.Add(u"VOSK.exe").pid);
+           }}};
+}
+
+// A second VOSK and a monitor that take their end in the same way, beside a monitor that just goes.
 TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
-  using Change = std::function<void(SimulatedHost&, support::SimProcess&)>;
   const auto refuses = [](support::SimProcess& process) {
     process.on_terminate = OnTerminate::access_denied;
     process.survives_taskkill = true;
@@ -92,7 +114,7 @@ TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
       host.At(life, [&process](SimulatedHost& at) { at.processes.End(process, 0); });
     };
   };
-  const std::pair<std::string, Change> rows[] = {
+  std::vector<Kind> rows = {
       {"goes at once", [](SimulatedHost&, support::SimProcess&) {}},
       {"has gone already",
        [](SimulatedHost&, support::SimProcess& process) {
@@ -118,6 +140,7 @@ TEST(ProcessControl, ClearsTheFieldOfEveryKindOfProcess) {
          host.processes.At(host.processes.OwnId()).executable_name = u"renamed.exe";
        }},
   };
+  for (const Kind& kind : DoubtfulKinds()) rows.push_back(kind);
   support::Variants variants;
   for (const auto& [name, change] : rows) {
     CheckedHost host;

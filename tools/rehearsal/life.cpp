@@ -86,8 +86,11 @@ Life::Life() {
   host.Furnish();
   host.FurnishWindows();
   const std::string core = text::WideToUtf8(identity::kCoreExecutable);
-  // The installer makes sure that its files survive a power cut.
-  host.installer.on_installed = [this](const simulation::SimProduct&) { host.Settle(); };
+  // The installer sees to it that what it has installed outlives a power cut.
+  host.installer.on_installed = [this](const simulation::SimProduct& product) {
+    releases_.insert(simulation::SimInstaller::FileOf(product.package));
+    host.Settle();
+  };
   host.processes.SetProgram(core, [this](simulation::SimProcess& self) { RunCore(self); });
 }
 
@@ -117,6 +120,7 @@ void Life::InstallRelease(const std::string& version) {
   host.installer.Install(
       {.product_code = "{11111111-1111-1111-1111-111111111111}", .version = version},
       InstallDirectory());
+  releases_.insert(simulation::SimInstaller::FileOf({.version = version}));
   host.PutFile(host.system.roaming_path / "VELDRAN/stats/TestNet" / install::kCoreVersionFile,
                version);
 }
@@ -238,7 +242,8 @@ void Life::StartAgainAfter(Duration pause) {
 
 // Returns whether the file is whole, as it was made or installed.
 bool Life::IsProgram(const fs::path& file) const {
-  return programs_.contains(host.ReadFile(file)) || !VersionOf(file).empty();
+  const std::string bytes = host.ReadFile(file);
+  return bytes == "MZ" || releases_.count(bytes) != 0;
 }
 
 bool Life::FindVosk() {

@@ -78,6 +78,7 @@ class Life {
   [[nodiscard]] std::string VersionOf(const std::filesystem::path& file) const;
 
   std::map<std::string, Duration> crashing_;
+  std::set<std::string> releases_;  // what the files of each release that was installed ever hold
   simulation::AfterPowerCut after_power_cut_ = simulation::AfterPowerCut::whole;
   std::optional<Duration> put_back_after_;
   bool vosk_runs_ = false;

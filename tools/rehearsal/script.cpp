@@ -258,6 +258,15 @@ void AddBlows(Vocabulary& add) {
                                              .code = static_cast<std::uint32_t>(words.Number(2))};
             return [rule](Life& life) { life.host.choke.faults.Add(rule); };
           });
+  add.Add("operator (presses Ctrl\\+C|closes the console)", "where VOSK lets that end it",
+          [](const Words& words) {
+            using platform::ControlEvent;
+            const bool pressed = words.Text(1) == "presses Ctrl+C";
+            return [event = pressed ? ControlEvent::interrupt
+                                    : ControlEvent::console_closed](Life& life) {
+              if (!life.host.system.Control(event)) life.KillVosk();
+            };
+          });
   add.AddPlain("VOSK killed", "it is started again ten seconds later",
                [](Life& life) { life.KillVosk(); });
   add.Add("power cut(, files (cut short|empty))?", "a minute later the machine runs again",

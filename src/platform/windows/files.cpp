@@ -12,6 +12,7 @@
 #include "platform/windows/directory_walk.h"
 #include "platform/windows/error_text.h"
 #include "platform/windows/file_streams.h"
+#include "platform/windows/file_time.h"
 #include "platform/windows/parts.h"
 #include "platform/windows/wide.h"
 
@@ -31,14 +32,6 @@ Result<WIN32_FILE_ATTRIBUTE_DATA> AttributesOf(const std::filesystem::path& path
     return tl::unexpected(LastFileError());
   }
   return data;
-}
-
-std::chrono::system_clock::time_point SystemTimeOf(const FILETIME& time) {
-  // The file time counts tenths of a microsecond from the start of 1601.
-  using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 10'000'000>>;
-  constexpr std::chrono::seconds kFrom1601To1970{11'644'473'600};
-  const Ticks since_1601(std::int64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime);
-  return std::chrono::system_clock::time_point(since_1601 - kFrom1601To1970);
 }
 
 class WindowsFiles : public Files {
@@ -109,10 +102,34 @@ class WindowsFiles : public Files {
     return tl::unexpected(error);
   }
 
-  Result<> Flush(const std::filesystem::path& path) override {
-    const FileHandle file(::CreateFileW(SystemPath(path).c_str(), GENERIC_WRITE, kShareEverything,
-                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file || !::FlushFileBuffers(file.Get())) return tl::unexpected(LastFileError());
+  Result<> CheckRename(const std::filesystem::path& path) override {
+    // What a rename opens the file for.
+    const FileHandle file(::CreateFileW(SystemPath(path).c_str(), DELETE, kShareEverything, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file) return tl::unexpected(LastFileError());
+    return {};
+  }
+
+  Result<> RenameAtNextBoot(const std::filesystem::path& from,
+                            const std::filesystem::path& to) override {
+    if (!::MoveFileExW(SystemPath(from).c_str(), SystemPath(to).c_str(),
+                       MOVEFILE_DELAY_UNTIL_REBOOT)) {
+      return tl::unexpected(LastFileError());
+    }
+    // It stands in the registry, which reaches the disk later than the power may last.
+    HKEY key = nullptr;
+    if (::RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Control\\Session Manager",
+                        0, KEY_QUERY_VALUE, &key) == ERROR_SUCCESS) {
+      ::RegFlushKey(key);
+      ::RegCloseKey(key);
+    }
+    return {};
+  }
+
+  Result<> Copy(const std::filesystem::path& from, const std::filesystem::path& to) override {
+    if (!::CopyFileW(SystemPath(from).c_str(), SystemPath(to).c_str(), /*bFailIfExists=*/TRUE)) {
+      return tl::unexpected(LastFileError());
+    }
     return {};
   }
 

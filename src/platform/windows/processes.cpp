@@ -11,6 +11,7 @@
 
 #include "platform/system.h"
 #include "platform/windows/error_text.h"
+#include "platform/windows/file_time.h"
 #include "platform/windows/parts.h"
 #include "platform/windows/unique_handle.h"
 #include "platform/windows/wide.h"
@@ -98,6 +99,15 @@ class WindowsProcesses : public Processes {
     const DWORD pid = ::GetProcessId(Raw(process));
     if (pid == 0) return tl::unexpected(LastError());
     return pid;
+  }
+
+  Result<std::chrono::system_clock::time_point> StartTime(const ProcessHandle& process) override {
+    FILETIME started{};
+    FILETIME ignored{};
+    if (!::GetProcessTimes(Raw(process), &started, &ignored, &ignored, &ignored)) {
+      return tl::unexpected(LastError());
+    }
+    return SystemTimeOf(started);
   }
 
   Result<> Terminate(const ProcessHandle& process, std::uint32_t exit_code) override {

@@ -6,6 +6,9 @@
 #include <shlobj.h>
 
 #include <array>
+#include <mutex>
+#include <optional>
+#include <utility>
 
 #include "platform/windows/error_text.h"
 #include "platform/windows/parts.h"
@@ -15,6 +18,47 @@ namespace vosk::platform::windows {
 namespace {
 
 using PathBuffer = std::array<wchar_t, kMaxPath>;
+
+// The system calls a bare function, and only one program stands behind it.
+struct InstalledHandler {
+  std::mutex in_use;
+  ControlHandler handler;
+};
+
+InstalledHandler& TheHandler() {
+  static InstalledHandler handler;
+  return handler;
+}
+
+std::optional<ControlEvent> EventOf(DWORD type) {
+  switch (type) {
+    case CTRL_C_EVENT:
+      return ControlEvent::interrupt;
+    case CTRL_BREAK_EVENT:
+      return ControlEvent::interrupt_by_break;
+    case CTRL_CLOSE_EVENT:
+      return ControlEvent::console_closed;
+    case CTRL_LOGOFF_EVENT:
+      return ControlEvent::logoff;
+    case CTRL_SHUTDOWN_EVENT:
+      return ControlEvent::shutdown;
+    default:
+      return std::nullopt;
+  }
+}
+
+BOOL WINAPI OnControlEvent(DWORD type) {
+  const auto event = EventOf(type);
+  InstalledHandler& installed = TheHandler();
+  const std::lock_guard lock(installed.in_use);
+  return event && installed.handler && installed.handler(*event);
+}
+
+void Install(ControlHandler handler) {
+  InstalledHandler& installed = TheHandler();
+  const std::lock_guard lock(installed.in_use);
+  installed.handler = std::move(handler);
+}
 
 class WindowsSystem : public System {
  public:
@@ -56,6 +100,19 @@ class WindowsSystem : public System {
   }
 
   void UninitializeCom() override { ::CoUninitialize(); }
+
+  Result<> SetControlHandler(ControlHandler handler) override {
+    Install(std::move(handler));
+    if (::SetConsoleCtrlHandler(OnControlEvent, TRUE)) return {};
+    const ErrorCode code = LastError();
+    Install({});
+    return tl::unexpected(code);
+  }
+
+  void RemoveControlHandler() override {
+    ::SetConsoleCtrlHandler(OnControlEvent, FALSE);
+    Install({});
+  }
 
   void ShowErrorBox(const std::string& title, const std::string& text) override {
     ::MessageBoxW(nullptr, ToWide(text).c_str(), ToWide(title).c_str(), MB_ICONERROR | MB_OK);
