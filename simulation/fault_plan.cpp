@@ -34,6 +34,7 @@ const std::map<std::string_view, Codes> kPlausibleCodes = {
     {"files.Rename", {32, 112}},
     {"files.RenameAtNextBoot", {5}},
     {"files.Replace", {5, 32}},
+    {"files.Flush", {5, 1117}},
     {"files.CheckRename", {32, 5}},
     {"files.Copy", {5, 112}},
     {"files.CreateDirectories", {5, 112}},

@@ -28,6 +28,7 @@ class SimFiles : public platform::Files {
                             const std::filesystem::path& to) override;
   platform::Result<> Replace(const std::filesystem::path& from,
                              const std::filesystem::path& to) override;
+  platform::Result<> Flush(const std::filesystem::path& path) override;
   platform::Result<> CheckRename(const std::filesystem::path& path) override;
   platform::Result<> RenameAtNextBoot(const std::filesystem::path& from,
                                       const std::filesystem::path& to) override;

@@ -172,6 +172,7 @@ void SimulatedHost::PowerIsGone(AfterPowerCut unsettled) {
 
 void SimulatedHost::Damage(AfterPowerCut unsettled) {
   for (const auto& [path, state] : Survey()) {
+    if (files.IsFlushed(path)) continue;
     // By whatever name it was known when it settled.
     if (std::ranges::find(settled_, state, &FileStates::value_type::second) != settled_.end()) {
       continue;

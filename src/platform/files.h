@@ -41,6 +41,8 @@ class Files {
   virtual Result<> Rename(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
   // Like Rename, but replaces a file at the new name.
   virtual Result<> Replace(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
+  // Returns when all that was written to the file is on the disk and outlives a power cut.
+  virtual Result<> Flush(const std::filesystem::path& path) = 0;
   // Whether the file may be renamed as things stand: Rename's own answer. Touches nothing.
   virtual Result<> CheckRename(const std::filesystem::path& path) = 0;
   // Asks the system to rename the file when it starts the next time, before any program runs. As

@@ -33,7 +33,7 @@ class System {
   // One handler at a time. Removing it waits for a call of it that is under way.
   virtual Result<> SetControlHandler(ControlHandler handler) = 0;
   virtual void RemoveControlHandler() = 0;
-  // A message box with an error icon and an OK button; returns when it is closed.
+  // A message box of UTF-8 texts with an error icon and an OK button; returns when it is closed.
   virtual void ShowErrorBox(const std::string& title, const std::string& text) = 0;
 };
 

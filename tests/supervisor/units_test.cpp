@@ -74,29 +74,8 @@ struct Work {
 
   CheckedHost host;
   support::SimServers servers{host};
-  support::LogRecorder log{host};
-  SupervisorState state;
-  Places places;
-  process::ProcessControl processes{host.processes, log.Sink()};
-  support::FakeDownloader downloader;
-  install::CoreVersion version{host.files, log.Sink()};
-  install::CorePackage core_package{host.files, host.installer, log.Sink(), downloader};
-  install::Msiexec msiexec{host.processes, processes};
-  install::SelfUpdate self_update{host.Bundle(),
-                                  log.Sink(),
-                                  processes,
-                                  core_package,
-                                  msiexec,
-                                  version,
-                                  state.g_terminateMonitoring};
-  install::DiskSpace disk_space{host.files, log.Sink()};
-  std::unique_ptr<net::VersionService> service = servers.MakeVersionService(log.Sink());
-  dumps::ProcDumpAcquisition acquisition{host.files, host.system, log.Sink(), downloader};
-  dumps::ProcDumpMonitor procdump_monitor{host.Bundle(), log.Sink(), state.red_alert_mode,
-                                          acquisition};
-  WatchedCore watched{host.Bundle(), log.Sink(), processes, procdump_monitor, places, state};
-  UpdateSchedule update{host.clock, log.Sink(), *service, self_update, disk_space,
-                        version,    watched,    places,   state};
+  Services services{host.Bundle(), servers};
+  WatchedCore& watched = services.core;
   platform::ProcessId core = 0;
   platform::ProcessId monitor = 0;
 };

@@ -27,6 +27,7 @@ class ForwardingFiles : public platform::Files {
   platform::Result<> Replace(const Path& from, const Path& to) override {
     return files_.Replace(from, to);
   }
+  platform::Result<> Flush(const Path& path) override { return files_.Flush(path); }
   platform::Result<> CheckRename(const Path& path) override { return files_.CheckRename(path); }
   platform::Result<> RenameAtNextBoot(const Path& from, const Path& to) override {
     return files_.RenameAtNextBoot(from, to);

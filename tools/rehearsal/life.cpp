@@ -251,8 +251,6 @@ bool Life::FindVosk() {
        {host.system.module_path, InstallDirectory() / identity::kSupervisorExecutable}) {
     if (!IsProgram(path)) continue;
     host.system.module_path = path;
-    // It stays one when its product is removed.
-    programs_.insert(host.ReadFile(path));
     return true;
   }
   witness.Break("Startable", "no VOSK.exe is left on the disk");

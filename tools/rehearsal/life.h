@@ -82,7 +82,6 @@ class Life {
   simulation::AfterPowerCut after_power_cut_ = simulation::AfterPowerCut::whole;
   std::optional<Duration> put_back_after_;
   bool vosk_runs_ = false;
-  std::set<std::string> programs_{"MZ"};
   bool over_ = false;
   bool quit_ = false;
   bool vosk_runs_at_the_end_ = false;

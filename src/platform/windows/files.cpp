@@ -102,6 +102,13 @@ class WindowsFiles : public Files {
     return tl::unexpected(error);
   }
 
+  Result<> Flush(const std::filesystem::path& path) override {
+    const FileHandle file(::CreateFileW(SystemPath(path).c_str(), GENERIC_WRITE, kShareEverything,
+                                        nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!file || !::FlushFileBuffers(file.Get())) return tl::unexpected(LastFileError());
+    return {};
+  }
+
   Result<> CheckRename(const std::filesystem::path& path) override {
     // What a rename opens the file for.
     const FileHandle file(::CreateFileW(SystemPath(path).c_str(), DELETE, kShareEverything, nullptr,
