@@ -91,6 +91,22 @@ Segment ModeSegment(bool red_alert) {
   return {.importance = Importance::normal_mode, .joint = " |", .pieces = {{kGrey, " NORMAL "}}};
 }
 
+Segment UptimeSegment(const StatusSnapshot& status, const FieldWidths& widths) {
+  constexpr std::string_view kUptime = "Uptime: ";
+  constexpr std::string_view kLaunch = "Launch: ";
+  static_assert(kUptime.size() == kLaunch.size());
+  if (status.next_launch && !status.uptime) {
+    const std::string wait = "in " + FormatUptime(*status.next_launch);
+    return {Importance::uptime,
+            kSeparator,
+            {{kWhite, std::string(kLaunch)}, {kYellow, Field(wait, widths.uptime)}}};
+  }
+  const std::string uptime = status.uptime ? FormatUptime(*status.uptime) : "--";
+  return {Importance::uptime,
+          kSeparator,
+          {{kWhite, std::string(kUptime)}, {kGreen, Field(uptime, widths.uptime)}}};
+}
+
 // Returns the segments from left to right.
 std::vector<Segment> Segments(const StatusSnapshot& status, const TransferProgress& progress,
                               bool wide) {
@@ -98,7 +114,6 @@ std::vector<Segment> Segments(const StatusSnapshot& status, const TransferProgre
   const std::string pid = status.core_pid == 0 ? "?" : fmt::format("{}", status.core_pid);
   const std::string version = "v" + PlainText(status.core_version);
   const std::string crashes = fmt::format("{}", status.crash_count);
-  const std::string uptime = status.uptime ? FormatUptime(*status.uptime) : "--";
 
   std::vector<Segment> segments;
   segments.push_back({Importance::title, "", {{kBoldCyan, " VOSK"}}});
@@ -115,9 +130,7 @@ std::vector<Segment> Segments(const StatusSnapshot& status, const TransferProgre
        kSeparator,
        {{kWhite, "Crashes: "},
         {status.crash_count > 0 ? kYellow : kGreen, Field(crashes, widths.crashes)}}});
-  segments.push_back({Importance::uptime,
-                      kSeparator,
-                      {{kWhite, "Uptime: "}, {kGreen, Field(uptime, widths.uptime)}}});
+  segments.push_back(UptimeSegment(status, widths));
   segments.push_back(ModeSegment(status.red_alert));
   return segments;
 }

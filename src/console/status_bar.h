@@ -20,6 +20,8 @@ struct StatusSnapshot {
   std::string core_version = {};
   std::int64_t crash_count = 0;
   std::optional<std::chrono::steady_clock::duration> uptime = {};  // none: no Core
+  // None: no Core is waited for, or it is launched at once.
+  std::optional<std::chrono::steady_clock::duration> next_launch = {};
   bool red_alert = false;
 };
 

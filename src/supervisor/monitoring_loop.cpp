@@ -29,9 +29,10 @@ constexpr std::chrono::minutes kUndisturbedLife{5};
 constexpr seconds kLongestDisturbance{30};
 constexpr BackoffPlan kCrashLoop{
     .free_failures = 5, .first = seconds(10), .longest = std::chrono::minutes(5)};
-// Launches that a repair has not helped, and launches of a Core that cannot be watched.
-constexpr BackoffPlan kRepairs{
-    .free_failures = 1, .first = std::chrono::minutes(1), .longest = std::chrono::hours(1)};
+// What a repair has not mended is repaired ever more seldom; meanwhile launches are tried.
+constexpr BackoffPlan kRepairs{.first = std::chrono::minutes(1), .longest = std::chrono::hours(1)};
+constexpr BackoffPlan kLaunches{.first = seconds(10), .longest = std::chrono::minutes(10)};
+// Launches of a Core that cannot be watched.
 constexpr BackoffPlan kUnwatched{
     .free_failures = 5, .first = seconds(10), .longest = std::chrono::minutes(15)};
 
@@ -45,6 +46,7 @@ MonitoringLoop::MonitoringLoop(Services& services)
       state_(services.state),
       places_(services.places),
       repair_backoff_(kRepairs),
+      launch_backoff_(kLaunches),
       monitor_backoff_(kUnwatched),
       crash_loop_backoff_(kCrashLoop) {}
 
@@ -179,13 +181,16 @@ void MonitoringLoop::Relaunch() {
   switch (core_.Launch()) {
     case LaunchOutcome::watched:
       repair_backoff_.Reset();
+      launch_backoff_.Reset();
       monitor_backoff_.Reset();
+      next_repair_ = {};
       break;
     case LaunchOutcome::unwatched:
       PutOffLaunch(monitor_backoff_.Fail());
       break;
     case LaunchOutcome::not_started:
-      RepairInstallation();
+      if (clock_.SteadyNow() >= next_repair_) return RepairInstallation();
+      PutOffLaunch(launch_backoff_.Fail());
       break;
   }
 }
@@ -217,7 +222,7 @@ void MonitoringLoop::RepairInstallation() {
     if (!FindCore(services_.host.files, log_, kSearchAfterInstallation, places_)) {
       log_.LogWarn("Target STILL not found after installation attempt.");
     }
-    PutOffLaunch(repair_backoff_.Fail());
+    next_repair_ = clock_.SteadyNow() + repair_backoff_.Fail();
     return;
   }
   state_.failed = true;

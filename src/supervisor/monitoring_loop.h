@@ -54,7 +54,9 @@ class MonitoringLoop {
   bool core_was_running_ = false;
   std::optional<SteadyTime> shortage_reported_;
   SteadyTime next_log_root_search_{};
+  SteadyTime next_repair_{};
   Backoff repair_backoff_;
+  Backoff launch_backoff_;
   Backoff monitor_backoff_;
   Backoff crash_loop_backoff_;
   std::optional<SteadyTime> last_status_report_;

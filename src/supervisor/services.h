@@ -1,7 +1,9 @@
 // Every service of the supervisor: each is made once, here, after those that it needs.
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "console/log.h"
@@ -45,11 +47,18 @@ struct Services {
   Services(const platform::Host& on_host, Network& with_network)
       : host(on_host), network(with_network) {}
 
+  // How long a launch that was put off has to wait.
+  [[nodiscard]] std::optional<std::chrono::steady_clock::duration> NextLaunch() const {
+    const auto wait = state.relaunch_not_before - host.clock.SteadyNow();
+    if (wait.count() <= 0) return std::nullopt;
+    return wait;
+  }
   [[nodiscard]] console::StatusSnapshot Status() const {
     return {.core_pid = core.Pid(),
             .core_version = core_version.Current(),
             .crash_count = state.crash_count,
             .uptime = core.Uptime(host.clock.SteadyNow()),
+            .next_launch = NextLaunch(),
             .red_alert = state.red_alert_mode.load()};
   }
 

@@ -55,6 +55,16 @@ int Supervisor::Run(const std::vector<std::string>& arguments) {
   console_settings_.Prepare();
   // After a shutdown there is nothing left to do; any other end leaves its reason on the screen.
   const AtScopeEnd release_console([this] { ReleaseConsole(/*with_recent_lines=*/true); });
+  try {
+    return RunToTheEnd(arguments);
+  } catch (const std::exception& problem) {
+    // Whoever started VOSK sees the status and may start it again; the Core goes on meanwhile.
+    log_.LogError("FATAL: VOSK ends because of an unexpected exception: {}", problem.what());
+    return kFailure;
+  }
+}
+
+int Supervisor::RunToTheEnd(const std::vector<std::string>& arguments) {
   if (IsVersionQuery(arguments)) {
     PrintVersions();
     return kSuccess;

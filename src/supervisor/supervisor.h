@@ -19,6 +19,7 @@ class Supervisor {
   int Run(const std::vector<std::string>& arguments);
 
  private:
+  int RunToTheEnd(const std::vector<std::string>& arguments);
   void PrintVersions();
   [[nodiscard]] bool ClearTheField();
   void OpenConsoleAndLog();

@@ -23,6 +23,7 @@ constexpr int kMostFailures = 20;
 // Somebody may just be looking at the file; a virus scanner, for example.
 constexpr int kRenameAttempts = 3;
 constexpr std::chrono::milliseconds kRenamePause{50};
+constexpr auto kLongestOutage = std::chrono::hours(2 * 24);
 constexpr auto kLongestWait = std::chrono::hours(30 * 24);
 
 Path With(const Path& path, std::string_view suffix) {
@@ -156,7 +157,10 @@ bool UnsentReports::GiveUp(const Report& report) {
   if (report.given_up) return true;
   const auto failed = failures_.find(report.path.filename());
   const int times = failed == failures_.end() ? 0 : failed->second;
-  if (times < kMostFailures && clock_.WallNow() - report.written < kLongestWait) return false;
+  const auto waited = clock_.WallNow() - report.written;
+  // A server that is down for a day is no reason to give up what it has never looked at.
+  const bool failed_too_often = times >= kMostFailures && waited >= kLongestOutage;
+  if (!failed_too_often && waited < kLongestWait) return false;
   const Path given_up = With(report.path, kGivenUpSuffix);
   if (const auto renamed = files_.Rename(report.path, given_up)) {
     log_.LogWarn("Unsent reports: gave up on {} after {} failed attempts.", given_up, times);

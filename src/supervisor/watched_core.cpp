@@ -82,6 +82,7 @@ void WatchedCore::Hold(platform::ProcessHandle process, platform::ProcessId pid)
   target_pid_ = pid;
   hTargetProcess_ = std::move(process);
   target_launch_time_ = host_.clock.SteadyNow();
+  was_adopted_ = false;
   // What kept monitors from the last Core need not keep them from this one.
   monitor_lost_at_.reset();
   monitor_retry_delay_ = kMonitorLossGrace;
@@ -127,6 +128,7 @@ bool WatchedCore::AttachToRunningCore() {
 
 void WatchedCore::Adopt(platform::ProcessHandle process, platform::ProcessId pid) {
   Hold(std::move(process), pid);
+  was_adopted_ = true;
   log_.LogInfo("Successfully attached to existing PID {}. Starting monitoring.", pid);
   log_.LogInfo("Captured {} runtime modules from existing process", CaptureModules());
   if (AttachMonitor()) {
@@ -212,6 +214,8 @@ void WatchedCore::WatchMonitor(SteadyTime now) {
   }
   if (!monitor_lost_at_) monitor_lost_at_ = now;
   if (now - *monitor_lost_at_ < monitor_retry_delay_) return;
+  // A monitor that an earlier VOSK has left keeps every other one away.
+  if (std::exchange(was_adopted_, false)) processes_.TerminateProcDumpInstances();
   log_.LogWarn("Target PID {} is not watched. Attaching a new ProcDump monitor.", target_pid_);
   monitor_lost_at_ = now;
   monitor_retry_delay_ = std::min(monitor_retry_delay_ * 2, kLongestMonitorRetryDelay);

@@ -109,6 +109,7 @@ class WatchedCore {
   platform::ProcessHandle hTargetProcess_;
   platform::ProcessHandle hProcDump_;
   SteadyTime target_launch_time_{};  // zero: no Core
+  bool was_adopted_ = false;         // it ran before VOSK held it
   report::ProcessModules captured_modules_;
   SteadyTime monitor_launched_at_{};
   std::optional<SteadyTime> monitor_lost_at_;

@@ -33,6 +33,17 @@ int Live(SimulatedHost& host, std::chrono::seconds quit_at,
   return status;
 }
 
+TEST(Supervisor, EndsWithALineAndAStatusWhateverIsThrown) {
+  struct Broken : SimServers {
+    using SimServers::SimServers;
+    tl::expected<void, std::string> Initialize() override { throw std::bad_alloc(); }
+  };
+  CheckedHost host;
+  Broken network(host);
+  EXPECT_EQ(Supervisor(host.Bundle(), network).Run({}), 1);
+  EXPECT_THAT(SimulatedHost::ReadFile(host.LogFile()), HasSubstr("unexpected exception: "));
+}
+
 TEST(Supervisor, AnswersTheVersionQueryAndDoesNothingElse) {
   const std::string unknown = "Not installed or version file not found";
   const std::vector<std::string> rows[] = {{"-version", "1.2.3\r\n", "1.2.3"},

@@ -30,6 +30,7 @@ constexpr std::uint64_t kMostRequestsAnHour = 400;
 constexpr std::u16string_view kMonitors[] = {u"procdump64.exe", u"procdump.exe"};
 
 constexpr std::string_view kUnsentReport = ".zip.failed_upload";
+constexpr std::string_view kGivenUpReport = ".gave_up";
 constexpr std::string_view kHalt = "Storage space not sufficient. Halting VOSK Operations.";
 constexpr std::string_view kResume = "Storage space is sufficient again. Resuming VOSK Operations.";
 
@@ -88,7 +89,7 @@ void Witness::VoskBegins() {
   ++tally_.vosk_starts;
   // Start-up empties the storage, so this is the last chance to see what was in it.
   CheckDumps();
-  const auto kept = DumpsIn({kUnsentReport});
+  const auto kept = DumpsIn({kUnsentReport, kGivenUpReport});
   for (const std::uint32_t number : DumpsOnDisk()) {
     if (kept.contains(number) || received_.contains(number)) continue;
     if (excused_.insert(number).second) ++tally_.dumps_emptied;
@@ -327,7 +328,7 @@ void Witness::CheckReceived() {
 }
 
 std::set<std::uint32_t> Witness::DumpsOnDisk() {
-  return DumpsIn({".dmp", ".dmp.failed_zip", ".zip", kUnsentReport});
+  return DumpsIn({".dmp", ".dmp.failed_zip", ".zip", kUnsentReport, kGivenUpReport});
 }
 
 std::set<std::uint32_t> Witness::DumpsIn(std::initializer_list<std::string_view> endings) {
