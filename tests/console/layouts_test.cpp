@@ -52,8 +52,10 @@ TEST(Layouts, OfTheStatusBar) {
                               .uptime = 24h * 99'999,
                               .red_alert = true};
   TransferProgress progress;
+  const StatusSnapshot waiting{.core_version = "1.2.3", .crash_count = 7, .next_launch = 295s};
   std::string text = ByWidth({.core_version = "0.0.0"}, progress) + ByWidth(running, progress) +
-                     ByWidth(long_running, progress) + ByWidth(alert, progress);
+                     ByWidth(long_running, progress) + ByWidth(alert, progress) +
+                     ByWidth(waiting, progress);
   progress.Begin("Zipping");
   text += ByWidth(running, progress);
   progress.SetLabel("Downloading");
