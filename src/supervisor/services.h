@@ -101,7 +101,7 @@ struct Services {
   CrashProcessing crash_processing{host.files, log, report_steps, *uploader, unsent_reports};
   DiagnosticReport diagnostic_report{host.files, log, immediate_dump, report_steps, *uploader, unsent_reports, places};
   CoreEndHandling core_end{host.clock, log, core, crash_processing, places, state};
-  UpdateSchedule update_schedule{host.clock, log, *version_service, self_update, disk_space, core_version, core, core_end, places, state};
+  UpdateSchedule update_schedule{host.clock, log, processes, *version_service, self_update, disk_space, core_version, core, core_end, places, state};
   MenuActions menu{host.console, log, screen, core, core_version, diagnostic_report, update_schedule, state};
   // clang-format on
 };

@@ -5,6 +5,7 @@
 #include "console/uptime.h"
 #include "net/version_compare.h"
 #include "platform/clock.h"
+#include "supervisor/pre_update_validation.h"
 
 namespace vosk::supervisor {
 namespace {
@@ -18,6 +19,7 @@ constexpr BackoffPlan kRepeats{
 }  // namespace
 
 UpdateSchedule::UpdateSchedule(platform::Clock& clock, console::LogSink& log,
+                               process::ProcessControl& processes,
                                net::VersionService& version_service,
                                install::SelfUpdate& self_update, install::DiskSpace& disk_space,
                                const install::CoreVersion& core_version, WatchedCore& core,
@@ -25,6 +27,7 @@ UpdateSchedule::UpdateSchedule(platform::Clock& clock, console::LogSink& log,
                                SupervisorState& state)
     : clock_(clock),
       log_(log),
+      processes_(processes),
       version_service_(version_service),
       self_update_(self_update),
       disk_space_(disk_space),
@@ -116,7 +119,7 @@ void UpdateSchedule::CheckPeriodically(SupervisorState::SteadyTime now, bool cor
   log_.LogWarn("Newer version detected! Current: {}, Latest: {}. Initiating self-update sequence.",
                current, latest);
   state_.update_in_progress.store(true);
-  core_.ValidateBeforeUpdate(core_runs);
+  ValidateBeforeUpdate(core_, processes_, log_, core_runs);
   if (!RunSequence(latest)) {
     log_.LogError("Update sequence did not complete successfully or failed to launch new VOSK.");
     PutOff(latest);

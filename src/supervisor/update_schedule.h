@@ -20,7 +20,7 @@ namespace vosk::supervisor {
 
 class UpdateSchedule {
  public:
-  UpdateSchedule(platform::Clock& clock, console::LogSink& log,
+  UpdateSchedule(platform::Clock& clock, console::LogSink& log, process::ProcessControl& processes,
                  net::VersionService& version_service, install::SelfUpdate& self_update,
                  install::DiskSpace& disk_space, const install::CoreVersion& core_version,
                  WatchedCore& core, CoreEndHandling& core_end, const Places& places,
@@ -46,6 +46,7 @@ class UpdateSchedule {
 
   platform::Clock& clock_;
   console::LogSink& log_;
+  process::ProcessControl& processes_;
   net::VersionService& version_service_;
   install::SelfUpdate& self_update_;
   install::DiskSpace& disk_space_;

@@ -268,64 +268,15 @@ void WatchedCore::InitiateGracefulRestart(std::string_view reason) {
   state_.restart_in_progress.store(false);
 }
 
-void WatchedCore::ValidateBeforeUpdate(bool core_runs) {
-  log_.LogInfo("Pre-Update Validation: Verifying state before proceeding...");
-  if (!core_runs || target_pid_ == 0) {
-    log_.LogInfo(
-        "Pre-Update: Target process not currently running. Update will proceed without termination "
-        "step.");
-    DropMonitor();
-    Forget();
-    return;
-  }
-  // Despite "Aborting update", neither path aborts: the update checks for itself.
-  if (!hTargetProcess_ && !ReopenForUpdate()) return;
-  if (IsRunning()) {
-    log_.LogInfo("Pre-Update: Target process PID {} confirmed running.", target_pid_);
-    ValidateMonitor();
-    return;
-  }
-  log_.LogError("Pre-Update Error: Target process PID {} is no longer running. Aborting update.",
-                target_pid_);
-  DropMonitor();
-  Forget();
-}
-
-bool WatchedCore::ReopenForUpdate() {
-  log_.LogWarn(
-      "Pre-Update Warning: hTargetProcess handle is invalid. Attempting to re-open PID: {}",
-      target_pid_);
+platform::Result<> WatchedCore::Reopen() {
   auto process = host_.processes.Open(kAccessForUpdate, target_pid_);
-  if (!process) {
-    log_.LogError(
-        "Pre-Update Error: Failed to re-open handle for target PID {}. Error: {}. Aborting update.",
-        target_pid_, process.error());
-    return false;
-  }
+  if (!process) return tl::unexpected(process.error());
   hTargetProcess_ = std::move(*process);
-  log_.LogInfo("Pre-Update: Successfully re-opened handle for target PID {}", target_pid_);
-  return true;
+  return {};
 }
 
-void WatchedCore::ValidateMonitor() {
-  if (!hProcDump_) {
-    log_.LogWarn(
-        "Pre-Update Warning: hProcDump handle is invalid or ProcDump wasn't running. Update will "
-        "proceed without terminating it.");
-    return;
-  }
-  const auto pid = host_.processes.Id(hProcDump_);
-  if (!pid) {
-    log_.LogWarn("Pre-Update Warning: Could not get PID for hProcDump handle. Error: {}",
-                 pid.error());
-    return;
-  }
-  if (!processes_.IsProcessAlive(*pid)) {
-    log_.LogWarn("Pre-Update Warning: ProcDump process (PID: {}) is no longer running.", *pid);
-    DropMonitor();
-    return;
-  }
-  log_.LogInfo("Pre-Update: ProcDump process (PID: {}) confirmed running.", *pid);
+platform::Result<platform::ProcessId> WatchedCore::MonitorPid() const {
+  return host_.processes.Id(hProcDump_);
 }
 
 void WatchedCore::EndMonitorForUpdate() {

@@ -67,8 +67,9 @@ class WatchedCore {
   // Ends the monitor, then the Core, and forgets both; the end is not counted as a crash. The
   // reason is for the log.
   void InitiateGracefulRestart(std::string_view reason);
-  // Makes sure, before an update, of what is held. `core_runs` as the cycle has found it.
-  void ValidateBeforeUpdate(bool core_runs);
+  // Opens a Core anew that is known without a handle.
+  [[nodiscard]] platform::Result<> Reopen();
+  [[nodiscard]] platform::Result<platform::ProcessId> MonitorPid() const;
   // Ends both for an update, and every Core that runs unheld. Returns false if a Core outlived it.
   [[nodiscard]] bool EndForUpdate();
   // Ends both without waiting for them.
@@ -88,8 +89,6 @@ class WatchedCore {
   std::size_t CaptureModules();
   [[nodiscard]] bool WatchLaunchedCore();
 
-  [[nodiscard]] bool ReopenForUpdate();
-  void ValidateMonitor();
   void EndMonitorForUpdate();
   // Holds a Core that runs unheld, unless it has gone. Returns false if it cannot be opened.
   [[nodiscard]] bool HoldForUpdate(platform::ProcessId pid);
