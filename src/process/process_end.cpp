@@ -38,7 +38,7 @@ platform::Result<> TerminateProcessL(const platform::ProcessHandle& handle, std:
   }
   log.LogInfo("TerminateProcessL: Attempting termination via API for handle {}",
               pid ? fmt::format("(PID: {})", *pid) : "(PID unknown)");
-  const auto terminated = processes.Terminate(handle, exit_code);
+  auto terminated = processes.Terminate(handle, exit_code);
   if (terminated) {
     log.LogInfo("TerminateProcessL: TerminateProcess API succeeded for PID: {}",
                 pid ? fmt::to_string(*pid) : "Handle");

@@ -40,8 +40,9 @@ void ValidateMonitor(WatchedCore& core, process::ProcessControl& processes, cons
 
 }  // namespace
 
-void ValidateBeforeUpdate(WatchedCore& core, process::ProcessControl& processes,
-                          console::LogSink& log, bool core_runs) {
+void ValidateBeforeUpdate(WatchedCore& core, CoreEndHandling& core_end,
+                          process::ProcessControl& processes, console::LogSink& log,
+                          bool core_runs) {
   log.LogInfo("Pre-Update Validation: Verifying state before proceeding...");
   if (!core_runs || core.Pid() == 0) {
     log.LogInfo(
@@ -60,8 +61,8 @@ void ValidateBeforeUpdate(WatchedCore& core, process::ProcessControl& processes,
   }
   log.LogError("Pre-Update Error: Target process PID {} is no longer running. Aborting update.",
                core.Pid());
-  core.DropMonitor();
-  core.Forget();
+  // Its dump would be lost to the successor's start.
+  core_end.HandleCoreEnd();
 }
 
 }  // namespace vosk::supervisor

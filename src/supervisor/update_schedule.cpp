@@ -119,7 +119,7 @@ void UpdateSchedule::CheckPeriodically(SupervisorState::SteadyTime now, bool cor
   log_.LogWarn("Newer version detected! Current: {}, Latest: {}. Initiating self-update sequence.",
                current, latest);
   state_.update_in_progress.store(true);
-  ValidateBeforeUpdate(core_, processes_, log_, core_runs);
+  ValidateBeforeUpdate(core_, core_end_, processes_, log_, core_runs);
   if (!RunSequence(latest)) {
     log_.LogError("Update sequence did not complete successfully or failed to launch new VOSK.");
     PutOff(latest);
