@@ -46,7 +46,7 @@ async function switchesToRedAlert(vosk, pid) {
   await tells(vosk, seconds(20),
     '[WARN] RED ALERT MODE ACTIVATED - Full heap dumps (-ma) will be captured on crash.',
     `[INFO] Launching ProcDump monitor for PID ${pid}: * -ma -e ${pid} *`,
-    '[INFO] ProcDump monitor re-attached successfully.');
+    '[WARN] The present ProcDump monitor keeps the VELDRAN Core. *');
   await until(async () => isDeepStrictEqual(await stage.machine.processes(monitorImage), monitors),
     seconds(20), 'the former monitor alone');
 }

@@ -37,7 +37,7 @@ async function refusesAtStart(vosk, core) {
     `[INFO] Successfully attached to existing PID ${core.pid}. Starting monitoring.`);
 }
 
-// VOSK tries again with every cycle, since the announced version stays newer.
+// VOSK tries again in the next cycle, since the announced version stays newer; after that it waits.
 async function refusesWhileWatching(vosk, core, site) {
   site.package = 'two_numbers.zip';
   await tells(vosk, stepLimit,
@@ -53,6 +53,7 @@ async function refusesWhileWatching(vosk, core, site) {
 async function takesBack(vosk, site) {
   const [product] = await installedProducts(stage.machine);
   site.package = 'broken_vosk.zip';
+  await forceReinstall(vosk, '1.2.3');
   await replaces(vosk, '1.2.3', runningVosk, product);
   await goesBack(vosk, '[INFO] Update: Core executable verified post-install.',
     '[WARN] Update: New VOSK instance not detected. Attempting manual launch...',
