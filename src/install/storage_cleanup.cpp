@@ -81,38 +81,36 @@ std::uint64_t StorageCleanup::CleanDumpStorage(const Path& directory, const Path
   }
 }
 
-std::uint64_t StorageCleanup::RemoveUnsentReports(const Path& temp_directory) try {
+std::uint64_t StorageCleanup::RemoveUnsentReports(const Path& temp_directory) {
   const Path directory = temp_directory / identity::kUnsentReportsName;
   if (!files_.Exists(directory).value_or(false)) return 0;
-  log_.LogInfo("Cleaning unsent reports directory: {}", directory);
-  const std::uint64_t size = files::TreeSize(files_, directory);
-  if (const auto removed = files::RemoveTree(files_, directory, temp_directory); !removed) {
-    log_.LogError("Failed to remove unsent reports directory: {}, Error: {}", directory,
-                  removed.error());
-    return size - std::min(size, files::TreeSize(files_, directory));
-  }
-  log_.LogInfo("Removed unsent reports directory. Freed approximately {:.2f} MB",
-               InMegabytes(size));
-  return size;
-} catch (const std::exception& problem) {
-  log_.LogError("Exception cleaning unsent reports directory: {}", problem.what());
-  return 0;
+  return RemoveDirectory(directory, temp_directory,
+                         {.cleaning = "Cleaning unsent reports directory: ",
+                          .failed = "Failed to remove unsent reports directory: ",
+                          .removed = "Removed unsent reports directory. Freed approximately ",
+                          .exception = "Exception cleaning unsent reports directory: "});
 }
 
-std::uint64_t StorageCleanup::RemoveInstallDirectory(const Path& temp_directory) try {
-  const Path directory = temp_directory / kWorkDirectoryName;
-  log_.LogInfo("Cleaning installation temp directory: {}", directory);
+std::uint64_t StorageCleanup::RemoveInstallDirectory(const Path& temp_directory) {
+  return RemoveDirectory(temp_directory / kWorkDirectoryName, temp_directory,
+                         {.cleaning = "Cleaning installation temp directory: ",
+                          .failed = "Failed to remove installation temp directory: ",
+                          .removed = "Removed installation temp directory. Freed approximately ",
+                          .exception = "Exception cleaning installation temp directory: "});
+}
+
+std::uint64_t StorageCleanup::RemoveDirectory(const Path& directory, const Path& temp_directory,
+                                              const RemovalTexts& texts) try {
+  log_.LogInfo("{}{}", texts.cleaning, directory);
   const std::uint64_t size = files::TreeSize(files_, directory);
   if (const auto removed = files::RemoveTree(files_, directory, temp_directory); !removed) {
-    log_.LogError("Failed to remove installation temp directory: {}, Error: {}", directory,
-                  removed.error());
+    log_.LogError("{}{}, Error: {}", texts.failed, directory, removed.error());
     return size - std::min(size, files::TreeSize(files_, directory));
   }
-  log_.LogInfo("Removed installation temp directory. Freed approximately {:.2f} MB",
-               InMegabytes(size));
+  log_.LogInfo("{}{:.2f} MB", texts.removed, InMegabytes(size));
   return size;
 } catch (const std::exception& problem) {
-  log_.LogError("Exception cleaning installation temp directory: {}", problem.what());
+  log_.LogError("{}{}", texts.exception, problem.what());
   return 0;
 }
 

@@ -29,6 +29,16 @@ class StorageCleanup {
   std::uint64_t CleanDumpStorage(const std::filesystem::path& directory,
                                  const std::filesystem::path& temp_directory);
   std::uint64_t RemoveInstallDirectory(const std::filesystem::path& temp_directory);
+  // What the log says while a directory goes.
+  struct RemovalTexts {
+    std::string_view cleaning;
+    std::string_view failed;
+    std::string_view removed;
+    std::string_view exception;
+  };
+  std::uint64_t RemoveDirectory(const std::filesystem::path& directory,
+                                const std::filesystem::path& temp_directory,
+                                const RemovalTexts& texts);
   std::uint64_t ScanTempDirectory(const std::filesystem::path& temp_directory);
   platform::Result<bool> IsOldFile(const std::filesystem::path& path, std::string_view name);
   // Returns the size of the file if it was removed.

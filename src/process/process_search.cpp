@@ -1,7 +1,5 @@
 #include "process/process_search.h"
 
-#include <optional>
-
 #include "identity.h"
 #include "process/process_walk.h"
 #include "text/utf.h"
@@ -9,59 +7,41 @@
 namespace vosk::process {
 namespace {
 
-// Runs the walk and appends every process with the wanted name, in any letter case, to `found`.
-std::optional<WalkFailure> CollectByName(platform::Processes& processes, std::u16string_view name,
-                                         ProcessList& found) {
+// The failure of the walk is logged with these texts.
+ProcessList FindByName(std::u16string_view name, const WalkTexts& texts,
+                       platform::Processes& processes, console::LogSink& log) {
   const std::u16string wanted = text::ToLowerAscii(name);
-  auto failure = WalkProcesses(processes, [&](const platform::ProcessEntry& entry) {
+  ProcessList found;
+  const auto failure = WalkProcesses(processes, [&](const platform::ProcessEntry& entry) {
     if (text::ToLowerAscii(entry.executable_name) == wanted) found.push_back(entry.pid);
   });
-  return failure && IsEmptyList(*failure) ? std::nullopt : failure;
+  if (failure && !IsEmptyList(*failure)) LogWalkFailure(*failure, texts, log);
+  return found;
 }
 
 }  // namespace
 
 ProcessList FindTargetProcessesByName(std::u16string_view name, platform::Processes& processes,
                                       console::LogSink& log) {
-  ProcessList found;
   if (name.empty()) {
     log.LogError("FindTargetProcessesByName: Provided target name is empty.");
-    return found;
+    return {};
   }
-  const auto failure = CollectByName(processes, name, found);
-  if (!failure) return found;
-  switch (failure->step) {
-    case WalkStep::snapshot:
-      log.LogError("FindTargetProcessesByName: CreateToolhelp32Snapshot failed. Error: {}",
-                   failure->code);
-      break;
-    case WalkStep::first_entry:
-      log.LogError("FindTargetProcessesByName: Process32FirstW failed. Error: {}", failure->code);
-      break;
-    case WalkStep::next_entry:
-      log.LogError("FindTargetProcessesByName: Process32NextW failed during enumeration. Error: {}",
-                   failure->code);
-      break;
-  }
-  return found;
+  return FindByName(
+      name,
+      {.snapshot = "FindTargetProcessesByName: CreateToolhelp32Snapshot failed. Error: ",
+       .first_entry = "FindTargetProcessesByName: Process32FirstW failed. Error: ",
+       .next_entry =
+           "FindTargetProcessesByName: Process32NextW failed during enumeration. Error: "},
+      processes, log);
 }
 
 ProcessList FindCoreProcesses(platform::Processes& processes, console::LogSink& log) {
-  ProcessList found;
-  const auto failure = CollectByName(processes, identity::kCoreExecutable, found);
-  if (!failure) return found;
-  switch (failure->step) {
-    case WalkStep::snapshot:
-      log.LogError("CreateToolhelp32Snapshot failed: {}", failure->code);
-      break;
-    case WalkStep::first_entry:
-      log.LogError("Process32FirstW failed: {}", failure->code);
-      break;
-    case WalkStep::next_entry:
-      log.LogError("Process32NextW failed during process enumeration: {}", failure->code);
-      break;
-  }
-  return found;
+  return FindByName(identity::kCoreExecutable,
+                    {.snapshot = "CreateToolhelp32Snapshot failed: ",
+                     .first_entry = "Process32FirstW failed: ",
+                     .next_entry = "Process32NextW failed during process enumeration: "},
+                    processes, log);
 }
 
 }  // namespace vosk::process

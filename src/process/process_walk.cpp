@@ -6,6 +6,17 @@ bool IsEmptyList(const WalkFailure& failure) {
   return failure.step == WalkStep::first_entry && failure.code == platform::kNoMoreFiles;
 }
 
+void LogWalkFailure(const WalkFailure& failure, const WalkTexts& texts, console::LogSink& log) {
+  switch (failure.step) {
+    case WalkStep::snapshot:
+      return log.LogError("{}{}", texts.snapshot, failure.code);
+    case WalkStep::first_entry:
+      return log.LogError("{}{}", texts.first_entry, failure.code);
+    case WalkStep::next_entry:
+      return log.LogError("{}{}", texts.next_entry, failure.code);
+  }
+}
+
 std::optional<WalkFailure> WalkProcesses(
     platform::Processes& processes,
     const std::function<void(const platform::ProcessEntry&)>& visit) {

@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <optional>
+#include <string_view>
 
+#include "console/log.h"
 #include "platform/processes.h"
 
 namespace vosk::process {
@@ -17,6 +19,14 @@ struct WalkFailure {
 
 // Returns whether the list had no entry at all, which some callers do not take for a failure.
 [[nodiscard]] bool IsEmptyList(const WalkFailure& failure);
+
+// What the log says of a failure at each step; the system's number follows.
+struct WalkTexts {
+  std::string_view snapshot;
+  std::string_view first_entry;
+  std::string_view next_entry;
+};
+void LogWalkFailure(const WalkFailure& failure, const WalkTexts& texts, console::LogSink& log);
 
 // Calls `visit` with every running process. Returns the failure, if any; an empty list is a
 // failure, too. Processes before the failure were visited.

@@ -117,22 +117,10 @@ std::optional<WalkFailure> CollectProcDumpInstances(platform::Processes& process
   });
 }
 
-void LogProcDumpWalkFailure(const WalkFailure& failure, console::LogSink& log) {
-  switch (failure.step) {
-    case WalkStep::snapshot:
-      log.LogError("TerminateProcDumpInstances: CreateToolhelp32Snapshot failed. Error: {}",
-                   failure.code);
-      break;
-    case WalkStep::first_entry:
-      log.LogError("TerminateProcDumpInstances: Process32FirstW failed. Error: {}", failure.code);
-      break;
-    case WalkStep::next_entry:
-      log.LogError(
-          "TerminateProcDumpInstances: Process32NextW failed during enumeration. Error: {}",
-          failure.code);
-      break;
-  }
-}
+constexpr WalkTexts kProcDumpWalkTexts{
+    .snapshot = "TerminateProcDumpInstances: CreateToolhelp32Snapshot failed. Error: ",
+    .first_entry = "TerminateProcDumpInstances: Process32FirstW failed. Error: ",
+    .next_entry = "TerminateProcDumpInstances: Process32NextW failed during enumeration. Error: "};
 
 Rival TerminateProcDumpInstance(platform::ProcessId pid, platform::Processes& processes,
                                 console::LogSink& log) {
@@ -232,7 +220,7 @@ bool TerminateProcDumpInstances(platform::Processes& processes, console::LogSink
     return true;
   }
   if (failure) {
-    LogProcDumpWalkFailure(*failure, log);
+    LogWalkFailure(*failure, kProcDumpWalkTexts, log);
     if (failure->step != WalkStep::next_entry) return false;
   }
   if (found.empty()) {

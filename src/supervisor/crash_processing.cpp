@@ -150,13 +150,7 @@ void CrashProcessing::KeepUnpackedDump(const std::filesystem::path& dump,
                                        const std::filesystem::path& host_info) {
   log_.LogError("Failed to create ZIP archive. Renaming dump to .dmp.failed_zip");
   try {
-    const auto kept = WithSuffix(dump, ".failed_zip");
-    if (const auto renamed = files_.Replace(dump, kept); renamed) {
-      log_.LogInfo("Renamed dump after zip failure to: {}", kept);
-    } else {
-      log_.LogError("Failed to rename dump after zip failure '{}'. Error: {}", dump,
-                    renamed.error());
-    }
+    supervisor::KeepUnpackedDump(files_, log_, dump);
     if (!files_.Exists(host_info).value_or(false)) return;
     if (const auto removed = files_.Remove(host_info); removed) {
       log_.LogInfo("Deleted host info file after zip failure: {}", host_info);

@@ -31,13 +31,11 @@ void DiagnosticReport::Submit(platform::ProcessId core_pid) {
       steps_.Pack(*dump, additional, {.normal = "LIVE", .red_alert = "LIVE_FD"});
   if (packed) {
     log_.LogInfo("ZIP archive created: {}", archive);
+    static_cast<void>(DeleteDump(*dump));
+    Upload(archive);
   } else {
     log_.LogError("Failed to create ZIP archive for diagnostic report.");
-    KeepUnpackedDump(*dump);
-  }
-  if (packed) {
-    DeletePackedDump(*dump);
-    Upload(archive);
+    KeepUnpackedDump(files_, log_, *dump);
   }
   log_.LogInfo("=====================================");
 }
@@ -46,29 +44,19 @@ void DiagnosticReport::PutAwayFailedDump(const dumps::FailedDump& failed) {
   // As it is, the next scan would take it for the dump of a crash.
   const std::filesystem::path& dump = failed.path;
   if (dump.empty() || !files_.Exists(dump).value_or(true)) return;
-  if (failed.written && files_.SizeOf(dump) != 0) return KeepUnpackedDump(dump);
-  if (const auto removed = files_.Remove(dump)) {
+  if (failed.written && files_.SizeOf(dump) != 0) return KeepUnpackedDump(files_, log_, dump);
+  if (DeleteDump(dump)) {
     log_.LogInfo("Deleted the incomplete dump of the diagnostic report: {}", dump);
-  } else {
-    log_.LogWarn("Could not delete the dump of the diagnostic report: {}. Error: {}", dump,
-                 removed.error());
   }
 }
 
-void DiagnosticReport::DeletePackedDump(const std::filesystem::path& dump) {
-  if (const auto removed = files_.Remove(dump); !removed) {
+bool DiagnosticReport::DeleteDump(const std::filesystem::path& dump) {
+  const auto removed = files_.Remove(dump);
+  if (!removed) {
     log_.LogWarn("Could not delete the dump of the diagnostic report: {}. Error: {}", dump,
                  removed.error());
   }
-}
-
-void DiagnosticReport::KeepUnpackedDump(const std::filesystem::path& dump) {
-  const auto kept = WithSuffix(dump, ".failed_zip");
-  if (const auto renamed = files_.Replace(dump, kept)) {
-    log_.LogInfo("Renamed dump after zip failure to: {}", kept);
-  } else {
-    log_.LogError("Failed to rename dump after zip failure '{}'. Error: {}", dump, renamed.error());
-  }
+  return removed.has_value();
 }
 
 void DiagnosticReport::Upload(const std::filesystem::path& archive) {

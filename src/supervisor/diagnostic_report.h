@@ -25,8 +25,7 @@ class DiagnosticReport {
 
  private:
   void PutAwayFailedDump(const dumps::FailedDump& failed);
-  void DeletePackedDump(const std::filesystem::path& dump);
-  void KeepUnpackedDump(const std::filesystem::path& dump);
+  [[nodiscard]] bool DeleteDump(const std::filesystem::path& dump);
   void Upload(const std::filesystem::path& archive);
 
   platform::Files& files_;

@@ -17,6 +17,16 @@ std::filesystem::path WithSuffix(const std::filesystem::path& path, std::string_
   return renamed;
 }
 
+void KeepUnpackedDump(platform::Files& files, console::LogSink& log,
+                      const std::filesystem::path& dump) {
+  const auto kept = WithSuffix(dump, ".failed_zip");
+  if (const auto renamed = files.Replace(dump, kept)) {
+    log.LogInfo("Renamed dump after zip failure to: {}", kept);
+  } else {
+    log.LogError("Failed to rename dump after zip failure '{}'. Error: {}", dump, renamed.error());
+  }
+}
+
 ReportSteps::ReportSteps(platform::Files& files, report::HostInfo& host_info,
                          report::ReportArchive& archive, const std::atomic<bool>& red_alert_mode)
     : files_(files), host_info_(host_info), archive_(archive), red_alert_mode_(red_alert_mode) {}

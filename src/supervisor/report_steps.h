@@ -1,5 +1,6 @@
 // What the report on a crash and the report on a running Core have in common: which files go into
-// it and how it is packed. Nothing here is logged; the callers do that in their own words.
+// it, how it is packed, and what becomes of a dump that cannot be packed. ReportSteps does not log;
+// its callers do that in their own words.
 #pragma once
 
 #include <atomic>
@@ -8,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "console/log.h"
 #include "platform/files.h"
 #include "report/archive/report_archive.h"
 #include "report/host_info/host_info.h"
@@ -39,6 +41,10 @@ struct PackedReport {
   std::filesystem::path archive;
   bool complete = false;
 };
+
+// Renames a dump that cannot be packed, so that no scan takes it up again, and logs that.
+void KeepUnpackedDump(platform::Files& files, console::LogSink& log,
+                      const std::filesystem::path& dump);
 
 [[nodiscard]] std::filesystem::path WithSuffix(const std::filesystem::path& path,
                                                std::string_view suffix);

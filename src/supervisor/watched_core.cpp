@@ -106,8 +106,8 @@ bool WatchedCore::AttachToRunningCore() {
   auto process = host_.processes.Open(
       platform::access::kSynchronize | platform::access::kQueryLimitedInformation, pid);
   // A Core that stays out of reach is asked for in every cycle, but not told of.
-  const bool told = !process && refused_.times > 0 && now < refused_.next_line;
-  if (!told) {
+  const bool is_known = !process && refused_.times > 0 && now < refused_.next_line;
+  if (!is_known) {
     if (running.size() > 1) {
       log_.LogWarn("Multiple instances of '{}' found. Monitoring first detected (PID: {}).",
                    text::WideToUtf8(identity::kCoreExecutable), pid);
@@ -116,7 +116,7 @@ bool WatchedCore::AttachToRunningCore() {
   }
   if (!process) {
     ++refused_.times;
-    if (told) return true;
+    if (is_known) return true;
     log_.LogError("Found running PID {}, but failed to open handle. Error: {}. Cannot monitor.",
                   pid, process.error());
     refused_.next_line = now + kRefusalReportInterval;
