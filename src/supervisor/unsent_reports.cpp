@@ -148,6 +148,8 @@ void UnsentReports::NoteFailure() {
 void UnsentReports::SendWhenDue(SteadyTime now) {
   if (now < next_attempt_) return;
   next_attempt_ = now + kPauseAfterSuccess;
+  // In its own folder a report survives even a VOSK that is ended while it sends it.
+  Rescue();
   std::vector<Report> reports = ListAll();
   std::erase_if(reports, [this](const Report& report) { return GiveUp(report); });
   if (!reports.empty()) Send(reports.front(), reports.size());

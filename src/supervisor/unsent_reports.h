@@ -28,7 +28,7 @@ class UnsentReports {
   UnsentReports(platform::Files& files, platform::Clock& clock, console::LogSink& log,
                 report::Uploader& uploader, const Places& places, std::function<bool()> disturbed);
 
-  // Moves the unsent reports of earlier runs out of the dump storage, before a start empties it.
+  // Moves the unsent reports out of the dump storage, which every start empties.
   void Rescue();
   // A report has just been kept because it could not be sent: it is tried again in an hour. Deletes
   // the oldest reports beyond the bytes that all of them may take.
